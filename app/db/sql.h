@@ -1,0 +1,53 @@
+#pragma once
+// A statement as the system builds it by concatenation, with its values kept apart so that they are bound, never
+// pasted. text() is the statement as the system would have written it (shown in messages); the database layer
+// binds the values and refuses a value that would have broken the concatenated statement.
+#include <QString>
+#include <QVariant>
+#include <vector>
+
+namespace pel {
+
+class Sql {
+public:
+    enum class Kind { Fragment, Quoted, Number };
+    struct Part {
+        Kind kind;
+        QString text;
+    };
+
+    Sql() = default;
+    Sql(const char* fragment) : Sql(QString::fromUtf8(fragment)) {} // NOLINT: statements read as concatenations
+    Sql(const QString& fragment);                                  // NOLINT
+    Sql(const char16_t* fragment) : Sql(QString::fromUtf16(fragment)) {} // NOLINT
+
+    // A text value the system puts between single quotes: q("908997") reads as '908997'.
+    static Sql q(const QString& value);
+    // A value the system pastes unquoted as a number: its text exactly as the system would paste it.
+    static Sql n(const QString& value);
+    static Sql n(qint64 value);
+    static Sql n(int value) { return n(static_cast<qint64>(value)); }
+
+    Sql& operator+=(const Sql& other);
+    friend Sql operator+(Sql a, const Sql& b) { return a += b; }
+
+    // The statement as the system's concatenation gives it.
+    QString text() const;
+    bool isEmpty() const { return parts_.empty(); }
+    const std::vector<Part>& parts() const { return parts_; }
+
+private:
+    std::vector<Part> parts_;
+};
+
+// The statement with '?' in place of each value, and the values to bind; or the engine's error when a value
+// would have broken the concatenated statement (a quote inside a text value, a number that is not a number).
+struct BoundSql {
+    QString text;
+    QVariantList values;
+    QString error;
+    bool ok() const { return error.isEmpty(); }
+};
+BoundSql bind(const Sql& sql);
+
+} // namespace pel

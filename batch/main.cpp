@@ -1,0 +1,139 @@
+// pel008-batch: every job of the program without the GUI, with the same outcomes as the screens.
+#include "batch/command.h"
+#include "ui/dialogs.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QJsonDocument>
+#include <QMap>
+
+#include <csignal>
+#include <cstdio>
+
+namespace pel::batch {
+namespace {
+
+QMap<QString, const Command*>& registry()
+{
+    static QMap<QString, const Command*> r;
+    return r;
+}
+
+// Every dialog the job would show goes to stderr as its exact text; questions get the --yes/--no answer.
+class CommandLineDialogs final : public DialogService {
+public:
+    CommandLineDialogs(QTextStream& err, bool yes) : err_(err), yes_(yes) {}
+    int messageBox(const QString& text, int style, const QString&) override
+    {
+        err_ << text << Qt::endl;
+        switch (mb::buttons(style)) {
+        case mb::YesNo:
+        case mb::YesNoCancel:
+            return yes_ ? answer::Yes : answer::No;
+        case mb::OkCancel:
+            return yes_ ? answer::Ok : answer::Cancel;
+        case mb::RetryCancel:
+        case mb::CancelTryContinue:
+            return answer::Cancel;
+        case mb::AbortRetryIgnore:
+            return answer::Abort;
+        default:
+            return answer::Ok;
+        }
+    }
+
+private:
+    QTextStream& err_;
+    bool yes_;
+};
+
+QString mainUsage()
+{
+    QString u = QStringLiteral("usage: pel008-batch [--home DIR] [--yes|--no] [--json] COMMAND [ARGS]\ncommands:\n");
+    for (const Command* c : commands())
+        u += QStringLiteral("  ") + QString::fromUtf8(c->usage) + QLatin1Char('\n');
+    return u;
+}
+
+} // namespace
+
+Registrar::Registrar(const Command& command)
+{
+    registry().insert(QString::fromUtf8(command.name), new Command(command));
+}
+
+const Command* findCommand(const QString& name)
+{
+    return registry().value(name, nullptr);
+}
+
+QList<const Command*> commands()
+{
+    return registry().values();
+}
+
+void Context::summary(const QJsonObject& object) const
+{
+    if (json)
+        out << QJsonDocument(object).toJson(QJsonDocument::Compact) << Qt::endl;
+}
+
+int Context::usage(const QString& message) const
+{
+    err << message << Qt::endl << QStringLiteral("usage: pel008-batch ") << usageText << Qt::endl;
+    return UsageError;
+}
+
+} // namespace pel::batch
+
+int main(int argc, char** argv)
+{
+    using namespace pel::batch;
+    QCoreApplication app(argc, argv);
+    QTextStream out(stdout);
+    QTextStream err(stderr);
+
+    QStringList args = app.arguments().mid(1);
+    bool yes = false, json = false;
+    while (!args.isEmpty() && args.front().startsWith(QLatin1String("--"))) {
+        const QString opt = args.takeFirst();
+        if (opt == QLatin1String("--home")) {
+            if (args.isEmpty()) {
+                err << mainUsage();
+                return UsageError;
+            }
+            qputenv("PEL008_HOME", QDir(args.takeFirst()).absolutePath().toLocal8Bit());
+        } else if (opt == QLatin1String("--yes")) {
+            yes = true;
+        } else if (opt == QLatin1String("--no")) {
+            yes = false;
+        } else if (opt == QLatin1String("--json")) {
+            json = true;
+        } else if (opt == QLatin1String("--help")) {
+            out << mainUsage();
+            return Done;
+        } else {
+            err << "unknown option " << opt << Qt::endl << mainUsage();
+            return UsageError;
+        }
+    }
+    if (qEnvironmentVariableIsEmpty("PEL008_HOME"))
+        qputenv("PEL008_HOME", QCoreApplication::applicationDirPath().toLocal8Bit());
+    if (args.isEmpty()) {
+        err << mainUsage();
+        return UsageError;
+    }
+    const Command* command = findCommand(args.front());
+    if (!command) {
+        err << "unknown command " << args.front() << Qt::endl << mainUsage();
+        return UsageError;
+    }
+    CommandLineDialogs dialogs(err, yes);
+    pel::setDialogService(&dialogs);
+    Context ctx{args.mid(1), yes, json, out, err, QString::fromUtf8(command->usage)};
+    const int rc = command->run(ctx);
+    out.flush();
+    err.flush();
+    pel::setDialogService(nullptr);
+    return rc;
+}

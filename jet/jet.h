@@ -1,0 +1,214 @@
+#pragma once
+// Read side of the Jet 4 engine. Status-code API: every call returns a Status; the text of the last
+// failure stays on the handle (Database::error()). Nothing here throws to the caller.
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace jet {
+
+enum Status : int {
+    OK = 0,
+    ERR_IO = 1,        // cannot open or read the file
+    ERR_FORMAT = 2,    // not a Jet 4 file (Jet 3, ACE, other)
+    ERR_PASSWORD = 3,  // wrong database password
+    ERR_CORRUPT = 4,   // damaged structure
+    ERR_NOT_FOUND = 5, // no such table / column
+    ERR_READ_ONLY = 6,
+    ERR_ARG = 7,
+    END = 100, // cursor is past its last row
+};
+
+constexpr std::size_t kPageSize = 4096;
+
+enum class Type : std::uint8_t {
+    Bool = 0x01,
+    Byte = 0x02,
+    Int = 0x03,
+    Long = 0x04,
+    Money = 0x05,
+    Float = 0x06,
+    Double = 0x07,
+    DateTime = 0x08,
+    Binary = 0x09,
+    Text = 0x0A,
+    Ole = 0x0B,
+    Memo = 0x0C,
+    Guid = 0x0F,
+    Numeric = 0x10,
+};
+
+struct Column {
+    std::string name;
+    Type type = Type::Long;
+    std::uint8_t rawType = 0;
+    std::uint16_t number = 0;      // position in the row's null mask
+    std::uint16_t varIndex = 0;    // slot in the variable-offset table
+    std::uint16_t fixedOffset = 0; // offset after the column count
+    std::uint16_t length = 0;      // bytes (Text: 2 per character)
+    std::uint8_t flags = 0;
+    std::uint8_t precision = 0, scale = 0;
+    std::uint16_t sortOrder = 0; // text: 0x409 = General
+    bool fixed = false;
+    bool compressed = false;
+};
+
+struct IndexColumn {
+    int column = -1; // into Table::columns
+    bool ascending = true;
+};
+
+// One physical B-tree; logical indexes (names, primary/foreign) share them.
+struct RealIndex {
+    std::vector<IndexColumn> columns;
+    std::uint32_t rootPage = 0;
+    std::uint8_t flags = 0; // 0x01 unique, 0x02 ignore nulls
+};
+
+struct LogicalIndex {
+    std::string name;
+    int realIndex = -1;
+    std::uint8_t kind = 0; // 1 primary key, 2 foreign key
+};
+
+struct Table {
+    std::string name;
+    std::uint32_t tdefPage = 0;
+    std::uint32_t rowCount = 0; // as the definition states it
+    bool system = false;
+    std::vector<Column> columns; // table order
+    std::vector<RealIndex> realIndexes;
+    std::vector<LogicalIndex> indexes;
+    std::uint32_t usageMap = 0; // row pointer
+    std::uint16_t maxCols = 0;
+    std::uint16_t varCols = 0; // rows carry no offset table when zero
+};
+
+// (page << 8 | row): where a row lives; stable while the file is unchanged.
+using RowId = std::int64_t;
+
+// A decoded field. Meaning of the members by column type:
+//   Bool/Byte/Int/Long: i (Bool 0/1); Money: i = value * 10000; Float/Double/DateTime: d (DateTime: days
+//   since 1899-12-30); Text/Memo: s UTF-8; Binary/Ole: s raw bytes; Guid: s 16 raw bytes;
+//   Numeric: s decimal text ("-12.50").
+struct Value {
+    Type type = Type::Long;
+    bool null = true;
+    std::int64_t i = 0;
+    double d = 0;
+    std::string s;
+};
+
+class Database;
+
+// Forward-only reader of one table: a full scan or the rows an index seek produced.
+class Cursor {
+public:
+    explicit Cursor(const Database& db, const Table& table);
+    Status rewind();                        // full scan
+    Status seek(std::vector<RowId> rows);   // exactly these rows, in this order
+    Status next();                          // OK, END or an error
+    bool eof() const { return eof_; }
+    RowId rowId() const { return rowId_; }
+    Status column(std::size_t index, Value& out) const;
+    const std::string& error() const { return error_; }
+
+private:
+    Status load(RowId id, bool followOverflow);
+    Status fail(Status s, std::string msg) const;
+    const Database& db_;
+    const Table& table_;
+    std::vector<std::uint32_t> pages_;
+    std::vector<RowId> rows_;
+    bool byList_ = false;
+    std::size_t pageIdx_ = 0, listIdx_ = 0;
+    int rowIdx_ = -1;
+    bool eof_ = true;
+    RowId rowId_ = 0;
+    const std::uint8_t* row_ = nullptr;
+    std::size_t rowLen_ = 0;
+    mutable std::string error_;
+};
+
+// Range on the first column of an index, values already in the column's type.
+struct KeyBound {
+    bool present = false;
+    bool inclusive = true;
+    Value value;
+};
+
+class Database {
+public:
+    Database() = default;
+    Database(const Database&) = delete;
+    Database& operator=(const Database&) = delete;
+
+    Status open(const std::string& path, const std::string& password);
+    // Same checks on a file already in memory (tests, fuzzing).
+    Status openMemory(std::vector<std::uint8_t> bytes, const std::string& password);
+    std::string error() const;
+
+    const std::vector<Table>& tables() const { return tables_; } // user tables, catalogue order
+    const Table* table(const std::string& name) const;           // case-insensitive
+    Status readTable(std::uint32_t tdefPage, Table& out) const;  // any table, system ones too
+
+    std::uint16_t codePage() const { return codePage_; }
+    std::uint32_t sortOrder() const { return sortOrder_; }
+    double creationDate() const { return creationDate_; }
+    bool encoded() const { return dbKey_ != 0; }
+    std::uint32_t pageCount() const { return static_cast<std::uint32_t>(bytes_.size() / kPageSize); }
+
+    // Pages a table's usage map assigns to it (data pages of that table only).
+    Status dataPages(const Table& t, std::vector<std::uint32_t>& out) const;
+    // Rows whose first index column lies within [lo, hi]; false in *usable when the index cannot seek
+    // (key encoding we do not produce).
+    Status indexSeek(const Table& t, int realIndex, const KeyBound& lo, const KeyBound& hi,
+                     std::vector<RowId>& out, bool* usable) const;
+    // Best real index whose first column is `column` and which can seek; -1 when none.
+    int seekableIndex(const Table& t, int column) const;
+
+    // Null when the page is outside the file. Counts every call (tests prove seeks read few pages).
+    const std::uint8_t* page(std::uint32_t n) const;
+    std::uint64_t pageReads() const { return pageReads_.load(std::memory_order_relaxed); }
+    void resetPageReads() { pageReads_.store(0, std::memory_order_relaxed); }
+
+    // Bytes of the row at (page,row); flags of its offset entry in *flags.
+    Status rowBytes(std::uint32_t pg, unsigned row, const std::uint8_t** p, std::size_t* len,
+                    unsigned* flags) const;
+    Status longValue(const std::uint8_t* field, std::size_t len, std::string& out) const;
+
+    Status fail(Status s, std::string msg) const;
+
+private:
+    Status loadHeader(const std::string& password);
+    Status loadCatalogue();
+
+    std::vector<std::uint8_t> bytes_;
+    std::vector<Table> tables_;
+    std::uint16_t codePage_ = 0;
+    std::uint32_t sortOrder_ = 0;
+    double creationDate_ = 0;
+    std::uint32_t dbKey_ = 0;
+    mutable std::atomic<std::uint64_t> pageReads_{0};
+    mutable std::mutex errorMutex_; // one engine serves every connection
+    mutable std::string error_;
+};
+
+// Header helpers shared with the password writer.
+void rc4(const std::uint8_t* key, std::size_t keyLen, std::uint8_t* data, std::size_t n);
+constexpr std::size_t kHeaderCryptOffset = 0x18;
+constexpr std::size_t kHeaderCryptLen = 128;
+constexpr std::size_t kPasswordOffset = 0x42;
+constexpr std::size_t kPasswordLen = 40;
+constexpr std::size_t kCreationDateOffset = 0x72;
+
+std::string ucs2ToUtf8(const std::uint8_t* p, std::size_t n);
+std::u16string utf8ToUtf16(const std::string& s);
+// Text as stored: UCS-2, or the compressed form that starts with FF FE.
+std::string decodeText(const std::uint8_t* p, std::size_t n);
+
+} // namespace jet

@@ -1,0 +1,53 @@
+#include "ui/dialogs.h"
+
+#include <array>
+#include <vector>
+
+namespace pel {
+namespace {
+
+class DefaultService final : public DialogService {
+public:
+    int messageBox(const QString&, int style, const QString&) override { return defaultAnswer(style); }
+};
+
+DefaultService gDefault;
+DialogService* gService = &gDefault;
+
+} // namespace
+
+int defaultAnswer(int style)
+{
+    static const std::array<std::vector<int>, 7> sets = {{
+        {answer::Ok},
+        {answer::Ok, answer::Cancel},
+        {answer::Abort, answer::Retry, answer::Ignore},
+        {answer::Yes, answer::No, answer::Cancel},
+        {answer::Yes, answer::No},
+        {answer::Retry, answer::Cancel},
+        {answer::Cancel, answer::TryAgain, answer::Continue},
+    }};
+    const int b = mb::buttons(style);
+    const auto& set = sets[static_cast<size_t>(b < 7 ? b : 0)];
+    const size_t d = static_cast<size_t>(mb::defaultButton(style));
+    return set[d < set.size() ? d : 0];
+}
+
+DialogService& dialogs()
+{
+    return *gService;
+}
+
+DialogService* setDialogService(DialogService* service)
+{
+    DialogService* previous = gService == &gDefault ? nullptr : gService;
+    gService = service ? service : &gDefault;
+    return previous;
+}
+
+int msgBox(const QString& text, int style, const QString& title)
+{
+    return dialogs().messageBox(text, style, title);
+}
+
+} // namespace pel
