@@ -86,7 +86,7 @@ Status Cursor::seek(std::vector<RowId> rows)
     return next();
 }
 
-Status Cursor::load(RowId id, bool followOverflow)
+Status Cursor::load(RowId id)
 {
     auto pg = static_cast<std::uint32_t>(id >> 8);
     unsigned row = static_cast<unsigned>(id & 0xFF);
@@ -94,12 +94,12 @@ Status Cursor::load(RowId id, bool followOverflow)
         unsigned flags;
         if (Status s = db_.rowBytes(pg, row, &row_, &rowLen_, &flags); s != OK)
             return fail(s, db_.error());
-        if (flags & 0x8000)
-            return END; // deleted
+        // A moved row's new home carries the deleted flag so scans skip it there; only the original
+        // slot's flag counts.
+        if (hop == 0 && (flags & 0x8000))
+            return END;
         if (!(flags & 0x4000))
             break;
-        if (!followOverflow)
-            return END; // moved: read where it now lives
         if (hop > 4 || rowLen_ < 4)
             return fail(ERR_CORRUPT, "Moved row pointer is damaged.");
         std::uint32_t ptr = le32(row_);
@@ -108,7 +108,7 @@ Status Cursor::load(RowId id, bool followOverflow)
     }
     if (rowLen_ < 2)
         return fail(ERR_CORRUPT, "Row is too short.");
-    rowId_ = (RowId(pg) << 8) | row;
+    rowId_ = id; // the original slot: indexes point there too
     return OK;
 }
 
@@ -118,7 +118,7 @@ Status Cursor::next()
     if (byList_) {
         while (rowIdx_ < 0 ? listIdx_ < rows_.size() : ++listIdx_ < rows_.size()) {
             rowIdx_ = 0;
-            Status s = load(rows_[listIdx_], true);
+            Status s = load(rows_[listIdx_]);
             if (s == OK) {
                 eof_ = false;
                 return OK;
@@ -134,7 +134,7 @@ Status Cursor::next()
         if (14 + 2 * std::size_t(count) > kPageSize)
             return fail(ERR_CORRUPT, "Data page " + std::to_string(pages_[pageIdx_]) + " has too many rows.");
         while (++rowIdx_ < static_cast<int>(count)) {
-            Status s = load((RowId(pages_[pageIdx_]) << 8) | rowIdx_, false);
+            Status s = load((RowId(pages_[pageIdx_]) << 8) | rowIdx_);
             if (s == OK) {
                 eof_ = false;
                 return OK;

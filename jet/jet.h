@@ -118,7 +118,7 @@ public:
     const std::string& error() const { return error_; }
 
 private:
-    Status load(RowId id, bool followOverflow);
+    Status load(RowId id);
     Status fail(Status s, std::string msg) const;
     const Database& db_;
     const Table& table_;

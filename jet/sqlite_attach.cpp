@@ -1,8 +1,463 @@
 #include "jet/sqlite_attach.h"
 
+#include "jet/jet.h"
+#include "jet/tool.h"
+
+#include <sqlite3.h>
+
+#include <climits>
+#include <cmath>
+#include <cstdlib>
 #include <cstring>
+#include <map>
+#include <mutex>
 
 namespace jet {
+
+namespace {
+
+// One engine per file per process; connections share it and the last one to close releases it.
+struct Engine {
+    std::shared_ptr<Database> db;
+    std::string password;
+};
+
+std::mutex registryMutex;
+std::map<std::string, std::weak_ptr<Engine>>& engines()
+{
+    static std::map<std::string, std::weak_ptr<Engine>> m;
+    return m;
+}
+
+// What a connection attached: module client data, freed by SQLite when the connection closes.
+struct ConnState {
+    sqlite3* conn = nullptr;
+    std::map<std::string, std::shared_ptr<Engine>> files;
+};
+std::map<sqlite3*, ConnState*>& connections()
+{
+    static std::map<sqlite3*, ConnState*> m;
+    return m;
+}
+
+void destroyConnState(void* p)
+{
+    auto* st = static_cast<ConnState*>(p);
+    {
+        std::lock_guard lock(registryMutex);
+        auto it = connections().find(st->conn);
+        if (it != connections().end() && it->second == st)
+            connections().erase(it);
+    }
+    delete st;
+}
+
+constexpr const char* kModule = "jet";
+constexpr const char* kReadOnly = "Jet database is read-only in this version";
+
+struct VTab {
+    sqlite3_vtab base{};
+    std::shared_ptr<Engine> engine;
+    const Table* table = nullptr;
+};
+
+struct VCursor {
+    sqlite3_vtab_cursor base{};
+    Cursor cur;
+    Value value;
+    VCursor(const Database& db, const Table& t) : cur(db, t) {}
+};
+
+std::string quoteIdent(const std::string& s)
+{
+    std::string out = "\"";
+    for (char c : s) {
+        out += c;
+        if (c == '"')
+            out += '"';
+    }
+    return out + "\"";
+}
+
+std::string quoteLiteral(const std::string& s)
+{
+    std::string out = "'";
+    for (char c : s) {
+        out += c;
+        if (c == '\'')
+            out += '\'';
+    }
+    return out + "'";
+}
+
+std::string unquote(const char* arg)
+{
+    std::string s(arg ? arg : "");
+    if (s.size() >= 2 && (s.front() == '\'' || s.front() == '"') && s.back() == s.front()) {
+        char q = s.front();
+        std::string out;
+        for (std::size_t i = 1; i + 1 < s.size(); ++i) {
+            out += s[i];
+            if (s[i] == q && s[i + 1] == q)
+                ++i;
+        }
+        return out;
+    }
+    return s;
+}
+
+void setError(sqlite3_vtab* vt, const std::string& msg)
+{
+    sqlite3_free(vt->zErrMsg);
+    vt->zErrMsg = sqlite3_mprintf("%s", msg.c_str());
+}
+
+int sqliteCode(Status s) { return s == ERR_CORRUPT ? SQLITE_CORRUPT : SQLITE_ERROR; }
+
+int xConnect(sqlite3* conn, void* aux, int argc, const char* const* argv, sqlite3_vtab** out, char** err)
+{
+    try {
+        auto* st = static_cast<ConnState*>(aux);
+        if (argc < 5) {
+            *err = sqlite3_mprintf("jet module needs a file and a table");
+            return SQLITE_ERROR;
+        }
+        std::string path = unquote(argv[3]), name = unquote(argv[4]);
+        auto it = st->files.find(path);
+        if (it == st->files.end()) {
+            *err = sqlite3_mprintf("Jet file '%s' is not attached to this connection", path.c_str());
+            return SQLITE_ERROR;
+        }
+        const Table* t = it->second->db->table(name);
+        if (!t) {
+            *err = sqlite3_mprintf("No table '%s' in Jet file '%s'", name.c_str(), path.c_str());
+            return SQLITE_ERROR;
+        }
+        std::string sql = "CREATE TABLE x(";
+        for (std::size_t k = 0; k < t->columns.size(); ++k) {
+            if (k)
+                sql += ", ";
+            sql += quoteIdent(t->columns[k].name) + " " + sqlTypeName(t->columns[k]);
+        }
+        sql += ")";
+        if (int rc = sqlite3_declare_vtab(conn, sql.c_str()); rc != SQLITE_OK) {
+            *err = sqlite3_mprintf("Cannot declare Jet table '%s': %s", name.c_str(), sqlite3_errmsg(conn));
+            return rc;
+        }
+        auto* vt = new VTab;
+        vt->engine = it->second;
+        vt->table = t;
+        *out = &vt->base;
+        return SQLITE_OK;
+    } catch (...) {
+        return SQLITE_NOMEM;
+    }
+}
+
+int xDisconnect(sqlite3_vtab* vt)
+{
+    delete reinterpret_cast<VTab*>(vt);
+    return SQLITE_OK;
+}
+
+// idxNum: 0 = full scan; else (column + 1) << 5 | flags.
+enum : int { kEq = 1, kLo = 2, kLoIncl = 4, kHi = 8, kHiIncl = 16 };
+
+int xBestIndex(sqlite3_vtab* base, sqlite3_index_info* info)
+{
+    try {
+        auto* vt = reinterpret_cast<VTab*>(base);
+        const Database& db = *vt->engine->db;
+        double rows = std::max<double>(vt->table->rowCount, 1);
+        int bestCol = -1, bestFlags = 0, eqIdx = -1, loIdx = -1, hiIdx = -1;
+        // Prefer an equality; else the column with a range bound.
+        for (int pass = 0; pass < 2 && bestCol < 0; ++pass) {
+            for (int i = 0; i < info->nConstraint; ++i) {
+                const auto& c = info->aConstraint[i];
+                if (!c.usable || c.iColumn < 0 || db.seekableIndex(*vt->table, c.iColumn) < 0)
+                    continue;
+                bool eq = c.op == SQLITE_INDEX_CONSTRAINT_EQ;
+                if (pass == 0 && eq) {
+                    bestCol = c.iColumn;
+                    bestFlags = kEq;
+                    eqIdx = i;
+                    break;
+                }
+                if (pass == 1 && !eq && (bestCol < 0 || bestCol == c.iColumn)) {
+                    if ((c.op == SQLITE_INDEX_CONSTRAINT_GT || c.op == SQLITE_INDEX_CONSTRAINT_GE) && loIdx < 0) {
+                        bestCol = c.iColumn;
+                        loIdx = i;
+                        bestFlags |= kLo | (c.op == SQLITE_INDEX_CONSTRAINT_GE ? kLoIncl : 0);
+                    } else if ((c.op == SQLITE_INDEX_CONSTRAINT_LT || c.op == SQLITE_INDEX_CONSTRAINT_LE) && hiIdx < 0) {
+                        bestCol = c.iColumn;
+                        hiIdx = i;
+                        bestFlags |= kHi | (c.op == SQLITE_INDEX_CONSTRAINT_LE ? kHiIncl : 0);
+                    }
+                }
+            }
+        }
+        if (bestCol < 0) {
+            info->idxNum = 0;
+            info->estimatedCost = rows * 10;
+            info->estimatedRows = static_cast<sqlite3_int64>(rows);
+            return SQLITE_OK;
+        }
+        int arg = 1;
+        for (int i : {eqIdx, loIdx, hiIdx})
+            if (i >= 0)
+                info->aConstraintUsage[i].argvIndex = arg++;
+        info->idxNum = (bestCol + 1) << 5 | bestFlags;
+        info->estimatedCost = (bestFlags & kEq) ? 20 : rows * ((bestFlags & (kLo | kHi)) == (kLo | kHi) ? 1 : 4);
+        info->estimatedRows = (bestFlags & kEq) ? 4 : static_cast<sqlite3_int64>(rows / 4 + 1);
+        return SQLITE_OK;
+    } catch (...) {
+        return SQLITE_NOMEM;
+    }
+}
+
+int xOpen(sqlite3_vtab* base, sqlite3_vtab_cursor** out)
+{
+    try {
+        auto* vt = reinterpret_cast<VTab*>(base);
+        auto* c = new VCursor(*vt->engine->db, *vt->table);
+        *out = &c->base;
+        return SQLITE_OK;
+    } catch (...) {
+        return SQLITE_NOMEM;
+    }
+}
+
+int xClose(sqlite3_vtab_cursor* c)
+{
+    delete reinterpret_cast<VCursor*>(c);
+    return SQLITE_OK;
+}
+
+// The bound as the column's own type; false when it has no exact counterpart (then scan).
+bool toKey(const Column& col, sqlite3_value* v, Value& out)
+{
+    out = Value{};
+    out.type = col.type;
+    out.null = false;
+    int t = sqlite3_value_numeric_type(v);
+    switch (col.type) {
+    case Type::Byte: case Type::Int: case Type::Long:
+        if (t == SQLITE_INTEGER) {
+            out.i = sqlite3_value_int64(v);
+            return true;
+        }
+        if (t == SQLITE_FLOAT) {
+            double d = sqlite3_value_double(v);
+            if (std::isfinite(d) && d == std::floor(d) && std::fabs(d) < 9e15) {
+                out.i = static_cast<std::int64_t>(d);
+                return true;
+            }
+        }
+        return false;
+    case Type::Money: {
+        if (t == SQLITE_INTEGER) {
+            sqlite3_int64 i = sqlite3_value_int64(v);
+            if (i > LLONG_MAX / 10000 || i < LLONG_MIN / 10000)
+                return false;
+            out.i = i * 10000;
+            return true;
+        }
+        if (t == SQLITE_FLOAT) {
+            double d = sqlite3_value_double(v) * 10000;
+            if (std::isfinite(d) && d == std::floor(d) && std::fabs(d) < 9e15) {
+                out.i = static_cast<std::int64_t>(d);
+                return true;
+            }
+        }
+        return false;
+    }
+    case Type::Double: case Type::Float:
+        if (t != SQLITE_INTEGER && t != SQLITE_FLOAT)
+            return false;
+        out.d = sqlite3_value_double(v);
+        return std::isfinite(out.d);
+    default:
+        return false;
+    }
+}
+
+int xFilter(sqlite3_vtab_cursor* base, int idxNum, const char*, int argc, sqlite3_value** argv)
+{
+    auto* c = reinterpret_cast<VCursor*>(base);
+    auto* vt = reinterpret_cast<VTab*>(base->pVtab);
+    try {
+        Status s;
+        bool seeked = false;
+        if (idxNum != 0) {
+            int col = (idxNum >> 5) - 1;
+            int flags = idxNum & 31;
+            const Database& db = *vt->engine->db;
+            const Table& t = *vt->table;
+            int idx = col >= 0 && col < static_cast<int>(t.columns.size()) ? db.seekableIndex(t, col) : -1;
+            KeyBound lo, hi;
+            bool ok = idx >= 0;
+            int arg = 0;
+            auto bound = [&](KeyBound& b, bool incl) {
+                if (arg >= argc || !toKey(t.columns[static_cast<std::size_t>(col)], argv[arg++], b.value))
+                    ok = false;
+                b.present = true;
+                b.inclusive = incl;
+            };
+            if (ok && (flags & kEq)) {
+                bound(lo, true);
+                hi = lo;
+            } else if (ok) {
+                if (flags & kLo)
+                    bound(lo, flags & kLoIncl);
+                if (flags & kHi)
+                    bound(hi, flags & kHiIncl);
+            }
+            if (ok) {
+                std::vector<RowId> rows;
+                bool usable = false;
+                s = db.indexSeek(t, idx, lo, hi, rows, &usable);
+                if (s != OK) {
+                    setError(&vt->base, db.error());
+                    return sqliteCode(s);
+                }
+                if (usable) {
+                    s = c->cur.seek(std::move(rows));
+                    seeked = true;
+                }
+            }
+        }
+        if (!seeked)
+            s = c->cur.rewind();
+        if (s != OK && s != END) {
+            setError(&vt->base, c->cur.error());
+            return sqliteCode(s);
+        }
+        return SQLITE_OK;
+    } catch (...) {
+        return SQLITE_NOMEM;
+    }
+}
+
+int xNext(sqlite3_vtab_cursor* base)
+{
+    auto* c = reinterpret_cast<VCursor*>(base);
+    try {
+        Status s = c->cur.next();
+        if (s != OK && s != END) {
+            setError(base->pVtab, c->cur.error());
+            return sqliteCode(s);
+        }
+        return SQLITE_OK;
+    } catch (...) {
+        return SQLITE_NOMEM;
+    }
+}
+
+int xEof(sqlite3_vtab_cursor* base) { return reinterpret_cast<VCursor*>(base)->cur.eof(); }
+
+int xColumn(sqlite3_vtab_cursor* base, sqlite3_context* ctx, int i)
+{
+    auto* c = reinterpret_cast<VCursor*>(base);
+    try {
+        Value& v = c->value;
+        if (Status s = c->cur.column(static_cast<std::size_t>(i), v); s != OK) {
+            sqlite3_result_error(ctx, c->cur.error().c_str(), -1);
+            sqlite3_result_error_code(ctx, sqliteCode(s));
+            return sqliteCode(s);
+        }
+        if (v.null) {
+            sqlite3_result_null(ctx);
+            return SQLITE_OK;
+        }
+        switch (v.type) {
+        case Type::Bool: sqlite3_result_int(ctx, v.i ? -1 : 0); break;
+        case Type::Byte: case Type::Int: case Type::Long: sqlite3_result_int64(ctx, v.i); break;
+        case Type::Money:
+            if (v.i % 10000 == 0)
+                sqlite3_result_int64(ctx, v.i / 10000);
+            else
+                sqlite3_result_double(ctx, static_cast<double>(v.i) / 10000.0);
+            break;
+        case Type::Float: case Type::Double: sqlite3_result_double(ctx, v.d); break;
+        case Type::DateTime: {
+            std::string d = formatDateTime(v.d, '/');
+            if (d.empty())
+                sqlite3_result_double(ctx, v.d);
+            else
+                sqlite3_result_text(ctx, d.c_str(), static_cast<int>(d.size()), SQLITE_TRANSIENT);
+            break;
+        }
+        case Type::Text: case Type::Memo: case Type::Numeric:
+            sqlite3_result_text(ctx, v.s.data(), static_cast<int>(v.s.size()), SQLITE_TRANSIENT);
+            break;
+        case Type::Binary: case Type::Ole:
+            sqlite3_result_blob(ctx, v.s.data(), static_cast<int>(v.s.size()), SQLITE_TRANSIENT);
+            break;
+        case Type::Guid: {
+            std::string g = formatGuid(v.s);
+            sqlite3_result_text(ctx, g.c_str(), static_cast<int>(g.size()), SQLITE_TRANSIENT);
+            break;
+        }
+        }
+        return SQLITE_OK;
+    } catch (...) {
+        sqlite3_result_error_nomem(ctx);
+        return SQLITE_NOMEM;
+    }
+}
+
+int xRowid(sqlite3_vtab_cursor* base, sqlite3_int64* out)
+{
+    *out = reinterpret_cast<VCursor*>(base)->cur.rowId();
+    return SQLITE_OK;
+}
+
+int xUpdate(sqlite3_vtab* vt, int, sqlite3_value**, sqlite3_int64*)
+{
+    setError(vt, kReadOnly);
+    return SQLITE_READONLY;
+}
+
+int xRename(sqlite3_vtab* vt, const char*)
+{
+    setError(vt, kReadOnly);
+    return SQLITE_READONLY;
+}
+
+sqlite3_module makeModule()
+{
+    sqlite3_module m{};
+    m.iVersion = 1;
+    m.xCreate = xConnect;
+    m.xConnect = xConnect;
+    m.xBestIndex = xBestIndex;
+    m.xDisconnect = xDisconnect;
+    m.xDestroy = xDisconnect;
+    m.xOpen = xOpen;
+    m.xClose = xClose;
+    m.xFilter = xFilter;
+    m.xNext = xNext;
+    m.xEof = xEof;
+    m.xColumn = xColumn;
+    m.xRowid = xRowid;
+    m.xUpdate = xUpdate;
+    m.xRename = xRename;
+    return m;
+}
+
+const sqlite3_module module = makeModule();
+
+std::string canonical(const std::string& path)
+{
+    char* r = realpath(path.c_str(), nullptr);
+    if (!r)
+        return {};
+    std::string s(r);
+    std::free(r);
+    return s;
+}
+
+} // namespace
 
 bool looksLikeJet(const unsigned char* head, std::size_t n)
 {
@@ -10,11 +465,80 @@ bool looksLikeJet(const unsigned char* head, std::size_t n)
     return n >= 4 + sizeof magic - 1 && std::memcmp(head + 4, magic, sizeof magic - 1) == 0;
 }
 
-int attach(sqlite3*, const std::string& path, const std::string&, std::string* error)
+int attach(sqlite3* conn, const std::string& path, const std::string& password, std::string* error)
 {
-    if (error)
-        *error = "Jet database engine not available yet: cannot open '" + path + "'";
-    return 1;
+    auto setErr = [&](const std::string& m) {
+        if (error)
+            *error = m;
+    };
+    try {
+        std::string key = canonical(path);
+        if (key.empty()) {
+            setErr("Cannot open '" + path + "'.");
+            return ERR_IO;
+        }
+        std::shared_ptr<Engine> engine;
+        ConnState* st = nullptr;
+        {
+            std::lock_guard lock(registryMutex);
+            engine = engines()[key].lock();
+            if (engine && engine->password != password) {
+                setErr("Not a valid password.");
+                return ERR_PASSWORD;
+            }
+            if (!engine) {
+                engine = std::make_shared<Engine>();
+                engine->db = std::make_shared<Database>();
+                engine->password = password;
+                if (Status s = engine->db->open(key, password); s != OK) {
+                    setErr(engine->db->error());
+                    return s;
+                }
+                engines()[key] = engine;
+            }
+            auto it = connections().find(conn);
+            st = it == connections().end() ? nullptr : it->second;
+        }
+        if (!st) {
+            st = new ConnState;
+            st->conn = conn;
+            {
+                std::lock_guard lock(registryMutex);
+                connections()[conn] = st;
+            }
+            // SQLite owns the state from here: it calls destroyConnState even when registration fails.
+            if (sqlite3_create_module_v2(conn, kModule, &module, st, destroyConnState) != SQLITE_OK) {
+                setErr(std::string("Cannot register the Jet module: ") + sqlite3_errmsg(conn));
+                return ERR_IO;
+            }
+        }
+        st->files[key] = engine;
+        for (const Table& t : engine->db->tables()) {
+            std::string sql = "CREATE VIRTUAL TABLE IF NOT EXISTS main." + quoteIdent(t.name) + " USING " + kModule +
+                              "(" + quoteLiteral(key) + ", " + quoteLiteral(t.name) + ")";
+            char* msg = nullptr;
+            if (sqlite3_exec(conn, sql.c_str(), nullptr, nullptr, &msg) != SQLITE_OK) {
+                setErr("Cannot expose Jet table '" + t.name + "': " + (msg ? msg : sqlite3_errmsg(conn)));
+                sqlite3_free(msg);
+                return ERR_IO;
+            }
+        }
+        return OK;
+    } catch (...) {
+        setErr("Out of memory attaching '" + path + "'.");
+        return ERR_IO;
+    }
+}
+
+Database* engineOf(sqlite3* conn, const std::string& path)
+{
+    std::string key = canonical(path);
+    std::lock_guard lock(registryMutex);
+    auto it = connections().find(conn);
+    if (it == connections().end())
+        return nullptr;
+    auto f = it->second->files.find(key);
+    return f == it->second->files.end() ? nullptr : f->second->db.get();
 }
 
 } // namespace jet

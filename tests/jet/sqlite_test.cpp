@@ -1,0 +1,1 @@
+#include "jet/sqlite_attach.h"

@@ -1,0 +1,58 @@
+#pragma once
+#include <cstdio>
+#include <algorithm>
+#include <cstdint>
+#include <filesystem>
+#include <iterator>
+#include <unistd.h>
+#include <fstream>
+#include <string>
+#include <vector>
+
+namespace jettest {
+
+inline std::string corpus(const std::string& name) { return std::string(JET_CORPUS) + "/" + name; }
+
+inline std::vector<std::string> corpusFiles()
+{
+    std::vector<std::string> out;
+    for (const auto& e : std::filesystem::directory_iterator(JET_CORPUS))
+        if (e.path().extension() == ".mdb")
+            out.push_back(e.path().filename().string());
+    std::sort(out.begin(), out.end());
+    return out;
+}
+
+inline std::string passwordOf(const std::string& file) { return file == "passwordV2000.mdb" ? "password" : ""; }
+
+inline std::vector<std::uint8_t> readFile(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+inline std::string run(const std::string& cmd)
+{
+    std::string out;
+    FILE* p = popen(cmd.c_str(), "r");
+    if (!p)
+        return out;
+    char buf[65536];
+    std::size_t n;
+    while ((n = std::fread(buf, 1, sizeof buf, p)) > 0)
+        out.append(buf, n);
+    pclose(p);
+    return out;
+}
+
+// A scratch copy of a corpus file: the corpus itself is never written.
+inline std::string scratchCopy(const std::string& file, const std::string& as)
+{
+    auto dir = std::filesystem::temp_directory_path() / ("jet-test-" + std::to_string(::getpid()));
+    std::filesystem::create_directories(dir);
+    auto dst = dir / as;
+    std::filesystem::copy_file(corpus(file), dst, std::filesystem::copy_options::overwrite_existing);
+    return dst.string();
+}
+
+} // namespace jettest
