@@ -400,7 +400,7 @@ Status Database::readTable(std::uint32_t tdefPage, Table& t) const
             unsigned num = r.u16();
             std::uint8_t order = r.u8();
             if (num != 0xFFFF)
-                ri.colNums.emplace_back(num, order != 0x02);
+                ri.colNums.emplace_back(num, order == 0x01);
         }
         r.u32(); // usage map
         ri.idx.rootPage = r.u32();
