@@ -113,8 +113,7 @@ bool parseIndexPage(const std::uint8_t* d, std::vector<Entry>& out)
         e.row = p[3];
         if (!leaf)
             e.child = std::uint32_t(p[4]) << 24 | std::uint32_t(p[5]) << 16 | std::uint32_t(p[6]) << 8 | p[7];
-        full.resize(full.size() - trailer);
-        e.key = std::move(full);
+        e.key.assign(full.data(), full.size() - trailer);
         out.push_back(std::move(e));
         start = end;
     }
