@@ -78,7 +78,7 @@ int main(int argc, char** argv)
     for (int r = 0; r < rounds; ++r) {
         for (const Job& j : jobs) {
             // Rows end in \x1e: text may hold newlines.
-            std::string cmd = "mdb-export -H -R '\x1e' '" + j.file + "' '" + j.table + "' 2>/dev/null | tr -cd '\036' | wc -c";
+            std::string cmd = "mdb-export -H -b hex -R '\x1e' '" + j.file + "' '" + j.table + "' 2>/dev/null | tr -cd '\036' | wc -c";
             FILE* p = popen(cmd.c_str(), "r");
             if (!p)
                 continue;
