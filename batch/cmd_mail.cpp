@@ -2,7 +2,8 @@
 #include "batch/command.h"
 #include "mail/clsbasp.h"
 
-namespace {
+namespace
+{
 
 int run(pel::batch::Context& ctx)
 {
@@ -12,8 +13,7 @@ int run(pel::batch::Context& ctx)
     QStringList args = ctx.args;
     while (!args.isEmpty()) {
         const QString opt = args.takeFirst();
-        if (args.isEmpty())
-            return ctx.usage(QStringLiteral("missing value after %1").arg(opt));
+        if (args.isEmpty()) return ctx.usage(QStringLiteral("missing value after %1").arg(opt));
         const QString value = args.takeFirst();
         if (opt == QLatin1String("--server")) {
             server = value;
@@ -45,8 +45,7 @@ int run(pel::batch::Context& ctx)
     return result.isEmpty() ? pel::batch::Done : pel::batch::Stopped;
 }
 
-pel::batch::Registrar reg{{"mail",
-                           "mail --server HOST[:PORT] --to ADDRS --from ADDR --subject S --body B [--attach PATH]...",
-                           &run}};
+pel::batch::Registrar reg{
+    {"mail", "mail --server HOST[:PORT] --to ADDRS --from ADDR --subject S --body B [--attach PATH]...", &run}};
 
 } // namespace

@@ -6,7 +6,8 @@
 #include <QString>
 #include <QStringList>
 
-namespace pel::mail {
+namespace pel::mail
+{
 
 struct Mailbox {
     QString name;    // display name, may be empty
