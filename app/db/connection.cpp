@@ -1,0 +1,512 @@
+#include "app/db/connection.h"
+#include "app/db/editstate.h"
+
+#include "jet/sqlite_attach.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QSqlDriver>
+#include <QSqlError>
+#include <QSqlQuery>
+#include <QSqlRecord>
+
+#include <sqlite3.h>
+
+#include <atomic>
+
+namespace pel {
+namespace {
+
+std::atomic<int> gConnectionSerial{0};
+
+// How long a statement waits for a row or file another connection holds locked before it fails.
+int lockWaitMs()
+{
+    bool ok = false;
+    const int ms = qEnvironmentVariableIntValue("PEL008_LOCK_WAIT_MS", &ok);
+    return ok && ms >= 0 ? ms : 1000;
+}
+
+QString errorText(const QSqlError& e)
+{
+    QString t = e.databaseText().trimmed();
+    if (t.isEmpty())
+        t = e.driverText().trimmed();
+    return t.isEmpty() ? QStringLiteral("Unknown database error.") : t;
+}
+
+// key=value pairs of a connection string, keys lower-cased.
+QHash<QString, QString> parseConnectString(const QString& s)
+{
+    QHash<QString, QString> out;
+    static const QString keys[] = {QStringLiteral("provider"), QStringLiteral("data source"),
+                                   QStringLiteral("jet oledb:database password")};
+    // "Data Source" may hold ';' inside a PostgreSQL string: split only before a known key.
+    qsizetype i = 0;
+    while (i < s.size()) {
+        qsizetype next = s.size();
+        for (const QString& k : keys) {
+            const qsizetype p = s.indexOf(QLatin1Char(';') + k + QLatin1Char('='), i, Qt::CaseInsensitive);
+            if (p >= 0 && p < next)
+                next = p;
+        }
+        const QString part = s.mid(i, next - i);
+        const qsizetype eq = part.indexOf(QLatin1Char('='));
+        if (eq > 0)
+            out.insert(part.left(eq).trimmed().toLower(), part.mid(eq + 1));
+        i = next + 1;
+    }
+    for (auto it = out.begin(); it != out.end(); ++it)
+        if (it.value().endsWith(QLatin1Char(';')))
+            it.value().chop(1);
+    return out;
+}
+
+} // namespace
+
+QString unrecognisedFormat(const QString& path)
+{
+    return QStringLiteral("Unrecognized database format '%1'.").arg(path);
+}
+
+Connection::Connection()
+    : name_(QStringLiteral("pel008-%1").arg(++gConnectionSerial)), dialect_(makeSqliteDialect())
+{
+}
+
+Connection::~Connection()
+{
+    close();
+}
+
+bool Connection::open(const QString& connectString, QString* error)
+{
+    close();
+    const auto opts = parseConnectString(connectString);
+    const QString source = opts.value(QStringLiteral("data source"));
+    if (connectString.isEmpty() || source.isEmpty()) {
+        *error = QStringLiteral("No database: the connection string is empty (dbmode must be 0 or 1).");
+        return false;
+    }
+    if (opts.value(QStringLiteral("provider")).compare(QLatin1String("PostgreSQL"), Qt::CaseInsensitive) == 0) {
+        db_ = QSqlDatabase::addDatabase(QStringLiteral("QPSQL"), name_);
+        db_.setConnectOptions(source);
+        if (!db_.open()) {
+            *error = errorText(db_.lastError());
+            close();
+            return false;
+        }
+        backend_ = Backend::Postgres;
+        dialect_ = makePostgresDialect();
+        QSqlQuery q(db_);
+        q.exec(QStringLiteral("SET lock_timeout = %1").arg(std::max(1, lockWaitMs())));
+        q.exec(QStringLiteral("SET client_min_messages = warning"));
+        return true;
+    }
+    const QString password = opts.value(QStringLiteral("jet oledb:database password"));
+    QFile f(source);
+    if (!QFileInfo(source).isFile() || !f.open(QIODevice::ReadOnly)) {
+        *error = QStringLiteral("Could not find file '%1'.").arg(source);
+        return false;
+    }
+    const QByteArray head = f.read(64);
+    f.close();
+    if (head.startsWith(QByteArrayLiteral("SQLite format 3\0")))
+        return openSqliteFile(source, password, error);
+    if (jet::looksLikeJet(reinterpret_cast<const unsigned char*>(head.constData()), static_cast<size_t>(head.size()))) {
+        db_ = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), name_);
+        db_.setDatabaseName(QStringLiteral(":memory:"));
+        if (!db_.open()) {
+            *error = errorText(db_.lastError());
+            close();
+            return false;
+        }
+        auto* handle = *static_cast<sqlite3* const*>(db_.driver()->handle().data());
+        std::string why;
+        if (jet::attach(handle, source.toStdString(), password.toStdString(), &why) != 0) {
+            *error = QString::fromStdString(why);
+            close();
+            return false;
+        }
+        backend_ = Backend::Jet;
+        dialect_ = makeSqliteDialect();
+        return true;
+    }
+    *error = unrecognisedFormat(source);
+    return false;
+}
+
+bool Connection::openSqliteFile(const QString& path, const QString&, QString* error)
+{
+    db_ = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), name_);
+    db_.setDatabaseName(path);
+    db_.setConnectOptions(QStringLiteral("QSQLITE_BUSY_TIMEOUT=%1").arg(lockWaitMs()));
+    if (!db_.open()) {
+        *error = errorText(db_.lastError());
+        close();
+        return false;
+    }
+    QSqlQuery q(db_);
+    if (!q.exec(QStringLiteral("select count(*) from sqlite_master"))) {
+        *error = errorText(q.lastError());
+        q = QSqlQuery();
+        close();
+        return false;
+    }
+    q.exec(QStringLiteral("PRAGMA synchronous = NORMAL"));
+    backend_ = Backend::Sqlite;
+    dialect_ = makeSqliteDialect();
+    return true;
+}
+
+void Connection::close()
+{
+    if (db_.isValid()) {
+        if (db_.isOpen() && txActive_) {
+            QSqlQuery q(db_);
+            q.exec(QStringLiteral("ROLLBACK"));
+        }
+        db_.close();
+        db_ = QSqlDatabase();
+        QSqlDatabase::removeDatabase(name_);
+    }
+    backend_ = Backend::None;
+    userTx_ = txActive_ = false;
+    columnCache_.clear();
+}
+
+bool Connection::run(const QString& sql, const QVariantList& values, bool forwardOnly, QSqlQuery* q, QString* error)
+{
+    if (!isOpen()) {
+        *error = QStringLiteral("Operation is not allowed when the object is closed.");
+        return false;
+    }
+    *q = QSqlQuery(db_);
+    q->setForwardOnly(forwardOnly);
+    if (!q->prepare(sql)) {
+        *error = errorText(q->lastError());
+        return false;
+    }
+    for (const QVariant& v : values)
+        q->addBindValue(v);
+    if (!q->exec()) {
+        *error = errorText(q->lastError());
+        return false;
+    }
+    return true;
+}
+
+// A statement inside a PostgreSQL transaction runs under a savepoint: a failing statement must not doom the
+// transaction, as it does not on the suite's engine.
+bool Connection::statement(const QString& sql, const QVariantList& values, QSqlQuery* q, QString* error)
+{
+    const bool guard = backend_ == Backend::Postgres && txActive_;
+    QString sp;
+    if (guard) {
+        sp = QStringLiteral("s%1").arg(++savepoint_);
+        QSqlQuery g(db_);
+        if (!g.exec(QStringLiteral("SAVEPOINT ") + sp)) {
+            *error = errorText(g.lastError());
+            return false;
+        }
+    }
+    const bool ok = run(sql, values, true, q, error);
+    if (guard) {
+        QSqlQuery g(db_);
+        g.exec(ok ? QStringLiteral("RELEASE SAVEPOINT ") + sp : QStringLiteral("ROLLBACK TO SAVEPOINT ") + sp);
+    }
+    return ok;
+}
+
+bool Connection::ensureTx(bool write, QString* error)
+{
+    if (!userTx_ || txActive_ || backend_ == Backend::Postgres)
+        return true;
+    QSqlQuery q(db_);
+    if (!q.exec(write ? QStringLiteral("BEGIN IMMEDIATE") : QStringLiteral("BEGIN"))) {
+        *error = errorText(q.lastError());
+        return false;
+    }
+    txActive_ = true;
+    return true;
+}
+
+bool Connection::query(const Sql& sql, Recordset& rs, QString* error)
+{
+    rs.close();
+    const BoundSql b = bind(sql);
+    if (!b.ok()) {
+        *error = b.error;
+        return false;
+    }
+    if (!ensureTx(false, error))
+        return false;
+    QSqlQuery q;
+    if (!statement(dialect_->adapt(b.text), b.values, &q, error))
+        return false;
+    const QSqlRecord rec = q.record();
+    std::vector<FieldInfo> fields =
+        resultFields(tokenize(b.text), [this](const QString& t) { return columns(t); });
+    if (fields.size() != static_cast<size_t>(rec.count())) {
+        fields.clear();
+        int expr = 0;
+        for (int i = 0; i < rec.count(); ++i) {
+            QString name = rec.fieldName(i);
+            const auto t = tokenize(name);
+            if (!(t.size() == 1 && t[0].isName()))
+                name = QStringLiteral("Expr%1").arg(1000 + expr++);
+            fields.push_back({name, QString(), QString(), JetType::Unknown, 0});
+        }
+    }
+    std::vector<std::vector<QVariant>> rows;
+    while (q.next()) {
+        std::vector<QVariant> row(static_cast<size_t>(rec.count()));
+        for (int i = 0; i < rec.count(); ++i)
+            row[static_cast<size_t>(i)] = q.value(i);
+        rows.push_back(std::move(row));
+    }
+    rs.reset(sql.text(), std::move(fields), std::move(rows));
+    return true;
+}
+
+bool Connection::queryForEdit(const Sql& sql, Recordset& rs, QString* error)
+{
+    rs.close();
+    const BoundSql b = bind(sql);
+    if (!b.ok()) {
+        *error = b.error;
+        return false;
+    }
+    const auto tokens = tokenize(b.text);
+    const QString table = singleTable(tokens);
+    if (table.isEmpty()) {
+        *error = QStringLiteral("Operation must use an updateable query.");
+        return false;
+    }
+    bool implicitTx = false;
+    if (!startEditLock(&implicitTx, error))
+        return false;
+    QSqlQuery q;
+    if (!statement(dialect_->forEdit(b.text), b.values, &q, error)) {
+        q = QSqlQuery();
+        if (implicitTx) {
+            QString ignored;
+            endEditLock(false, &ignored);
+        }
+        return false;
+    }
+    std::vector<FieldInfo> fields = resultFields(tokens, [this](const QString& t) { return columns(t); });
+    const int n = q.record().count() - 1;
+    if (fields.size() != static_cast<size_t>(n)) {
+        fields.clear();
+        for (int i = 0; i < n; ++i)
+            fields.push_back({q.record().fieldName(i + 1), table, q.record().fieldName(i + 1), JetType::Unknown, 0});
+    }
+    std::vector<std::vector<QVariant>> rows;
+    std::vector<QVariant> rowids;
+    while (q.next()) {
+        rowids.push_back(q.value(0));
+        std::vector<QVariant> row(static_cast<size_t>(n));
+        for (int i = 0; i < n; ++i)
+            row[static_cast<size_t>(i)] = q.value(i + 1);
+        rows.push_back(std::move(row));
+    }
+    q = QSqlQuery();
+    const bool empty = rows.empty();
+    rs.reset(sql.text(), std::move(fields), std::move(rows));
+    auto edit = std::make_unique<Recordset::EditState>();
+    edit->conn = shared_from_this();
+    edit->table = table;
+    edit->rowids = std::move(rowids);
+    edit->implicitTx = implicitTx;
+    rs.makeEditable(std::move(edit));
+    if (empty)
+        rs.addNew();
+    return true;
+}
+
+bool Connection::execute(const Sql& sql, long* affected, QString* error)
+{
+    const BoundSql b = bind(sql);
+    if (!b.ok()) {
+        *error = b.error;
+        return false;
+    }
+    if (!ensureTx(true, error))
+        return false;
+    QSqlQuery q;
+    if (!statement(dialect_->adapt(b.text), b.values, &q, error))
+        return false;
+    if (affected)
+        *affected = static_cast<long>(q.numRowsAffected());
+    return true;
+}
+
+bool Connection::executeRaw(const QString& sql, const QVariantList& values, QString* error, long* affected)
+{
+    if (!ensureTx(true, error))
+        return false;
+    QSqlQuery q;
+    if (!statement(sql, values, &q, error))
+        return false;
+    if (affected)
+        *affected = static_cast<long>(q.numRowsAffected());
+    return true;
+}
+
+bool Connection::begin(QString* error)
+{
+    if (!isOpen()) {
+        *error = QStringLiteral("Operation is not allowed when the object is closed.");
+        return false;
+    }
+    if (userTx_) {
+        *error = QStringLiteral("Transaction already in progress.");
+        return false;
+    }
+    if (txActive_) { // an edit's own lock becomes part of the transaction
+        userTx_ = true;
+        return true;
+    }
+    if (backend_ == Backend::Postgres) {
+        QSqlQuery q(db_);
+        if (!q.exec(QStringLiteral("BEGIN"))) {
+            *error = errorText(q.lastError());
+            return false;
+        }
+        txActive_ = true;
+    }
+    userTx_ = true; // SQLite begins on the first statement, deferred or immediate as that statement needs
+    return true;
+}
+
+bool Connection::commit(QString* error)
+{
+    if (!userTx_) {
+        *error = QStringLiteral("No transaction is active.");
+        return false;
+    }
+    userTx_ = false;
+    if (!txActive_)
+        return true;
+    txActive_ = false;
+    QSqlQuery q(db_);
+    if (!q.exec(QStringLiteral("COMMIT"))) {
+        *error = errorText(q.lastError());
+        QSqlQuery r(db_);
+        r.exec(QStringLiteral("ROLLBACK"));
+        return false;
+    }
+    return true;
+}
+
+bool Connection::rollback(QString* error)
+{
+    if (!userTx_) {
+        *error = QStringLiteral("No transaction is active.");
+        return false;
+    }
+    userTx_ = false;
+    if (!txActive_)
+        return true;
+    txActive_ = false;
+    QSqlQuery q(db_);
+    if (!q.exec(QStringLiteral("ROLLBACK"))) {
+        *error = errorText(q.lastError());
+        return false;
+    }
+    return true;
+}
+
+bool Connection::startEditLock(bool* implicitTx, QString* error)
+{
+    *implicitTx = false;
+    if (!isOpen()) {
+        *error = QStringLiteral("Operation is not allowed when the object is closed.");
+        return false;
+    }
+    if (userTx_)
+        return ensureTx(true, error);
+    if (txActive_) // another edit of this connection holds the lock already
+        return true;
+    QSqlQuery q(db_);
+    if (!q.exec(backend_ == Backend::Postgres ? QStringLiteral("BEGIN") : QStringLiteral("BEGIN IMMEDIATE"))) {
+        *error = errorText(q.lastError());
+        return false;
+    }
+    txActive_ = true;
+    *implicitTx = true;
+    return true;
+}
+
+bool Connection::endEditLock(bool commitIt, QString* error)
+{
+    if (userTx_ || !txActive_)
+        return true;
+    txActive_ = false;
+    QSqlQuery q(db_);
+    if (!q.exec(commitIt ? QStringLiteral("COMMIT") : QStringLiteral("ROLLBACK"))) {
+        *error = errorText(q.lastError());
+        QSqlQuery r(db_);
+        r.exec(QStringLiteral("ROLLBACK"));
+        return false;
+    }
+    return true;
+}
+
+std::vector<ColumnInfo> Connection::columns(const QString& table)
+{
+    const QString key = table.toLower();
+    auto it = columnCache_.constFind(key);
+    if (it != columnCache_.constEnd())
+        return *it;
+    std::vector<ColumnInfo> cols;
+    QSqlQuery q(db_);
+    if (backend_ == Backend::Postgres) {
+        q.prepare(QStringLiteral(
+            "select column_name, data_type, character_maximum_length, numeric_precision, numeric_scale "
+            "from information_schema.columns where table_schema = current_schema() and table_name = ? "
+            "order by ordinal_position"));
+        q.addBindValue(key);
+        if (q.exec())
+            while (q.next()) {
+                QString type = q.value(1).toString();
+                if (!q.value(2).isNull())
+                    type += QStringLiteral("(%1)").arg(q.value(2).toInt());
+                else if (type == QLatin1String("numeric"))
+                    type += QStringLiteral("(%1,%2)").arg(q.value(3).toInt()).arg(q.value(4).toInt());
+                ColumnInfo c{q.value(0).toString(), JetType::Unknown, 0};
+                c.type = jetTypeFromName(type, &c.size);
+                cols.push_back(c);
+            }
+    } else if (backend_ != Backend::None) {
+        QString quoted = table;
+        quoted.replace(QLatin1Char('"'), QLatin1String("\"\""));
+        if (q.exec(QStringLiteral("PRAGMA table_info(\"%1\")").arg(quoted)))
+            while (q.next()) {
+                ColumnInfo c{q.value(1).toString(), JetType::Unknown, 0};
+                c.type = jetTypeFromName(q.value(2).toString(), &c.size);
+                cols.push_back(c);
+            }
+    }
+    if (!cols.empty())
+        columnCache_.insert(key, cols);
+    return cols;
+}
+
+QStringList Connection::tables()
+{
+    QStringList out;
+    QSqlQuery q(db_);
+    if (backend_ == Backend::Postgres)
+        q.exec(QStringLiteral("select table_name from information_schema.tables where table_schema = current_schema() "
+                              "order by table_name"));
+    else
+        q.exec(QStringLiteral("select name from sqlite_master where type = 'table' and name not like 'sqlite_%' "
+                              "order by name"));
+    while (q.next())
+        out << q.value(0).toString();
+    return out;
+}
+
+} // namespace pel

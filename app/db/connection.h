@@ -1,0 +1,74 @@
+#pragma once
+// One open database: data1.dat as SQLite, a Jet 4 file through the Jet module on SQLite, or a PostgreSQL server.
+#include "app/db/dialect.h"
+#include "app/db/recordset.h"
+#include "app/db/sql.h"
+
+#include <QHash>
+#include <QSqlDatabase>
+#include <QString>
+#include <memory>
+
+namespace pel {
+
+class Connection : public std::enable_shared_from_this<Connection> {
+public:
+    enum class Backend { None, Sqlite, Jet, Postgres };
+
+    static std::shared_ptr<Connection> create() { return std::shared_ptr<Connection>(new Connection()); }
+    ~Connection();
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    // Opens what the connection string names; false with the engine's error text.
+    bool open(const QString& connectString, QString* error);
+    void close();
+    bool isOpen() const { return backend_ != Backend::None; }
+    Backend backend() const { return backend_; }
+    const Dialect& dialect() const { return *dialect_; }
+
+    // A static client-side result.
+    bool query(const Sql& sql, Recordset& rs, QString* error);
+    // A result opened for editing: the rows are locked until the recordset updates or closes.
+    bool queryForEdit(const Sql& sql, Recordset& rs, QString* error);
+    // A statement without rows; affected = rows changed.
+    bool execute(const Sql& sql, long* affected, QString* error);
+    // Runs a statement the layer writes itself (DDL, bulk inserts).
+    bool executeRaw(const QString& sql, const QVariantList& values, QString* error, long* affected = nullptr);
+
+    bool begin(QString* error);
+    bool commit(QString* error);
+    bool rollback(QString* error);
+    bool inTransaction() const { return userTx_; }
+
+    std::vector<ColumnInfo> columns(const QString& table);
+    QStringList tables();
+    void forgetColumns() { columnCache_.clear(); }
+
+    // For the recordset's edit state: writes within the edit's own transaction when there is no user one.
+    bool startEditLock(bool* implicitTx, QString* error);
+    bool endEditLock(bool commit, QString* error);
+
+    QSqlDatabase& database() { return db_; }
+
+private:
+    Connection();
+    bool ensureTx(bool write, QString* error);
+    bool run(const QString& sql, const QVariantList& values, bool forwardOnly, QSqlQuery* q, QString* error);
+    bool statement(const QString& sql, const QVariantList& values, QSqlQuery* q, QString* error);
+    bool openSqliteFile(const QString& path, const QString& password, QString* error);
+
+    QString name_;
+    QSqlDatabase db_;
+    Backend backend_ = Backend::None;
+    std::unique_ptr<Dialect> dialect_;
+    bool userTx_ = false;   // BeginTns in force
+    bool txActive_ = false; // BEGIN issued (SQLite begins lazily, on the first statement)
+    QHash<QString, std::vector<ColumnInfo>> columnCache_;
+    int savepoint_ = 0;
+};
+
+// The error text of a failed open when the file is neither SQLite nor Jet 4.
+QString unrecognisedFormat(const QString& path);
+
+} // namespace pel

@@ -1,0 +1,25 @@
+#pragma once
+// The edit side of a recordset opened for editing (private to the database layer).
+#include "app/db/recordset.h"
+
+#include <QString>
+#include <QVariant>
+#include <memory>
+#include <vector>
+
+namespace pel {
+
+struct Recordset::EditState {
+    std::shared_ptr<Connection> conn;
+    QString table;
+    std::vector<QVariant> rowids; // row identity of each fetched row
+    bool implicitTx = false;      // the lock is the edit's own transaction
+    bool adding = false;
+    std::vector<QVariant> buffer; // the row being changed
+    std::vector<bool> dirty;
+    bool buffered = false;
+    QString pendingError; // a value that did not convert: Update fails with it
+    bool broken = false;  // a failed write ended the lock
+};
+
+} // namespace pel

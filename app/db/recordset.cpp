@@ -1,0 +1,259 @@
+#include "app/db/recordset.h"
+
+#include "app/db/connection.h"
+#include "app/db/editstate.h"
+
+#include <QSqlQuery>
+
+namespace pel {
+
+Recordset::Recordset() = default;
+
+Recordset::~Recordset()
+{
+    close();
+}
+
+void Recordset::close()
+{
+    if (edit_ && edit_->implicitTx && !edit_->broken && edit_->conn) {
+        QString ignored;
+        edit_->conn->endEditLock(false, &ignored);
+    }
+    edit_.reset();
+    open_ = false;
+    fields_.clear();
+    rows_.clear();
+    pos_ = 0;
+    lastError_.clear();
+}
+
+void Recordset::reset(const QString& source, std::vector<FieldInfo> fields, std::vector<std::vector<QVariant>> rows)
+{
+    close();
+    source_ = source;
+    fields_ = std::move(fields);
+    rows_ = std::move(rows);
+    pos_ = 0;
+    open_ = true;
+}
+
+void Recordset::makeEditable(std::unique_ptr<EditState> edit)
+{
+    edit_ = std::move(edit);
+}
+
+bool Recordset::eof() const
+{
+    if (edit_ && edit_->adding)
+        return false;
+    return !open_ || pos_ >= static_cast<qsizetype>(rows_.size());
+}
+
+bool Recordset::bof() const
+{
+    return !open_ || pos_ < 0 || rows_.empty();
+}
+
+long Recordset::recordCount() const
+{
+    return open_ ? static_cast<long>(rows_.size()) : -1;
+}
+
+void Recordset::moveFirst()
+{
+    pos_ = 0;
+}
+
+void Recordset::moveNext()
+{
+    if (pos_ < static_cast<qsizetype>(rows_.size()))
+        ++pos_;
+}
+
+void Recordset::movePrevious()
+{
+    if (pos_ >= 0)
+        --pos_;
+}
+
+void Recordset::moveLast()
+{
+    pos_ = rows_.empty() ? 0 : static_cast<qsizetype>(rows_.size()) - 1;
+}
+
+int Recordset::fieldIndex(const QString& name) const
+{
+    for (size_t i = 0; i < fields_.size(); ++i)
+        if (fields_[i].name.compare(name, Qt::CaseInsensitive) == 0)
+            return static_cast<int>(i);
+    return -1;
+}
+
+QStringList Recordset::fieldNames() const
+{
+    QStringList names;
+    for (const FieldInfo& f : fields_)
+        names << f.name;
+    return names;
+}
+
+QVariant Recordset::value(int i) const
+{
+    if (i < 0 || i >= fieldCount())
+        return QVariant();
+    if (edit_ && (edit_->adding || edit_->buffered))
+        return edit_->buffer[static_cast<size_t>(i)];
+    if (pos_ < 0 || pos_ >= static_cast<qsizetype>(rows_.size()))
+        return QVariant();
+    return rows_[static_cast<size_t>(pos_)][static_cast<size_t>(i)];
+}
+
+QVariant Recordset::value(const QString& name) const
+{
+    return value(fieldIndex(name));
+}
+
+QString Recordset::text(int i) const
+{
+    return valueToText(value(i), i >= 0 && i < fieldCount() ? fields_[static_cast<size_t>(i)].type : JetType::Unknown);
+}
+
+bool Recordset::isNewRow() const
+{
+    return edit_ && edit_->adding;
+}
+
+bool Recordset::addNew(QString* error)
+{
+    if (!edit_) {
+        lastError_ = QStringLiteral("Current Recordset does not support updating.");
+        if (error)
+            *error = lastError_;
+        return false;
+    }
+    edit_->adding = true;
+    edit_->buffered = true;
+    edit_->buffer.assign(fields_.size(), QVariant());
+    edit_->dirty.assign(fields_.size(), false);
+    edit_->pendingError.clear();
+    return true;
+}
+
+bool Recordset::setValue(const QString& name, const QVariant& v, QString* error)
+{
+    const auto fail = [&](const QString& e) {
+        lastError_ = e;
+        if (edit_)
+            edit_->pendingError = e;
+        if (error)
+            *error = e;
+        return false;
+    };
+    if (!open_)
+        return fail(QStringLiteral("Operation is not allowed when the object is closed."));
+    if (!edit_)
+        return fail(QStringLiteral("Current Recordset does not support updating."));
+    const int i = fieldIndex(name);
+    if (i < 0)
+        return fail(QStringLiteral("Item cannot be found in the collection corresponding to the requested name (%1).")
+                        .arg(name));
+    if (!edit_->adding && eof())
+        return fail(QStringLiteral("Either BOF or EOF is True, or the current record has been deleted."));
+    if (!edit_->buffered) {
+        edit_->buffer = rows_[static_cast<size_t>(pos_)];
+        edit_->dirty.assign(fields_.size(), false);
+        edit_->buffered = true;
+    }
+    const FieldInfo& f = fields_[static_cast<size_t>(i)];
+    QVariant stored;
+    QString why;
+    if (!convertForColumn(v, f.type, f.size, f.name, &stored, &why))
+        return fail(why);
+    edit_->buffer[static_cast<size_t>(i)] = stored;
+    edit_->dirty[static_cast<size_t>(i)] = true;
+    return true;
+}
+
+bool Recordset::update(QString* error)
+{
+    const auto fail = [&](const QString& e) {
+        lastError_ = e;
+        if (error)
+            *error = e;
+        return false;
+    };
+    if (!open_)
+        return fail(QStringLiteral("Operation is not allowed when the object is closed."));
+    if (!edit_)
+        return fail(QStringLiteral("Current Recordset does not support updating."));
+    if (!edit_->pendingError.isEmpty())
+        return fail(edit_->pendingError);
+    if (edit_->broken)
+        return fail(QStringLiteral("The record is no longer locked for editing; open it again."));
+    if (!edit_->buffered)
+        return true;
+    Connection& c = *edit_->conn;
+    const Dialect& d = c.dialect();
+    QStringList cols;
+    QVariantList values;
+    for (size_t i = 0; i < fields_.size(); ++i)
+        if (edit_->dirty[i]) {
+            cols << d.quote(fields_[i].column.isEmpty() ? fields_[i].name : fields_[i].column);
+            values << edit_->buffer[i];
+        }
+    QString sql;
+    const bool pg = c.backend() == Connection::Backend::Postgres;
+    if (edit_->adding) {
+        QStringList marks;
+        for (qsizetype i = 0; i < cols.size(); ++i)
+            marks << QStringLiteral("?");
+        sql = cols.isEmpty() ? QStringLiteral("INSERT INTO %1 DEFAULT VALUES").arg(d.quote(edit_->table))
+                             : QStringLiteral("INSERT INTO %1 (%2) VALUES (%3)")
+                                   .arg(d.quote(edit_->table), cols.join(QLatin1Char(',')), marks.join(QLatin1Char(',')));
+    } else {
+        if (cols.isEmpty())
+            return true;
+        QStringList sets;
+        for (const QString& col : std::as_const(cols))
+            sets << col + QStringLiteral(" = ?");
+        sql = QStringLiteral("UPDATE %1 SET %2 WHERE %3 = ?")
+                  .arg(d.quote(edit_->table), sets.join(QLatin1Char(',')), d.rowIdColumn());
+        values << edit_->rowids[static_cast<size_t>(pos_)];
+    }
+    QString why;
+    if (!c.executeRaw(sql, values, &why)) {
+        // a failed write ends the edit's own lock; the caller opens the record again to retry
+        if (edit_->implicitTx) {
+            QString ignored;
+            c.endEditLock(false, &ignored);
+            edit_->broken = true;
+        }
+        return fail(why);
+    }
+    QVariant newId;
+    if (edit_->adding) {
+        QSqlQuery idq(c.database());
+        // PostgreSQL: a row added here is not updated again through this recordset, so no identity is kept
+        if (!pg && idq.exec(QStringLiteral("select last_insert_rowid()")) && idq.next()) {
+            newId = idq.value(0);
+        }
+    }
+    if (edit_->implicitTx && !c.endEditLock(true, &why)) {
+        edit_->broken = true;
+        return fail(why);
+    }
+    edit_->implicitTx = false;
+    if (edit_->adding) {
+        rows_.push_back(edit_->buffer);
+        edit_->rowids.push_back(newId);
+        pos_ = static_cast<qsizetype>(rows_.size()) - 1;
+        edit_->adding = false;
+    } else {
+        rows_[static_cast<size_t>(pos_)] = edit_->buffer;
+    }
+    edit_->buffered = false;
+    return true;
+}
+
+} // namespace pel

@@ -1,0 +1,65 @@
+// sql STATEMENT: one statement through the program's database layer.
+#include "app/db/dbclass.h"
+#include "app/db/dialect.h"
+#include "batch/command.h"
+
+namespace pel::batch {
+namespace {
+
+QString csvField(const QString& s)
+{
+    if (!s.contains(QLatin1Char(',')) && !s.contains(QLatin1Char('"')) && !s.contains(QLatin1Char('\n')) &&
+        !s.contains(QLatin1Char('\r')))
+        return s;
+    QString q = s;
+    q.replace(QLatin1Char('"'), QLatin1String("\"\""));
+    return QLatin1Char('"') + q + QLatin1Char('"');
+}
+
+int run(Context& ctx)
+{
+    if (ctx.args.size() != 1)
+        return ctx.usage(QStringLiteral("sql takes one statement"));
+    const QString statement = ctx.args.front();
+    clsDbClass db;
+    if (!db.OpenDb()) {
+        ctx.err << db.ErrMsg() << Qt::endl;
+        return Stopped;
+    }
+    const auto tokens = tokenize(statement);
+    const bool rows = !tokens.empty() && (tokens.front().is("select") || tokens.front().isSym('('));
+    if (rows) {
+        Recordset rs;
+        if (!db.DbSql(Sql(statement), rs)) {
+            ctx.err << db.ErrMsg() << Qt::endl;
+            return Stopped;
+        }
+        QStringList header;
+        for (const QString& n : rs.fieldNames())
+            header << csvField(n);
+        ctx.out << header.join(QLatin1Char(',')) << '\n';
+        for (; !rs.eof(); rs.moveNext()) {
+            QStringList line;
+            for (int i = 0; i < rs.fieldCount(); ++i)
+                line << csvField(rs.text(i));
+            ctx.out << line.join(QLatin1Char(',')) << '\n';
+        }
+        ctx.summary({{QStringLiteral("rows"), static_cast<qint64>(db.RecCnt())}});
+    } else {
+        if (!db.DbSqlExec(Sql(statement))) {
+            ctx.err << db.ErrMsg() << Qt::endl;
+            return Stopped;
+        }
+        if (ctx.json)
+            ctx.summary({{QStringLiteral("affected"), static_cast<qint64>(db.RecCnt())}});
+        else
+            ctx.out << db.RecCnt() << Qt::endl;
+    }
+    db.CloseDb();
+    return Done;
+}
+
+Registrar reg{{"sql", "sql STATEMENT            run one statement; a select prints CSV with the field names", &run}};
+
+} // namespace
+} // namespace pel::batch
