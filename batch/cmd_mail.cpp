@@ -2,8 +2,7 @@
 #include "batch/command.h"
 #include "mail/clsbasp.h"
 
-namespace
-{
+namespace {
 
 int run(pel::batch::Context& ctx)
 {
@@ -13,7 +12,8 @@ int run(pel::batch::Context& ctx)
     QStringList args = ctx.args;
     while (!args.isEmpty()) {
         const QString opt = args.takeFirst();
-        if (args.isEmpty()) return ctx.usage(QStringLiteral("missing value after %1").arg(opt));
+        if (args.isEmpty())
+            return ctx.usage(QStringLiteral("missing value after %1").arg(opt));
         const QString value = args.takeFirst();
         if (opt == QLatin1String("--server")) {
             server = value;

@@ -14,10 +14,8 @@
 #include <memory>
 #include <mutex>
 
-namespace pel
-{
-namespace
-{
+namespace pel {
+namespace {
 
 struct Server {
     QString host; // as it goes into the URL (an IPv6 address keeps its brackets)
@@ -99,11 +97,13 @@ QString transfer(const Server& server, const QByteArray& from, const QList<QByte
     std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
 
     const std::unique_ptr<CURL, CurlDeleter> curl(curl_easy_init());
-    if (!curl) return QStringLiteral("メールを送信できません (通信の準備に失敗しました)");
+    if (!curl)
+        return QStringLiteral("メールを送信できません (通信の準備に失敗しました)");
     std::unique_ptr<curl_slist, CurlDeleter> rcpt;
     for (const QByteArray& r : recipients) {
         curl_slist* next = curl_slist_append(rcpt.get(), ('<' + r + '>').constData());
-        if (!next) return QStringLiteral("メールを送信できません (通信の準備に失敗しました)");
+        if (!next)
+            return QStringLiteral("メールを送信できません (通信の準備に失敗しました)");
         (void)rcpt.release();
         rcpt.reset(next);
     }
@@ -130,7 +130,8 @@ QString transfer(const Server& server, const QByteArray& from, const QList<QByte
     curl_easy_setopt(c, CURLOPT_SERVER_RESPONSE_TIMEOUT, static_cast<long>(std::min(30, totalTimeout)));
 
     const CURLcode rc = curl_easy_perform(c);
-    if (rc == CURLE_OK) return QString();
+    if (rc == CURLE_OK)
+        return QString();
     const QString why = QString::fromLocal8Bit(detail[0] ? detail : curl_easy_strerror(rc)).trimmed();
     const QString at = QString::fromLatin1(where);
     switch (rc) {
@@ -151,7 +152,8 @@ QString clsBaSp::Ango(const QString& strOrg, QString* error)
     Cp932Error e;
     const std::optional<QByteArray> bytes = Cp932::encode(strOrg, &e);
     if (!bytes) {
-        if (error) *error = e.message;
+        if (error)
+            *error = e.message;
         return QString();
     }
     return QString::fromLatin1(bytes->toBase64());
@@ -164,13 +166,15 @@ QString clsBaSp::Fukugo(const QString& strOrg, QString* error)
     // toLatin1 turns anything outside Latin-1 into '?', which the strict decoding below refuses.
     const auto decoded = QByteArray::fromBase64Encoding(b64, QByteArray::AbortOnBase64DecodingErrors);
     if (!decoded) {
-        if (error) *error = QStringLiteral("Base64 の文字列ではありません");
+        if (error)
+            *error = QStringLiteral("Base64 の文字列ではありません");
         return QString();
     }
     Cp932Error e;
     std::optional<QString> text = Cp932::decode(*decoded, &e);
     if (!text) {
-        if (error) *error = e.message;
+        if (error)
+            *error = e.message;
         return QString();
     }
     return *text;
@@ -182,7 +186,8 @@ QStringList clsBaSp::splitFiles(const QString& strFiles)
     QStringList out;
     for (const QString& part : strFiles.split(separators)) {
         const QString t = part.trimmed();
-        if (!t.isEmpty()) out.append(t);
+        if (!t.isEmpty())
+            out.append(t);
     }
     return out;
 }
@@ -198,17 +203,22 @@ QString clsBaSp::SendMail(const QString& strServer, const QString& strTo, const 
 {
     QString error;
     Server server;
-    if (!parseServer(strServer, &server, &error)) return error;
+    if (!parseServer(strServer, &server, &error))
+        return error;
 
     mail::Message m;
-    if (strFrom.trimmed().isEmpty()) return QStringLiteral("差出人が指定されていません");
-    if (!mail::parseMailbox(strFrom, &m.from, &error)) return error;
+    if (strFrom.trimmed().isEmpty())
+        return QStringLiteral("差出人が指定されていません");
+    if (!mail::parseMailbox(strFrom, &m.from, &error))
+        return error;
     const QStringList to = mail::splitList(strTo);
-    if (to.isEmpty()) return QStringLiteral("宛先が指定されていません");
+    if (to.isEmpty())
+        return QStringLiteral("宛先が指定されていません");
     QList<QByteArray> recipients;
     for (const QString& entry : to) {
         mail::Mailbox box;
-        if (!mail::parseMailbox(entry, &box, &error)) return error;
+        if (!mail::parseMailbox(entry, &box, &error))
+            return error;
         m.to.append(box);
         recipients.append(box.address.toLatin1());
     }
@@ -216,7 +226,8 @@ QString clsBaSp::SendMail(const QString& strServer, const QString& strTo, const 
     // Every file is read before connecting, so a missing one stops the mail before anything is sent.
     for (const QString& path : strFiles) {
         const QFileInfo info(path);
-        if (!info.exists() || !info.isFile()) return QStringLiteral("添付ファイルが見つかりません: %1").arg(path);
+        if (!info.exists() || !info.isFile())
+            return QStringLiteral("添付ファイルが見つかりません: %1").arg(path);
         QFile f(path);
         if (!f.open(QIODevice::ReadOnly))
             return QStringLiteral("添付ファイルを読めません: %1 (%2)").arg(path, f.errorString());

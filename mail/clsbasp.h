@@ -3,11 +3,9 @@
 #include <QString>
 #include <QStringList>
 
-namespace pel
-{
+namespace pel {
 
-class clsBaSp
-{
+class clsBaSp {
 public:
     // Base64 of the text's CP932 bytes. A character with no CP932 form gives "" (and the reason in *error):
     // a Base64 that silently stood for different text would be worse than none.

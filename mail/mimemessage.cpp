@@ -4,10 +4,8 @@
 #include <QRandomGenerator>
 #include <QRegularExpression>
 
-namespace pel::mail
-{
-namespace
-{
+namespace pel::mail {
+namespace {
 
 constexpr qsizetype kLineLimit = 78;
 // 39 UTF-8 bytes make 52 Base64 characters: "=?UTF-8?B?" + 52 + "?=" = 64, so "Subject: " plus one word
@@ -29,7 +27,8 @@ QList<QByteArray> utf8CodePoints(const QString& text)
     QList<QByteArray> out;
     for (qsizetype i = 0; i < text.size(); ++i) {
         qsizetype n = 1;
-        if (text.at(i).isHighSurrogate() && i + 1 < text.size() && text.at(i + 1).isLowSurrogate()) n = 2;
+        if (text.at(i).isHighSurrogate() && i + 1 < text.size() && text.at(i + 1).isLowSurrogate())
+            n = 2;
         out.append(text.mid(i, n).toUtf8());
         i += n - 1;
     }
@@ -41,14 +40,16 @@ QString headerText(const QString& text)
 {
     QString s = text;
     for (QChar& c : s)
-        if (c.unicode() < 0x20 || c.unicode() == 0x7F) c = QLatin1Char(' ');
+        if (c.unicode() < 0x20 || c.unicode() == 0x7F)
+            c = QLatin1Char(' ');
     return s;
 }
 
 bool isPlainAscii(const QString& text)
 {
     for (QChar c : text)
-        if (c.unicode() < 0x20 || c.unicode() > 0x7E) return false;
+        if (c.unicode() < 0x20 || c.unicode() > 0x7E)
+            return false;
     return true;
 }
 
@@ -75,7 +76,8 @@ QByteArray quoted(const QString& text)
 {
     QByteArray q = "\"";
     for (char c : text.toLatin1()) {
-        if (c == '"' || c == '\\') q += '\\';
+        if (c == '"' || c == '\\')
+            q += '\\';
         q += c;
     }
     return q + '"';
@@ -85,7 +87,8 @@ QList<QByteArray> mailboxTokens(const Mailbox& box)
 {
     const QString name = headerText(box.name).trimmed();
     const QByteArray address = box.address.toLatin1();
-    if (name.isEmpty()) return {address};
+    if (name.isEmpty())
+        return {address};
     QList<QByteArray> tokens = isPlainAscii(name) ? QList<QByteArray>{quoted(name)} : encodedWords(name);
     tokens.append('<' + address + '>');
     return tokens;
@@ -114,7 +117,8 @@ QString crlfText(const QString& text)
 // A file name that can go as a plain quoted parameter everywhere.
 bool isSimpleFileName(const QString& name)
 {
-    if (name.isEmpty() || name.size() > 60 || !isPlainAscii(name)) return false;
+    if (name.isEmpty() || name.size() > 60 || !isPlainAscii(name))
+        return false;
     return !name.contains(QLatin1Char('"')) && !name.contains(QLatin1Char('\\'));
 }
 
@@ -149,7 +153,8 @@ QStringList splitList(const QString& text)
     QStringList out;
     for (const QString& part : text.split(separators)) {
         const QString t = part.trimmed();
-        if (!t.isEmpty()) out.append(t);
+        if (!t.isEmpty())
+            out.append(t);
     }
     return out;
 }
@@ -168,7 +173,8 @@ bool parseMailbox(const QString& text, Mailbox* box, QString* error)
     // Only plain 7-bit addresses: the envelope and the headers carry them unencoded.
     static const QRegularExpression valid(QStringLiteral("^[!#-'*+\\-/-9=?A-Z^-~.]+@[A-Za-z0-9.\\-\\[\\]:]+$"));
     if (!valid.match(address).hasMatch()) {
-        if (error) *error = QStringLiteral("メールアドレスが正しくありません: %1").arg(text.trimmed());
+        if (error)
+            *error = QStringLiteral("メールアドレスが正しくありません: %1").arg(text.trimmed());
         return false;
     }
     box->name = name;
@@ -191,11 +197,13 @@ QList<QByteArray> encodedWords(const QString& text)
     QList<QByteArray> words;
     QByteArray chunk;
     const auto flush = [&] {
-        if (!chunk.isEmpty()) words.append("=?UTF-8?B?" + chunk.toBase64() + "?=");
+        if (!chunk.isEmpty())
+            words.append("=?UTF-8?B?" + chunk.toBase64() + "?=");
         chunk.clear();
     };
     for (const QByteArray& cp : utf8CodePoints(text)) {
-        if (chunk.size() + cp.size() > kWordBytes) flush();
+        if (chunk.size() + cp.size() > kWordBytes)
+            flush();
         chunk += cp;
     }
     flush();
@@ -222,11 +230,13 @@ QList<QByteArray> rfc2231Parameter(const QByteArray& name, const QString& value)
                 escaped += '%' + QByteArray::number(b, 16).rightJustified(2, '0').toUpper();
         }
         // A character's bytes stay in one part: some readers decode each part on its own.
-        if (parts.back().size() + escaped.size() > kPartLength) parts.append(prefix(parts.size()));
+        if (parts.back().size() + escaped.size() > kPartLength)
+            parts.append(prefix(parts.size()));
         parts.back() += escaped;
     }
     // A short value needs no numbering.
-    if (parts.size() == 1) return {name + "*=UTF-8''" + parts.front().mid(prefix(0).size())};
+    if (parts.size() == 1)
+        return {name + "*=UTF-8''" + parts.front().mid(prefix(0).size())};
     return parts;
 }
 
@@ -236,7 +246,8 @@ QByteArray build(const Message& m)
     QString messageId = m.messageId;
     if (messageId.isEmpty()) {
         QString domain = m.from.address.section(QLatin1Char('@'), -1);
-        if (domain.isEmpty() || domain.contains(QLatin1Char('['))) domain = QStringLiteral("localhost");
+        if (domain.isEmpty() || domain.contains(QLatin1Char('[')))
+            domain = QStringLiteral("localhost");
         messageId = date.toUTC().toString(QStringLiteral("yyyyMMddHHmmsszzz")) + QLatin1Char('.') +
                     QString::fromLatin1(randomHex(8)) + QLatin1Char('@') + domain;
     }
@@ -248,7 +259,8 @@ QByteArray build(const Message& m)
     QList<QByteArray> to;
     for (qsizetype i = 0; i < m.to.size(); ++i) {
         QList<QByteArray> tokens = mailboxTokens(m.to[i]);
-        if (i + 1 < m.to.size()) tokens.back() += ',';
+        if (i + 1 < m.to.size())
+            tokens.back() += ',';
         to += tokens;
     }
     out += foldHeader("To", to);
@@ -266,7 +278,8 @@ QByteArray build(const Message& m)
     const QByteArray textPart = "Content-Type: text/plain; charset=UTF-8\r\n"
                                 "Content-Transfer-Encoding: base64\r\n\r\n" +
                                 base64Lines(crlfText(m.body).toUtf8());
-    if (m.attachments.isEmpty()) return out + textPart;
+    if (m.attachments.isEmpty())
+        return out + textPart;
 
     // "=_" cannot occur in Base64 or in an encoded word, so the boundary never meets the content.
     const QByteArray boundary = "=_pel008_" + randomHex(12);

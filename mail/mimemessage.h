@@ -6,8 +6,7 @@
 #include <QString>
 #include <QStringList>
 
-namespace pel::mail
-{
+namespace pel::mail {
 
 struct Mailbox {
     QString name;    // display name, may be empty

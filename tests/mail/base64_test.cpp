@@ -7,8 +7,7 @@
 
 using pel::clsBaSp;
 
-class Base64Test : public QObject
-{
+class Base64Test : public QObject {
     Q_OBJECT
 private slots:
     void known_data()

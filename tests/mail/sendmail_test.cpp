@@ -8,8 +8,7 @@
 
 using pel::clsBaSp;
 
-namespace
-{
+namespace {
 
 // 請求番号,金額 CR LF 0001,１２３４①ｱ CR LF in CP932 (iconv -f UTF-8 -t CP932 | xxd -p)
 const QByteArray kCp932File = QByteArray::fromHex("90bf8b8194d48d862c8be08a7a0d0a303030312c82508251825282538740b10d0a");
@@ -24,8 +23,7 @@ QByteArray allBytes()
 
 } // namespace
 
-class SendMailTest : public QObject
-{
+class SendMailTest : public QObject {
     Q_OBJECT
     mailtest::SmtpSink sink_;
     QTemporaryDir files_;
@@ -33,7 +31,8 @@ class SendMailTest : public QObject
     QString file(const QString& name, const QByteArray& data)
     {
         QFile f(files_.filePath(name));
-        if (!f.open(QIODevice::WriteOnly) || f.write(data) != data.size()) qFatal("cannot write test file");
+        if (!f.open(QIODevice::WriteOnly) || f.write(data) != data.size())
+            qFatal("cannot write test file");
         return f.fileName();
     }
     QJsonObject onlyMessage()
@@ -46,7 +45,8 @@ private slots:
     void initTestCase()
     {
         const QString why = sink_.start();
-        if (!why.isEmpty()) QSKIP(qPrintable(QStringLiteral("no local SMTP server: ") + why));
+        if (!why.isEmpty())
+            QSKIP(qPrintable(QStringLiteral("no local SMTP server: ") + why));
     }
     void init() { sink_.clear(); }
 

@@ -11,8 +11,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-namespace mailtest
-{
+namespace mailtest {
 
 // A socket bound to 127.0.0.1 on a port of the system's choosing; with listen, connections to it wait for a
 // greeting that never comes.
@@ -24,7 +23,8 @@ struct LocalPort {
         if (::bind(fd, reinterpret_cast<sockaddr*>(&a), len) == 0 &&
             ::getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len) == 0)
             port = ntohs(a.sin_port);
-        if (listen) ::listen(fd, 4);
+        if (listen)
+            ::listen(fd, 4);
     }
     ~LocalPort() { ::close(fd); }
     int fd = ::socket(AF_INET, SOCK_STREAM, 0);
@@ -37,8 +37,7 @@ inline int closedPort()
     return LocalPort(false).port;
 }
 
-class SmtpSink
-{
+class SmtpSink {
 public:
     ~SmtpSink()
     {
@@ -60,7 +59,8 @@ public:
             sockaddr_in a{AF_INET, htons(static_cast<uint16_t>(port_)), {htonl(INADDR_LOOPBACK)}, {}};
             const bool up = ::connect(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0;
             ::close(fd);
-            if (up) return QString();
+            if (up)
+                return QString();
             if (process_.waitForFinished(30) || process_.state() == QProcess::NotRunning)
                 return QStringLiteral("aiosmtpd ended (its messages are above)");
         }
@@ -74,7 +74,8 @@ public:
         QDir d(dir_.path());
         for (const QString& name : d.entryList({QStringLiteral("*.json")}, QDir::Files, QDir::Name)) {
             QFile f(d.filePath(name));
-            if (f.open(QIODevice::ReadOnly)) out.append(QJsonDocument::fromJson(f.readAll()).object());
+            if (f.open(QIODevice::ReadOnly))
+                out.append(QJsonDocument::fromJson(f.readAll()).object());
         }
         return out;
     }
