@@ -134,7 +134,7 @@ QByteArray attachmentPart(const Attachment& a)
         QList<QByteArray> words = encodedWords(fileName);
         words.front().prepend("name=\"");
         words.back().append('"');
-        out += foldHeader(QByteArray(), words).mid(1); // ": " + words... -> " words..."
+        out += foldHeader(QByteArray(), words).mid(1); // folded like a header; the name-less ":" dropped
         out += "Content-Disposition: attachment";
         for (const QByteArray& part : rfc2231Parameter("filename", fileName))
             out += ";\r\n " + part;
