@@ -17,9 +17,45 @@ constexpr std::size_t kMaskStart = 0x1B;
 
 // Order-preserving key bytes of a numeric value: 0x7F flag, big-endian with the sign bit flipped
 // (floats: all bits flipped when negative). Descending indexes store the complement.
+// General sort order (1033), Jet 4: primary weights of the characters whose weights we know, ending in
+// 0x01; case does not enter the key. Other characters (punctuation, accents, q v x y z, non-Latin) get
+// extra bytes we do not produce, so such values do not seek.
+bool encodeText(const std::string& s, std::string& out)
+{
+    static const std::uint8_t letters[26] = {0x4A, 0x4C, 0x4D, 0x4F, 0x51, 0x53, 0x55, 0x57, 0x59, 0x5B, 0x5C, 0x5E, 0x60,
+                                             0x62, 0x64, 0x66, 0,    0x69, 0x6B, 0x6D, 0x6F, 0,    0x73, 0,    0,    0};
+    if (s.empty() || s.size() > 100 || s.front() == ' ' || s.back() == ' ')
+        return false;
+    out.push_back(static_cast<char>(0x7F));
+    for (char ch : s) {
+        std::uint8_t w = 0;
+        if (ch >= '0' && ch <= '9')
+            w = static_cast<std::uint8_t>(0x36 + 2 * (ch - '0'));
+        else if (ch >= 'a' && ch <= 'z')
+            w = letters[ch - 'a'];
+        else if (ch >= 'A' && ch <= 'Z')
+            w = letters[ch - 'A'];
+        else if (ch == ' ')
+            w = 0x07;
+        if (w == 0)
+            return false;
+        out.push_back(static_cast<char>(w));
+    }
+    out.push_back(static_cast<char>(0x01));
+    return true;
+}
+
 bool encodeKey(const Value& v, bool ascending, std::string& out)
 {
     out.clear();
+    if (v.type == Type::Text) {
+        if (!encodeText(v.s, out))
+            return false;
+        if (!ascending)
+            for (char& c : out)
+                c = static_cast<char>(~c);
+        return true;
+    }
     std::uint64_t bits = 0;
     int size = 0;
     switch (v.type) {
@@ -53,9 +89,11 @@ bool encodeKey(const Value& v, bool ascending, std::string& out)
     return true;
 }
 
-bool seekableType(Type t)
+bool seekableType(const Column& c)
 {
-    switch (t) {
+    switch (c.type) {
+    case Type::Text:
+        return c.sortOrder == 0x409;
     case Type::Byte: case Type::Int: case Type::Long: case Type::Money: case Type::Float: case Type::Double:
     case Type::DateTime:
         return true;
@@ -125,7 +163,7 @@ bool parseIndexPage(const std::uint8_t* d, std::vector<Entry>& out)
 int Database::seekableIndex(const Table& t, int column) const
 {
     if (column < 0 || static_cast<std::size_t>(column) >= t.columns.size() ||
-        !seekableType(t.columns[static_cast<std::size_t>(column)].type))
+        !seekableType(t.columns[static_cast<std::size_t>(column)]))
         return -1;
     for (std::size_t k = 0; k < t.realIndexes.size(); ++k) {
         const RealIndex& ri = t.realIndexes[k];
@@ -146,6 +184,10 @@ Status Database::indexSeek(const Table& t, int realIndex, const KeyBound& lo, co
     if (ri.columns.empty() || ri.columns[0].column < 0)
         return OK;
     bool asc = ri.columns[0].ascending;
+    // Text keys are prefixes of the stored ones: equality only (SQLite's order is not Jet's).
+    if (t.columns[static_cast<std::size_t>(ri.columns[0].column)].type == Type::Text &&
+        (!lo.present || !hi.present || !lo.inclusive || !hi.inclusive || lo.value.s != hi.value.s))
+        return OK;
     std::string loKey, hiKey;
     if ((lo.present && !encodeKey(lo.value, asc, loKey)) || (hi.present && !encodeKey(hi.value, asc, hiKey)))
         return OK;

@@ -137,7 +137,11 @@ int xConnect(sqlite3* conn, void* aux, int argc, const char* const* argv, sqlite
         for (std::size_t k = 0; k < t->columns.size(); ++k) {
             if (k)
                 sql += ", ";
-            sql += quoteIdent(t->columns[k].name) + " " + sqlTypeName(t->columns[k]);
+            const Column& col = t->columns[k];
+            sql += quoteIdent(col.name) + " " + sqlTypeName(col);
+            // Jet compares text without regard to case.
+            if (col.type == Type::Text || col.type == Type::Memo)
+                sql += " COLLATE NOCASE";
         }
         sql += ")";
         if (int rc = sqlite3_declare_vtab(conn, sql.c_str()); rc != SQLITE_OK) {
@@ -177,6 +181,8 @@ int xBestIndex(sqlite3_vtab* base, sqlite3_index_info* info)
                 if (!c.usable || c.iColumn < 0 || db.seekableIndex(*vt->table, c.iColumn) < 0)
                     continue;
                 bool eq = c.op == SQLITE_INDEX_CONSTRAINT_EQ;
+                if (!eq && vt->table->columns[static_cast<std::size_t>(c.iColumn)].type == Type::Text)
+                    continue; // text seeks are equality only
                 if (pass == 0 && eq) {
                     bestCol = c.iColumn;
                     bestFlags = kEq;
@@ -239,7 +245,8 @@ bool toKey(const Column& col, sqlite3_value* v, Value& out)
     out = Value{};
     out.type = col.type;
     out.null = false;
-    int t = sqlite3_value_numeric_type(v);
+    // Numeric affinity converts the value in place: not for text keys ('0123' must stay as it is).
+    int t = col.type == Type::Text ? sqlite3_value_type(v) : sqlite3_value_numeric_type(v);
     switch (col.type) {
     case Type::Byte: case Type::Int: case Type::Long:
         if (t == SQLITE_INTEGER) {
@@ -276,6 +283,17 @@ bool toKey(const Column& col, sqlite3_value* v, Value& out)
             return false;
         out.d = sqlite3_value_double(v);
         return std::isfinite(out.d);
+    case Type::Text: {
+        // The column's text affinity turns numbers into their text before comparing.
+        int vt = sqlite3_value_type(v);
+        if (vt != SQLITE_TEXT && vt != SQLITE_INTEGER)
+            return false;
+        const unsigned char* s = sqlite3_value_text(v);
+        if (!s)
+            return false;
+        out.s.assign(reinterpret_cast<const char*>(s), static_cast<std::size_t>(sqlite3_value_bytes(v)));
+        return true;
+    }
     default:
         return false;
     }

@@ -205,4 +205,43 @@ TEST(Sqlite, IndexedLookupsSeek)
     EXPECT_LE(db->pageReads(), 6u);
 }
 
+// Text equality seeks (General sort order keys) find every row a scan finds, case-insensitively as Jet does.
+TEST(Sqlite, TextLookupsSeek)
+{
+    Conn c;
+    std::string err;
+    const std::string file = corpus("testIndexPropertiesV2000.mdb");
+    ASSERT_EQ(jet::attach(c.db, file, "", &err), 0) << err;
+    jet::Database* db = jet::engineOf(c.db, file);
+    ASSERT_NE(db, nullptr);
+    struct Case {
+        std::string column, value;
+        std::size_t rows;
+        bool seeks; // false: a value whose key we cannot encode, answered by a scan
+    } cases[] = {
+        {"row", "row5", 1, true},          {"row", "ROW5", 1, true},        {"row", "row10", 0, true},
+        {"row", "row", 0, true},           {"data", "lots of stuff", 1, true}, {"data", "Lots Of Stuff", 1, true},
+        {"data", "stuff", 1, true},        {"data", "quux", 0, false},      {"data", "row-5", 0, false},
+        {"data", "still more rows", 1, true},
+    };
+    for (const Case& k : cases) {
+        SCOPED_TRACE(k.column + " = " + k.value);
+        std::string q = "SELECT rowid, * FROM TableIgnoreNulls1 WHERE ";
+        auto scanned = c.query(q + "lower(" + k.column + ") = lower('" + k.value + "') ORDER BY rowid", &err);
+        db->resetPageReads();
+        auto seeked = c.query(q + k.column + " = '" + k.value + "' ORDER BY rowid", &err);
+        std::uint64_t reads = db->pageReads();
+        EXPECT_EQ(err, "");
+        EXPECT_EQ(seeked, scanned);
+        EXPECT_EQ(seeked.size(), k.rows);
+        if (k.seeks) {
+            EXPECT_LE(reads, 4u);
+        } else {
+            EXPECT_GE(reads, 10u);
+        }
+    }
+    EXPECT_EQ(c.query("SELECT type FROM pragma_table_info('TableIgnoreNulls1') WHERE name = 'row'"),
+              (std::vector<std::string>{"TEXT(50)"}));
+}
+
 } // namespace
