@@ -6,6 +6,7 @@
 #include <sqlite3.h>
 
 #include <climits>
+#include <cstdio>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -239,6 +240,38 @@ int xClose(sqlite3_vtab_cursor* c)
     return SQLITE_OK;
 }
 
+long long daysFromCivil(long long y, unsigned m, unsigned d)
+{
+    y -= m <= 2;
+    long long era = (y >= 0 ? y : y - 399) / 400;
+    auto yoe = static_cast<unsigned>(y - era * 400);
+    unsigned doy = (153 * (m > 2 ? m - 3 : m + 9) + 2) / 5 + d - 1;
+    unsigned doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
+    return era * 146097 + static_cast<long long>(doe) - 719468;
+}
+
+// "yyyy/mm/dd" with an optional " hh:nn" or " hh:nn:ss", to days since 1899-12-30.
+bool parseDateTime(const char* s, double& out)
+{
+    if (!s)
+        return false;
+    unsigned y, mo, d, h = 0, mi = 0, sec = 0;
+    int n = 0;
+    std::size_t len = std::strlen(s);
+    if (len != 10 && len != 16 && len != 19)
+        return false;
+    if (std::sscanf(s, "%4u/%2u/%2u%n", &y, &mo, &d, &n) != 3 || n != 10)
+        return false;
+    if (len == 16 && (std::sscanf(s + 10, " %2u:%2u%n", &h, &mi, &n) != 2 || n != 6))
+        return false;
+    if (len == 19 && (std::sscanf(s + 10, " %2u:%2u:%2u%n", &h, &mi, &sec, &n) != 3 || n != 9))
+        return false;
+    if (y < 1000 || mo < 1 || mo > 12 || d < 1 || d > 31 || h > 23 || mi > 59 || sec > 59)
+        return false;
+    out = static_cast<double>(daysFromCivil(y, mo, d) + 25569) + (h * 3600.0 + mi * 60.0 + sec) / 86400.0;
+    return true;
+}
+
 // The bound as the column's own type; false when it has no exact counterpart (then scan).
 bool toKey(const Column& col, sqlite3_value* v, Value& out)
 {
@@ -283,6 +316,12 @@ bool toKey(const Column& col, sqlite3_value* v, Value& out)
             return false;
         out.d = sqlite3_value_double(v);
         return std::isfinite(out.d);
+    case Type::DateTime: {
+        // Values are "yyyy/mm/dd hh:nn:ss" text: a literal of that form orders like the dates themselves.
+        if (sqlite3_value_type(v) != SQLITE_TEXT)
+            return false;
+        return parseDateTime(reinterpret_cast<const char*>(sqlite3_value_text(v)), out.d) && out.d >= 0;
+    }
     case Type::Text: {
         // The column's text affinity turns numbers into their text before comparing.
         int vt = sqlite3_value_type(v);
@@ -329,6 +368,16 @@ int xFilter(sqlite3_vtab_cursor* base, int idxNum, const char*, int argc, sqlite
                     bound(lo, flags & kLoIncl);
                 if (flags & kHi)
                     bound(hi, flags & kHiIncl);
+            }
+            // Widen where the stored value and SQLite's comparison can differ (single precision, dates
+            // rounded to the second when shown): SQLite checks every row the seek returns.
+            Type type = ok ? t.columns[static_cast<std::size_t>(col)].type : Type::Long;
+            if (ok && (type == Type::Float || type == Type::DateTime)) {
+                lo.inclusive = hi.inclusive = true;
+                if (type == Type::DateTime) {
+                    lo.value.d -= 1.0 / 86400;
+                    hi.value.d += 1.0 / 86400;
+                }
             }
             if (ok) {
                 std::vector<RowId> rows;

@@ -16,6 +16,14 @@ bool looksLikeJet(const unsigned char* head, std::size_t n);
 // file's own table and column names. Checks the database password. Returns 0 on success; otherwise a non-zero
 // status with a clear text in *error (wrong password, not a Jet 4 file, damaged file, ...).
 // One engine per file per process, shared by every connection that attached it; the tables are read-only.
+//
+// Declared column types name the Jet type: BIT, BYTE, SHORT, LONG, CURRENCY, SINGLE, DOUBLE, DATETIME, TEXT(n),
+// LONGTEXT, LONGBINARY, BINARY(n), GUID, DECIMAL(p,s); text columns compare COLLATE NOCASE like Jet.
+// Values: integers as integers; Boolean -1/0; Currency an integer when whole, else real; Single/Double real;
+// Date/Time text "yyyy/mm/dd hh:nn:ss"; Text/Memo UTF-8; Binary/OLE blob; GUID text "{...}";
+// Decimal exact text ("-12.50"), since a real would lose digits beyond 15.
+// rowid = page << 8 | row of the row's slot. Equality and range constraints on the first column of an index
+// seek (numbers, dates; text: equality); everything else scans.
 int attach(sqlite3* db, const std::string& path, const std::string& password, std::string* error);
 
 // The engine behind a file attached to `db` (page-read counter, table definitions); null when not attached.

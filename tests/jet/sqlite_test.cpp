@@ -205,6 +205,31 @@ TEST(Sqlite, IndexedLookupsSeek)
     EXPECT_LE(db->pageReads(), 6u);
 }
 
+// Date/Time and text bounds through the index equal a scan (fixedTextTestV2000 has an index on a date).
+TEST(Sqlite, DateLookupsSeek)
+{
+    Conn c;
+    std::string err;
+    const std::string file = corpus("fixedTextTestV2000.mdb");
+    ASSERT_EQ(jet::attach(c.db, file, "", &err), 0) << err;
+    auto all = c.query("SELECT d_stamp_ FROM users ORDER BY rowid", &err);
+    ASSERT_EQ(all.size(), 2u) << err;
+    const std::string d0 = all[0];
+    const std::string day = d0.substr(0, 10);
+    const std::string cases[] = {
+        "d_stamp_ = '" + d0 + "'",  "d_stamp_ = '" + day + "'",  "d_stamp_ >= '" + day + "'",
+        "d_stamp_ > '" + d0 + "'",  "d_stamp_ <= '" + d0 + "'",  "d_stamp_ < '" + day + "'",
+        "d_stamp_ BETWEEN '" + day + "' AND '" + day + " 23:59:59'", "d_stamp_ = '2021-12-02'",
+        "d_stamp_ > '1800/01/01'",  "d_stamp_ < 5",
+    };
+    for (const std::string& where : cases) {
+        auto scanned = c.query("SELECT rowid FROM users WHERE +d_stamp_ || '' " + where.substr(8) + " ORDER BY rowid");
+        auto seeked = c.query("SELECT rowid FROM users WHERE " + where + " ORDER BY rowid", &err);
+        EXPECT_EQ(err, "");
+        EXPECT_EQ(seeked, scanned) << where;
+    }
+}
+
 // Text equality seeks (General sort order keys) find every row a scan finds, case-insensitively as Jet does.
 TEST(Sqlite, TextLookupsSeek)
 {
