@@ -5,7 +5,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QJsonDocument>
-#include <QMap>
+#include <map>
 
 #include <csignal>
 #include <cstdio>
@@ -13,9 +13,10 @@
 namespace pel::batch {
 namespace {
 
-QMap<QString, const Command*>& registry()
+// std::map keeps the address of a value stable, so lookups may hand out pointers.
+std::map<QString, Command>& registry()
 {
-    static QMap<QString, const Command*> r;
+    static std::map<QString, Command> r;
     return r;
 }
 
@@ -59,17 +60,21 @@ QString mainUsage()
 
 Registrar::Registrar(const Command& command)
 {
-    registry().insert(QString::fromUtf8(command.name), new Command(command));
+    registry().emplace(QString::fromUtf8(command.name), command);
 }
 
 const Command* findCommand(const QString& name)
 {
-    return registry().value(name, nullptr);
+    const auto it = registry().find(name);
+    return it == registry().end() ? nullptr : &it->second;
 }
 
 QList<const Command*> commands()
 {
-    return registry().values();
+    QList<const Command*> list;
+    for (const auto& [name, command] : registry())
+        list << &command;
+    return list;
 }
 
 void Context::summary(const QJsonObject& object) const

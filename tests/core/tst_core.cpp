@@ -1,0 +1,371 @@
+// Start-up splitting, settings file, text helpers, CP932 and the message catalogue.
+#include "app/cp932.h"
+#include "app/inifile.h"
+#include "app/runtimeerror.h"
+#include "app/startup.h"
+#include "tests/support/testhome.h"
+#include "ui/msgcatalog.h"
+#include "ui/textrules.h"
+
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace pel;
+
+class TstCore : public QObject {
+    Q_OBJECT
+private slots:
+    void getCommand_data();
+    void getCommand();
+    void getCommandTwelveTokens();
+    void splitQuoted_data();
+    void splitQuoted();
+    void iniRoundTrip_data();
+    void iniRoundTrip();
+    void iniReadRules();
+    void iniKeepsOtherLines();
+    void dbMode_data();
+    void dbMode();
+    void cutByte_data();
+    void cutByte();
+    void toNum_data();
+    void toNum();
+    void year_data();
+    void year();
+    void delStr();
+    void cp932_data();
+    void cp932();
+    void cp932Errors();
+    void catalogue_data();
+    void catalogue();
+    void catalogueUnknownKeyIsSilent();
+};
+
+void TstCore::getCommand_data()
+{
+    QTest::addColumn<QString>("line");
+    QTest::addColumn<int>("count");
+    QTest::addColumn<QStringList>("args");
+    QTest::newRow("empty") << "" << 0 << QStringList{};
+    QTest::newRow("one") << "5" << 1 << QStringList{"5"};
+    QTest::newRow("two") << "1 5" << 2 << QStringList{"1", "5"};
+    QTest::newRow("runs of spaces") << "1   20240101    x" << 3 << QStringList{"1", "20240101", "x"};
+    QTest::newRow("leading spaces") << "  1" << 2 << QStringList{"", "1"};
+    QTest::newRow("tab is ordinary") << "1\t2" << 1 << QStringList{"1\t2"};
+    QTest::newRow("quotes mean nothing") << "\"a b\"" << 2 << QStringList{"\"a", "b\""};
+    QTest::newRow("eleven") << "0 1 2 3 4 5 6 7 8 9 10" << 11
+                            << QStringList{"0", "1", "2", "3", "4", "5", "6", "7", "8", "9", "10"};
+}
+
+void TstCore::getCommand()
+{
+    QFETCH(QString, line);
+    QFETCH(int, count);
+    QFETCH(QStringList, args);
+    QStringList got;
+    QCOMPARE(fnGetCommand(got, line), count);
+    if (count > 0)
+        QCOMPARE(got, args);
+}
+
+void TstCore::getCommandTwelveTokens()
+{
+    QStringList got;
+    QVERIFY_THROWS_EXCEPTION(RuntimeError, fnGetCommand(got, QStringLiteral("1 2 3 4 5 6 7 8 9 10 11 12")));
+    // the screen table compares exactly
+    QVERIFY(!screenFor(QStringLiteral("01")));
+    QVERIFY(!screenFor(QStringLiteral("3")));
+    QVERIFY(!screenFor(QStringLiteral("１")));
+}
+
+void TstCore::splitQuoted_data()
+{
+    QTest::addColumn<QString>("line");
+    QTest::addColumn<int>("count");
+    QTest::addColumn<QStringList>("fields");
+    QTest::newRow("empty") << "" << -1 << QStringList{};
+    QTest::newRow("quoted comma") << "a,\"b,c\"," << 3 << QStringList{"a", "b,c", ""};
+    QTest::newRow("doubled quote vanishes") << "\"x\"\"y\",z" << 2 << QStringList{"xy", "z"};
+    QTest::newRow("one field") << "abc" << 1 << QStringList{"abc"};
+    QTest::newRow("japanese") << "１,\"山田　太郎\",東京" << 3 << QStringList{"１", "山田　太郎", "東京"};
+    QTest::newRow("only separators") << ",," << 3 << QStringList{"", "", ""};
+}
+
+void TstCore::splitQuoted()
+{
+    QFETCH(QString, line);
+    QFETCH(int, count);
+    QFETCH(QStringList, fields);
+    QStringList got{"untouched"};
+    QCOMPARE(fnSplitQuoted(line, got, QStringLiteral(",")), count);
+    if (count < 0) {
+        QCOMPARE(got, QStringList{"untouched"});
+        return;
+    }
+    QCOMPARE(got.mid(1), fields);
+}
+
+void TstCore::iniRoundTrip_data()
+{
+    QTest::addColumn<QString>("value");
+    QTest::newRow("path with =") << "C:\\data\\a=b.csv";
+    QTest::newRow("japanese") << "D:\\出荷\\Ｉ－ＣＡＴ＿結果①.csv";
+    QTest::newRow("empty") << "";
+    QTest::newRow("half-width kana") << "ｺﾝﾋﾞﾆ.txt";
+}
+
+void TstCore::iniRoundTrip()
+{
+    QFETCH(QString, value);
+    QTemporaryDir dir;
+    const QString ini = dir.filePath(QStringLiteral("mirabo.ini"));
+    QVERIFY(fnPutIni(QStringLiteral("I-CAT"), QStringLiteral("MakeFile"), value, ini) != 0);
+    QString got = QStringLiteral("x");
+    fnGetIni(QStringLiteral("i-cat"), QStringLiteral("makefile"), QStringLiteral("default"), got, 1024, ini);
+    QCOMPARE(got, value);
+    QFile f(ini);
+    QVERIFY(f.open(QIODevice::ReadOnly));
+    const QByteArray raw = f.readAll();
+    QVERIFY(raw.endsWith("\r\n"));
+    QCOMPARE(Cp932::decode(raw).value_or(QString()), QStringLiteral("[I-CAT]\r\nMakeFile=") + value + "\r\n");
+}
+
+void TstCore::iniReadRules()
+{
+    QTemporaryDir dir;
+    const QString ini = dir.filePath(QStringLiteral("mirabo.ini"));
+    QFile f(ini);
+    QVERIFY(f.open(QIODevice::WriteOnly));
+    f.write(*Cp932::encode(QStringLiteral("[Mirabo]\r\n DbMode = 1 \r\ndbpath=  \"D:\\販売\"  \r\n[CvsRead]\r\n"
+                                          "ReadFile=a=b\r\nlong=") +
+                           QString(2000, QLatin1Char('x')) + QStringLiteral("\r\n")));
+    f.close();
+    QString v;
+    fnGetIni(QStringLiteral("MIRABO"), QStringLiteral("dbpath"), QString(), v, 1024, ini);
+    QCOMPARE(v, QStringLiteral("D:\\販売"));
+    fnGetIni(QStringLiteral("CvsRead"), QStringLiteral("ReadFile"), QString(), v, 1024, ini);
+    QCOMPARE(v, QStringLiteral("a=b"));
+    QCOMPARE(fnGetIni(QStringLiteral("CvsRead"), QStringLiteral("long"), QString(), v, 1024, ini), 1023L);
+    fnGetIni(QStringLiteral("CvsRead"), QStringLiteral("missing"), QStringLiteral("dflt"), v, 1024, ini);
+    QCOMPARE(v, QStringLiteral("dflt"));
+    QCOMPARE(fnGetIniInt(QStringLiteral("mirabo"), QStringLiteral("dbmode"), 0, ini), 1L);
+    fnGetIni(QStringLiteral("none"), QStringLiteral("x"), QStringLiteral("d"), v, 1024, dir.filePath("absent.ini"));
+    QCOMPARE(v, QStringLiteral("d"));
+}
+
+void TstCore::iniKeepsOtherLines()
+{
+    QTemporaryDir dir;
+    const QString ini = dir.filePath(QStringLiteral("mirabo.ini"));
+    QFile f(ini);
+    QVERIFY(f.open(QIODevice::WriteOnly));
+    // a line that is not valid Shift-JIS must survive byte for byte
+    const QByteArray before = "; comment\r\n[mirabo]\r\ndbmode=0\r\nodd=\x85\x40\r\n\r\n[I-CAT]\r\nReadFile=a.csv\r\n";
+    f.write(before);
+    f.close();
+    QVERIFY(fnPutIni(QStringLiteral("i-cat"), QStringLiteral("READFILE"), QStringLiteral("b.csv"), ini));
+    QVERIFY(fnPutIni(QStringLiteral("I-CAT"), QStringLiteral("ErrFile"), QStringLiteral("e.txt"), ini));
+    QVERIFY(fnPutIni(QStringLiteral("ConveniMake"), QStringLiteral("FilePath"), QStringLiteral("C:\\out"), ini));
+    QVERIFY(f.open(QIODevice::ReadOnly));
+    QCOMPARE(f.readAll(), QByteArray("; comment\r\n[mirabo]\r\ndbmode=0\r\nodd=\x85\x40\r\n\r\n[I-CAT]\r\nREADFILE=b.csv\r\n"
+                                     "ErrFile=e.txt\r\n\r\n[ConveniMake]\r\nFilePath=C:\\out\r\n"));
+    // a value with no Shift-JIS form is not written at all
+    QCOMPARE(fnPutIni(QStringLiteral("I-CAT"), QStringLiteral("ErrFile"), QStringLiteral("😀"), ini), 0L);
+}
+
+void TstCore::dbMode_data()
+{
+    QTest::addColumn<QByteArray>("ini");
+    QTest::addColumn<int>("mode"); // -1: overflow
+    QTest::newRow("no file") << QByteArray() << 0;
+    QTest::newRow("absent key") << QByteArray("[mirabo]\r\n") << 0;
+    QTest::newRow("one") << QByteArray("[mirabo]\r\ndbmode=1\r\n") << 1;
+    QTest::newRow("text") << QByteArray("[mirabo]\r\ndbmode=abc\r\n") << 0;
+    QTest::newRow("negative") << QByteArray("[mirabo]\r\ndbmode=-1\r\n") << -1;
+    QTest::newRow("too big") << QByteArray("[mirabo]\r\ndbmode=256\r\n") << -1;
+}
+
+void TstCore::dbMode()
+{
+    QFETCH(QByteArray, ini);
+    QFETCH(int, mode);
+    QTemporaryDir dir;
+    qputenv("PEL008_HOME", dir.path().toLocal8Bit());
+    if (!ini.isEmpty()) {
+        QFile f(dir.filePath(QStringLiteral("mirabo.ini")));
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write(ini);
+    }
+    if (mode < 0)
+        QVERIFY_THROWS_EXCEPTION(RuntimeError, fnGetDbMode());
+    else
+        QCOMPARE(int(fnGetDbMode()), mode);
+}
+
+void TstCore::cutByte_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<int>("n");
+    QTest::addColumn<QString>("piece");
+    QTest::addColumn<QString>("rest");
+    QTest::newRow("four wide, 7") << "表示確認" << 7 << "表示確" << "認";
+    QTest::newRow("fits") << "abc" << 5 << "abc" << "";
+    QTest::newRow("exact") << "ab表" << 4 << "ab表" << "";
+    QTest::newRow("boundary in a wide char") << "a表b" << 2 << "a" << "表b";
+    QTest::newRow("half-width kana are one byte") << "ｱｲｳｴ" << 3 << "ｱｲｳ" << "ｴ";
+    QTest::newRow("zero") << "abc" << 0 << "" << "abc";
+    QTest::newRow("① and ～") << "①～x" << 4 << "①～" << "x";
+}
+
+void TstCore::cutByte()
+{
+    QFETCH(QString, text);
+    QFETCH(int, n);
+    QFETCH(QString, piece);
+    QFETCH(QString, rest);
+    QString t = text;
+    QCOMPARE(fnCutByte(t, n), piece);
+    QCOMPARE(t, rest);
+}
+
+void TstCore::toNum_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<bool>("decimals");
+    QTest::addColumn<bool>("minus");
+    QTest::addColumn<double>("value");
+    QTest::newRow("commas and blanks") << " 1,234 円" << true << true << 1234.0;
+    QTest::newRow("leading point") << ".5" << true << true << 0.5;
+    QTest::newRow("minus point") << "-.5" << true << true << -0.5;
+    QTest::newRow("second point dropped") << "1.2.3" << true << true << 1.23;
+    QTest::newRow("no decimals") << "12.5" << false << true << 125.0;
+    QTest::newRow("late minus ignored") << "12-3" << true << true << 123.0;
+    QTest::newRow("minus not allowed") << "-7" << true << false << 7.0;
+    QTest::newRow("only minus") << "-" << true << true << 0.0;
+    QTest::newRow("full-width digits ignored") << "１２3" << true << true << 3.0;
+    QTest::newRow("empty") << "" << true << true << 0.0;
+}
+
+void TstCore::toNum()
+{
+    QFETCH(QString, text);
+    QFETCH(bool, decimals);
+    QFETCH(bool, minus);
+    QFETCH(double, value);
+    QCOMPARE(fnToNum(text, decimals, minus), value);
+}
+
+void TstCore::year_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<bool>("flag");
+    QTest::addColumn<QString>("year");
+    QTest::newRow("0") << "0" << true << "2000";
+    QTest::newRow("5 set") << "5" << true << "2005";
+    QTest::newRow("30 set") << "30" << true << "1930";
+    QTest::newRow("30 clear") << "30" << false << "2030";
+    QTest::newRow("75") << "75" << false << "1975";
+    QTest::newRow("150") << "150" << false << "2150";
+    QTest::newRow("2024 kept") << "2024" << true << "2024";
+    QTest::newRow("blank") << "  " << true << "";
+}
+
+void TstCore::year()
+{
+    QFETCH(QString, text);
+    QFETCH(bool, flag);
+    QFETCH(QString, year);
+    QCOMPARE(fnYear(text, flag), year);
+}
+
+void TstCore::delStr()
+{
+    QCOMPARE(fnDelStr(QStringLiteral("a--b-"), QStringLiteral("-")), QStringLiteral("ab"));
+    QCOMPARE(fnDelStr(QStringLiteral("aXYXYb"), QStringLiteral("XY")), QStringLiteral("ab"));
+    QCOMPARE(fnDelStr(QStringLiteral("abc"), QString()), QStringLiteral("abc"));
+    QCOMPARE(fnPadLeft(QStringLiteral("1"), 8), QStringLiteral("       1"));
+}
+
+void TstCore::cp932_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::newRow("①") << "①" << QByteArray("\x87\x40");
+    QTest::newRow("～ (wave dash of the code page)") << "～" << QByteArray("\x81\x60");
+    QTest::newRow("表 (second byte 5C)") << "表" << QByteArray("\x95\x5C");
+    QTest::newRow("ソ") << "ソ" << QByteArray("\x83\x5C");
+    QTest::newRow("髙 (IBM extension)") << "髙" << QByteArray("\xFB\xFC");
+    QTest::newRow("half-width kana") << "ｱﾞ" << QByteArray("\xB1\xDE");
+    QTest::newRow("ascii backslash stays") << "C:\\a" << QByteArray("C:\\a");
+    QTest::newRow("∥") << "∥" << QByteArray("\x81\x61");
+}
+
+void TstCore::cp932()
+{
+    QFETCH(QString, text);
+    QFETCH(QByteArray, bytes);
+    QCOMPARE(Cp932::encode(text).value_or(QByteArray("?")), bytes);
+    QCOMPARE(Cp932::decode(bytes).value_or(QStringLiteral("?")), text);
+    QCOMPARE(Cp932::byteLength(text), bytes.size());
+}
+
+void TstCore::cp932Errors()
+{
+    Cp932Error e;
+    QVERIFY(!Cp932::encode(QStringLiteral("ab〜c"), &e)); // U+301C has no CP932 form (its twin is ～)
+    QCOMPARE(e.position, 2);
+    QCOMPARE(e.character, QStringLiteral("〜"));
+    QVERIFY(!Cp932::encode(QStringLiteral("x😀"), &e));
+    QCOMPARE(e.character, QStringLiteral("😀"));
+    QVERIFY(!Cp932::decode(QByteArray("ab\x81"), &e)); // a cut lead byte at the end
+    QCOMPARE(e.position, 2);
+    QVERIFY(!Cp932::decode(QByteArray("a\x85\x40"), &e)); // an unassigned code
+    QCOMPARE(e.position, 1);
+    // 髙 also decodes from its NEC-selected code
+    QCOMPARE(*Cp932::decode(QByteArray("\xEE\xE0")), QStringLiteral("髙"));
+}
+
+void TstCore::catalogue_data()
+{
+    QTest::addColumn<QString>("key");
+    QTest::addColumn<QString>("extra");
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<int>("style");
+    QTest::newRow("記録 empty") << "記録" << "" << "記録します" << 68;
+    QTest::newRow("削除 extra") << "削除" << "伝票No.12" << "削除します\r\n伝票No.12" << 324;
+    QTest::newRow("記録エラー empty") << "記録エラー" << ""
+                                  << "記録に失敗しました！\r\n\r\nすべて終了し、データメンテナンスから復旧をしてください" << 48;
+    QTest::newRow("削除エラー ignores extra") << "削除エラー" << "x"
+                                        << "削除に失敗しました！\r\nすべて終了し、データメンテナンスから復旧をしてください" << 48;
+    QTest::newRow("ReadOnly") << "ReadOnly" << "data1.dat"
+                              << "data1.dat が読み取り専用になっています\r\n読み取り専用を解除し、ＰＥＬＯＮＡを再起動して下さい" << 48;
+    QTest::newRow("作業中") << "作業中" << "出荷" << "保存されていませんが、出荷を終了しますか？" << 292;
+    QTest::newRow("ファイル書込み選択") << "ファイル書込み選択" << "a.csv"
+                                << "a.csvファイルが存在します。上書きしますか？\r\n「はい」\t上書\r\n「いいえ」\t追加\r\n「ｷｬﾝｾﾙ」\t取消"
+                                << 547;
+    QTest::newRow("ＣＳＶ出力") << "ＣＳＶ出力" << "" << "保存しました" << 64;
+}
+
+void TstCore::catalogue()
+{
+    QFETCH(QString, key);
+    QFETCH(QString, extra);
+    QFETCH(QString, text);
+    QFETCH(int, style);
+    test::ScriptedDialogs d;
+    d.expect(text, answer::No);
+    QCOMPARE(fnMsg(key, extra, false), int(answer::No));
+    QCOMPARE(d.styles.value(0), style);
+    QVERIFY(d.shown.value(0).startsWith(QStringLiteral("ＰＥＬＯＮＡ|")));
+}
+
+void TstCore::catalogueUnknownKeyIsSilent()
+{
+    test::ScriptedDialogs d; // fails on any dialog
+    QCOMPARE(fnMsg(QStringLiteral("ｷｬﾝｾﾙ "), QString(), false), 0);
+    QCOMPARE(fnMsg(QStringLiteral("ＭＳＧ"), QString(), true), 0);
+}
+
+QTEST_GUILESS_MAIN(TstCore)
+#include "tst_core.moc"

@@ -1,0 +1,361 @@
+// The database layer on the backend under test (SQLite file, or PostgreSQL with PEL008_TEST_BACKEND=pg).
+#include "app/db/dbclass.h"
+#include "app/db/dbglobals.h"
+#include "app/oplog.h"
+#include "tests/support/testhome.h"
+
+#include <QTest>
+
+using namespace pel;
+
+class TstDb : public QObject {
+    Q_OBJECT
+private slots:
+    void initTestCase();
+    void init();
+    void cleanup();
+    void joinNamesAsTheSystemReadsThem();
+    void unnamedAggregates_data();
+    void unnamedAggregates();
+    void standardConversion_data();
+    void standardConversion();
+    void editOrAdd();
+    void setFieldsEmptyText_data();
+    void setFieldsEmptyText();
+    void valuesThatWouldBreakTheStatement_data();
+    void valuesThatWouldBreakTheStatement();
+    void systemStatements_data();
+    void systemStatements();
+    void transactions();
+    void failedStatementKeepsTransaction();
+    void editedRowIsLocked();
+    void operationLog();
+    void openFailures();
+
+private:
+    std::unique_ptr<test::TestHome> home_;
+};
+
+void TstDb::initTestCase()
+{
+    qputenv("PEL008_LOCK_WAIT_MS", "200");
+    if (test::backendUnderTest() == test::Backend::Postgres && test::testServer().isEmpty())
+        QSKIP("PEL008_TEST_PG is not set");
+}
+
+void TstDb::init()
+{
+    home_ = std::make_unique<test::TestHome>();
+    QVERIFY2(home_->ok(), qPrintable(home_->error()));
+    QVERIFY(home_->exec({
+        "insert into member (code,name,sname,tel,keitai,memo) values (1,'山田 太郎','山田','03-1111-2222','','m1')",
+        "insert into member (code,name,sname,tel,keitai,memo) values (2,'株式会社ソ表','ソ表','','090-1','m2')",
+        "insert into jyuden (denno,mcode,omcode,sday,total,utax,memo) values (10,1,2,20261123,5400,400,'割れ物')",
+        "insert into jyuden (denno,mcode,omcode,sday,total,utax,memo) values (11,2,2,20261124,1080.5,80,'')",
+        "insert into bunrui (kubun,code,name,jun) values (3,9,'宅急便',2)",
+        "insert into bunrui (kubun,code,name,jun) values (3,10,'コレクト',0)",
+        "insert into bunrui (kubun,code,name,jun) values (3,2,'ゆうパック',1)",
+        "insert into offset values (1,2,1.5,-2.5,0)",
+    }));
+}
+
+void TstDb::cleanup()
+{
+    home_.reset();
+}
+
+void TstDb::joinNamesAsTheSystemReadsThem()
+{
+    clsDbClass db;
+    QVERIFY2(db.OpenDb(), qPrintable(db.ErrMsg()));
+    Recordset rs;
+    QVERIFY2(db.DbSql(Sql("select * from jyuden d,member m,member jm where d.omcode=m.code and d.mcode=jm.code "
+                          "order by denno"),
+                      rs),
+             qPrintable(db.ErrMsg()));
+    QCOMPARE(db.RecCnt(), 2L);
+    const QStringList names = rs.fieldNames();
+    for (const char* n : {"denno", "sday", "total", "d.memo", "m.memo", "jm.memo", "m.tel", "jm.tel", "m.code", "jm.name"})
+        QVERIFY2(names.contains(QLatin1String(n)), n);
+    QVERIFY(!names.contains(QStringLiteral("tel")));
+    QCOMPARE(fnGetFields(rs, QStringLiteral("m.name")), QStringLiteral("株式会社ソ表"));
+    QCOMPARE(fnGetFields(rs, QStringLiteral("jm.tel")), QStringLiteral("03-1111-2222"));
+    QCOMPARE(fnGetFields(rs, QStringLiteral("D.MEMO")), QStringLiteral("割れ物"));
+    // a two-table join reads member's columns bare
+    QVERIFY(db.DbSql(Sql("select * from jyuden d,member m where d.mcode=m.code and d.denno=") + Sql::n(11), rs));
+    QCOMPARE(fnGetFields(rs, QStringLiteral("name")), QStringLiteral("株式会社ソ表"));
+    QCOMPARE(fnGetFields(rs, QStringLiteral("code")), QStringLiteral("2"));
+    QCOMPARE(fnGetFields(rs, QStringLiteral("total")), QStringLiteral("1080.5"));
+}
+
+void TstDb::unnamedAggregates_data()
+{
+    QTest::addColumn<QString>("select");
+    QTest::addColumn<QString>("field");
+    QTest::addColumn<int>("index");
+    QTest::addColumn<QString>("readAs");
+    QTest::addColumn<QString>("value");
+    QTest::newRow("SUM 1") << "select sum(total) from jyuden" << "SUM(total)" << 1 << "Expr1000" << "6480.5";
+    QTest::newRow("Sum 2") << "select count(*), sum(utax) from jyuden" << "Sum(utax)" << 2 << "Expr1001" << "480";
+    QTest::newRow("named") << "select max(denno) as last from jyuden" << "last" << 1 << "last" << "11";
+    QTest::newRow("count") << "select count(*) from jyuden where denno > 100" << "count(*)" << 1 << "Expr1000" << "0";
+}
+
+void TstDb::unnamedAggregates()
+{
+    QFETCH(QString, select);
+    QFETCH(QString, field);
+    QFETCH(int, index);
+    QFETCH(QString, readAs);
+    QFETCH(QString, value);
+    clsDbClass db;
+    QVERIFY(db.OpenDb());
+    Recordset rs;
+    QVERIFY2(db.DbSql(Sql(select), rs), qPrintable(db.ErrMsg()));
+    QString f = field;
+    QCOMPARE(fnGetFields(rs, f, index), value);
+    QCOMPARE(f, readAs);
+}
+
+void TstDb::standardConversion_data()
+{
+    QTest::addColumn<QString>("setup");
+    QTest::addColumn<QString>("select");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("whole currency") << "" << "select total from jyuden where denno=10" << "5400";
+    QTest::newRow("half") << "update jyuden set total=0.5 where denno=10" << "select total from jyuden where denno=10"
+                          << "0.5";
+    QTest::newRow("big double") << "update sysfile set zeiritu=1e15 where id=1" << "select zeiritu from sysfile"
+                                << "1000000000000000";
+    QTest::newRow("single") << "" << "select [top] from offset" << "1.5";
+    QTest::newRow("date and time") << "update inmoney set sdate='2026/11/23 09:05:07'"
+                                   << "select sdate from inmoney" << "2026/11/23 09:05:07";
+    QTest::newRow("midnight") << "update inmoney set sdate='2026/01/02 00:00:00'" << "select sdate from inmoney"
+                              << "2026/01/02";
+    QTest::newRow("null") << "update inmoney set sdate=null" << "select sdate from inmoney" << "";
+}
+
+void TstDb::standardConversion()
+{
+    QFETCH(QString, setup);
+    QFETCH(QString, select);
+    QFETCH(QString, text);
+    QVERIFY(home_->exec({"insert into sysfile (id) values (1)", "insert into inmoney (denno) values (10)"}));
+    if (!setup.isEmpty())
+        QVERIFY(home_->exec({setup}));
+    clsDbClass db;
+    QVERIFY(db.OpenDb());
+    Recordset rs;
+    QVERIFY2(db.DbSql(Sql(select), rs), qPrintable(db.ErrMsg()));
+    QCOMPARE(rs.text(0), text);
+}
+
+void TstDb::editOrAdd()
+{
+    clsDbClass db;
+    QVERIFY(db.OpenDb());
+    Recordset rs;
+    const auto open = [&] {
+        return db.DbSqlEdit(Sql("select * from offset where kubun = ") + Sql::n(4) + " And code = " + Sql::n(7), rs);
+    };
+    QVERIFY2(open(), qPrintable(db.ErrMsg()));
+    QVERIFY(rs.isNewRow());
+    QVERIFY(!rs.eof());
+    QVERIFY(fnSetFields(rs, "kubun", "4") && fnSetFields(rs, "code", "7"));
+    QVERIFY(fnSetFields(rs, "top", "12.5") && fnSetFields(rs, "left", "-3") && fnSetFields(rs, "hight", ""));
+    QVERIFY2(rs.update(), qPrintable(rs.lastError()));
+    QCOMPARE(home_->scalar("select count(*) from offset where kubun=4 and code=7"), QStringLiteral("1"));
+    QVERIFY(open());
+    QVERIFY(!rs.isNewRow());
+    QCOMPARE(fnGetFields(rs, QStringLiteral("top")), QStringLiteral("12.5"));
+    QVERIFY(fnSetFields(rs, "top", "-30"));
+    QVERIFY(rs.update());
+    QCOMPARE(home_->scalar("select [top] from offset where kubun=4 and code=7"), QStringLiteral("-30"));
+    QCOMPARE(home_->scalar("select count(*) from offset"), QStringLiteral("2"));
+}
+
+void TstDb::setFieldsEmptyText_data()
+{
+    QTest::addColumn<QString>("field");
+    QTest::addColumn<bool>("stored");
+    QTest::newRow("long stores 0") << "sday" << true;
+    QTest::newRow("integer refuses") << "hcode" << false;
+    QTest::newRow("currency refuses") << "total" << false;
+    QTest::newRow("date refuses") << "udate" << false;
+    QTest::newRow("text keeps empty") << "okurino" << true;
+}
+
+void TstDb::setFieldsEmptyText()
+{
+    QFETCH(QString, field);
+    QFETCH(bool, stored);
+    clsDbClass db;
+    QVERIFY(db.OpenDb());
+    Recordset rs;
+    QVERIFY(db.DbSqlEdit(Sql("select * from jyuden where denno=") + Sql::n(10), rs));
+    fnSetFields(rs, field, QString());
+    QCOMPARE(rs.update(), stored);
+    if (field == QLatin1String("sday"))
+        QCOMPARE(home_->scalar("select sday from jyuden where denno=10"), QStringLiteral("0"));
+}
+
+void TstDb::valuesThatWouldBreakTheStatement_data()
+{
+    QTest::addColumn<int>("which");
+    QTest::newRow("quote in a text value") << 0;
+    QTest::newRow("letters where a number is pasted") << 1;
+    QTest::newRow("empty number") << 2;
+}
+
+void TstDb::valuesThatWouldBreakTheStatement()
+{
+    QFETCH(int, which);
+    clsDbClass db;
+    QVERIFY(db.OpenDb());
+    Recordset rs;
+    bool ok = true;
+    if (which == 0)
+        ok = db.DbSql(Sql("select * from member where name=") + Sql::q("x' or '1'='1"), rs);
+    if (which == 1)
+        ok = db.DbSqlExec(Sql("update jyuden set okurino=") + Sql::n("1234ABC") + " where denno=" + Sql::n(10));
+    if (which == 2)
+        ok = db.DbSqlExec(Sql("update jyuden set okurino=") + Sql::n("") + " where denno=" + Sql::n(10));
+    QVERIFY(!ok);
+    QVERIFY(db.ErrMsg().contains(QStringLiteral("Syntax error")));
+    QCOMPARE(home_->scalar("select okurino from jyuden where denno=10"), QString());
+    // a number that is a number goes in as the engine would take it
+    QVERIFY(db.DbSqlExec(Sql("update jyuden set okurino=") + Sql::n("123456789012") + " where denno=" + Sql::n(10)));
+    QCOMPARE(db.RecCnt(), 1L);
+    QCOMPARE(home_->scalar("select okurino from jyuden where denno=10"), QStringLiteral("123456789012"));
+}
+
+void TstDb::systemStatements_data()
+{
+    QTest::addColumn<QString>("statement");
+    QTest::addColumn<QString>("firstRow");
+    QTest::newRow("bracketed top, left") << "select [top],left,hight from offset where kubun = 1 and code = 2"
+                                         << "1.5|-2.5|0";
+    QTest::newRow("union all of label kinds")
+        << "select 1 as jj,* from bunrui where kubun=3 and code>6 and jun>0 union all select 2 as jj,* from bunrui "
+           "where kubun=3 and code>6 and jun=0 union all select 3 as jj,* from bunrui where kubun=3 and code<=6 and "
+           "jun>0 union all select 4 as jj,* from bunrui where kubun=3 and code<=6 and jun=0 order by jj,jun,code"
+        << "1|3|9|宅急便|2";
+    QTest::newRow("in subquery") << "select code,name from member where code in (select omcode from jyuden) "
+                                    "order by code"
+                                 << "2|株式会社ソ表";
+}
+
+void TstDb::systemStatements()
+{
+    QFETCH(QString, statement);
+    QFETCH(QString, firstRow);
+    clsDbClass db;
+    QVERIFY(db.OpenDb());
+    Recordset rs;
+    QVERIFY2(db.DbSql(Sql(statement), rs), qPrintable(db.ErrMsg()));
+    QStringList row;
+    for (int i = 0; i < rs.fieldCount(); ++i)
+        row << rs.text(i);
+    QCOMPARE(row.join(QLatin1Char('|')), firstRow);
+}
+
+void TstDb::transactions()
+{
+    clsDbClass a, b;
+    QVERIFY(a.OpenDb() && b.OpenDb());
+    QVERIFY(a.BeginTns());
+    QVERIFY(a.DbSqlExec(Sql("insert into inmoney (denno,nday) values (10,20261123)")));
+    QVERIFY(a.RollbackTns());
+    QCOMPARE(home_->scalar("select count(*) from inmoney"), QStringLiteral("0"));
+    // an open reading transaction on one connection does not keep another from writing and committing
+    Recordset rs;
+    QVERIFY(a.BeginTns());
+    QVERIFY(a.DbSql(Sql("select * from jyuden where denno=") + Sql::n(10), rs));
+    QVERIFY2(b.DbSqlExec(Sql("insert into inmoney (denno,nday) values (10,20261123)")), qPrintable(b.ErrMsg()));
+    clsDbClass c;
+    QVERIFY(c.OpenDb());
+    QVERIFY(c.DbSql(Sql("select * from inmoney where denno=") + Sql::n(10), rs));
+    QCOMPARE(c.RecCnt(), 1L);
+    QVERIFY(a.CommitTns());
+    QVERIFY(!a.CommitTns());
+}
+
+void TstDb::failedStatementKeepsTransaction()
+{
+    clsDbClass db;
+    QVERIFY(db.OpenDb());
+    QVERIFY(db.BeginTns());
+    QVERIFY(db.DbSqlExec(Sql("update jyuden set oflag = 1 where denno = 10")));
+    QVERIFY(!db.DbSqlExec(Sql("update jyuden set nosuchcolumn = 1 where denno = 10")));
+    QVERIFY(db.DbSqlExec(Sql("update jyuden set oflag = 1 where denno = 11")));
+    QVERIFY2(db.CommitTns(), qPrintable(db.ErrMsg()));
+    QCOMPARE(home_->scalar("select sum(oflag) from jyuden"), QStringLiteral("2"));
+}
+
+void TstDb::editedRowIsLocked()
+{
+    clsDbClass a, b;
+    QVERIFY(a.OpenDb() && b.OpenDb());
+    Recordset ra, rb;
+    QVERIFY(a.DbSqlEdit(Sql("select * from jyuden where denno=") + Sql::n(10), ra));
+    QVERIFY(!b.DbSqlEdit(Sql("select * from jyuden where denno=") + Sql::n(10), rb));
+    QVERIFY(!b.ErrMsg().isEmpty());
+    QVERIFY(fnSetFields(ra, "cflag", "1"));
+    QVERIFY(ra.update());
+    QVERIFY2(b.DbSqlEdit(Sql("select * from jyuden where denno=") + Sql::n(10), rb), qPrintable(b.ErrMsg()));
+    QCOMPARE(fnGetFields(rb, QStringLiteral("cflag")), QStringLiteral("1"));
+    rb.close(); // closing without Update gives the lock back
+    QVERIFY(a.DbSqlEdit(Sql("select * from jyuden where denno=") + Sql::n(10), ra));
+}
+
+void TstDb::operationLog()
+{
+    QVERIFY(fnOpenDB(1));
+    QString caption = QString(45, QChar(u'あ'));
+    QString note = QString(24, QChar(u'表')) + QStringLiteral("x表");
+    fnOpeLog(caption, 2, note);
+    QCOMPARE(caption, QString(40, QChar(u'あ')));
+    QCOMPARE(note, QString(24, QChar(u'表')) + QStringLiteral("x")); // byte 50 would split 表
+    QCOMPARE(home_->scalar("select count(*) from operatlog where kubun=2"), QStringLiteral("1"));
+    QCOMPARE(home_->scalar("select syori from operatlog"), caption);
+    test::ScriptedDialogs silent; // a quote loses the row without a word
+    QString c2 = QStringLiteral("O'Neil"), n2;
+    fnOpeLog(c2, 5, n2);
+    fnOpeLogDb(c2, 5, n2);
+    QCOMPARE(home_->scalar("select count(*) from operatlog"), QStringLiteral("1"));
+    QString c3 = QStringLiteral(" 記録 "), n3 = QStringLiteral("コンビニを使用する");
+    fnOpeLogDb(c3, 2, n3);
+    QCOMPARE(c3, QStringLiteral("記録"));
+    QCOMPARE(home_->scalar("select count(*) from operatlog"), QStringLiteral("2"));
+    fnCloseDB(1);
+}
+
+void TstDb::openFailures()
+{
+    test::ScriptedDialogs d;
+    // a bad statement on the global connection shows the statement under the engine's error
+    QVERIFY(fnOpenDB(1));
+    Recordset rs;
+    d.expect(QStringLiteral("データ参照エラーです。\r\n\r\nselect * from nosuchtable"), answer::Ok);
+    fnOpenRs(rs, Sql("select * from nosuchtable"), false, 1);
+    QVERIFY(!rs.isOpen());
+    QCOMPARE(d.styles.value(0), 16);
+    QString f = QStringLiteral("sUm(x)");
+    fnOpenRs(rs, Sql("select sum(total) from jyuden"), false, 1);
+    d.expect(QStringLiteral("fnGetFields Error[sUm(x)][select sum(total) from jyuden]"), answer::Ok);
+    QCOMPARE(fnGetFields(rs, f, 1), QString());
+    QCOMPARE(d.styles.value(1), 48);
+    fnCloseDB(1);
+    if (home_->backend() == test::Backend::Sqlite) {
+        QVERIFY(QFile::remove(home_->file("data1.dat")));
+        d.expect(QStringLiteral("データベースに接続できませんでした"), answer::Ok);
+        QVERIFY(!fnOpenDB(1));
+        clsDbClass db;
+        QVERIFY(!db.OpenDb());
+        QVERIFY(db.ErrMsg().startsWith(QStringLiteral("Could not find file")));
+        QVERIFY(!db.DbSql(Sql("select 1"), rs));
+    }
+}
+
+QTEST_GUILESS_MAIN(TstDb)
+#include "tst_db.moc"

@@ -1,0 +1,157 @@
+#include "tests/support/testhome.h"
+
+#include "app/db/connection.h"
+#include "app/db/dbglobals.h"
+#include "app/db/schema.h"
+
+#include <QRandomGenerator>
+#include <QSqlDatabase>
+#include <QSqlError>
+#include <QSqlQuery>
+#include <QTest>
+
+namespace pel::test {
+
+Backend backendUnderTest()
+{
+    return qEnvironmentVariable("PEL008_TEST_BACKEND") == QLatin1String("pg") ? Backend::Postgres : Backend::Sqlite;
+}
+
+QString testServer()
+{
+    return qEnvironmentVariable("PEL008_TEST_PG");
+}
+
+namespace {
+
+bool adminExec(const QString& statement, QString* error)
+{
+    const QString name = QStringLiteral("pel008-test-admin");
+    bool ok = false;
+    {
+        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QPSQL"), name);
+        db.setConnectOptions(testServer());
+        if (!db.open()) {
+            *error = db.lastError().text();
+        } else {
+            QSqlQuery q(db);
+            ok = q.exec(statement);
+            if (!ok)
+                *error = q.lastError().text();
+        }
+        db.close();
+    }
+    QSqlDatabase::removeDatabase(name);
+    return ok;
+}
+
+QString withDatabase(QString conninfo, const QString& db)
+{
+    static const QRegularExpression dbname(QStringLiteral(R"(dbname=\S+)"));
+    if (conninfo.contains(dbname))
+        conninfo.replace(dbname, QStringLiteral("dbname=") + db);
+    else
+        conninfo += QStringLiteral(" dbname=") + db;
+    return conninfo;
+}
+
+} // namespace
+
+TestHome::TestHome(Backend backend) : backend_(backend)
+{
+    previousHome_ = qgetenv("PEL008_HOME");
+    qputenv("PEL008_HOME", dir_.path().toLocal8Bit());
+    QFile ini(file(QStringLiteral("mirabo.ini")));
+    ini.open(QIODevice::WriteOnly);
+    if (backend == Backend::Postgres) {
+        if (testServer().isEmpty()) {
+            error_ = QStringLiteral("PEL008_TEST_PG is not set");
+            return;
+        }
+        database_ = QStringLiteral("t%1").arg(QRandomGenerator::global()->generate64() % 1000000000000ULL);
+        if (!adminExec(QStringLiteral("CREATE DATABASE ") + database_, &error_))
+            return;
+        ini.write(QByteArrayLiteral("[mirabo]\r\ndbmode=0\r\ndbserver=") +
+                  withDatabase(testServer(), database_).toUtf8() + "\r\n");
+        ini.close();
+        auto c = Connection::create();
+        if (!c->open(fnConnectString(0, QStringLiteral("data1.dat")), &error_))
+            return;
+        createSchema(*c, &error_);
+    } else {
+        ini.write("[mirabo]\r\ndbmode=0\r\n");
+        ini.close();
+        createSqliteDatabase(file(QStringLiteral("data1.dat")), &error_);
+    }
+}
+
+TestHome::~TestHome()
+{
+    fnCloseDB(1);
+    if (!database_.isEmpty()) {
+        QString ignored;
+        adminExec(QStringLiteral("DROP DATABASE IF EXISTS %1 WITH (FORCE)").arg(database_), &ignored);
+    }
+    qputenv("PEL008_HOME", previousHome_);
+}
+
+QString TestHome::file(const QString& name) const
+{
+    return dir_.filePath(name);
+}
+
+bool TestHome::exec(const QStringList& statements, QString* error)
+{
+    auto c = Connection::create();
+    QString err;
+    bool ok = c->open(fnConnectString(0, QStringLiteral("data1.dat")), &err);
+    for (const QString& s : statements) {
+        if (!ok)
+            break;
+        ok = c->executeRaw(c->dialect().adapt(s), {}, &err);
+    }
+    if (!ok) {
+        if (error)
+            *error = err;
+        else
+            qWarning("%s", qPrintable(err));
+    }
+    return ok;
+}
+
+QString TestHome::scalar(const QString& select)
+{
+    auto c = Connection::create();
+    QString err;
+    Recordset rs;
+    if (!c->open(fnConnectString(0, QStringLiteral("data1.dat")), &err) || !c->query(Sql(select), rs, &err)) {
+        qWarning("%s", qPrintable(err));
+        return QStringLiteral("<error>");
+    }
+    return rs.eof() ? QStringLiteral("<none>") : rs.text(0);
+}
+
+ScriptedDialogs::ScriptedDialogs() : previous_(setDialogService(this)) {}
+
+ScriptedDialogs::~ScriptedDialogs()
+{
+    setDialogService(previous_);
+    if (!steps_.isEmpty())
+        QTest::qFail(qPrintable(QStringLiteral("expected dialog never shown: ") + steps_.front().expected), __FILE__,
+                     __LINE__);
+}
+
+int ScriptedDialogs::messageBox(const QString& text, int style, const QString& title)
+{
+    shown << title + QLatin1Char('|') + QString::number(style) + QLatin1Char('|') + text;
+    styles << style;
+    if (steps_.isEmpty() || steps_.front().expected != text) {
+        QTest::qFail(qPrintable(QStringLiteral("unexpected dialog: ") + text +
+                                (steps_.isEmpty() ? QString() : QStringLiteral(" (expected: ") + steps_.front().expected + QLatin1Char(')'))),
+                     __FILE__, __LINE__);
+        return defaultAnswer(style);
+    }
+    return steps_.takeFirst().answer;
+}
+
+} // namespace pel::test
