@@ -4,8 +4,11 @@
 #include "jet/tool.h"
 
 #include <sqlite3.h>
+#include <sys/stat.h>
 
+#include <array>
 #include <climits>
+#include <fstream>
 #include <cstdio>
 #include <cmath>
 #include <cstdlib>
@@ -18,9 +21,31 @@ namespace jet {
 namespace {
 
 // One engine per file per process; connections share it and the last one to close releases it.
+// A file that changed since it was opened (a copy put in its place, a new password) gets a new engine.
+struct FileId {
+    dev_t dev = 0;
+    ino_t ino = 0;
+    off_t size = 0;
+    std::int64_t mtimeNs = 0;
+    std::array<char, kHeaderCryptOffset + kHeaderCryptLen> header{}; // a password write may keep size and time
+    bool operator==(const FileId&) const = default;
+};
+
+bool fileId(const std::string& path, FileId& out)
+{
+    struct stat st;
+    if (::stat(path.c_str(), &st) != 0)
+        return false;
+    out = {st.st_dev, st.st_ino, st.st_size, std::int64_t(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec, {}};
+    std::ifstream in(path, std::ios::binary);
+    in.read(out.header.data(), static_cast<std::streamsize>(out.header.size()));
+    return true;
+}
+
 struct Engine {
     std::shared_ptr<Database> db;
     std::string password;
+    FileId id;
 };
 
 std::mutex registryMutex;
@@ -544,11 +569,18 @@ int attach(sqlite3* conn, const std::string& path, const std::string& password, 
             setErr("Cannot open '" + path + "'.");
             return ERR_IO;
         }
+        FileId id;
+        if (!fileId(key, id)) {
+            setErr("Cannot open '" + path + "'.");
+            return ERR_IO;
+        }
         std::shared_ptr<Engine> engine;
         ConnState* st = nullptr;
         {
             std::lock_guard lock(registryMutex);
             engine = engines()[key].lock();
+            if (engine && !(engine->id == id))
+                engine.reset();
             if (engine && engine->password != password) {
                 setErr("Not a valid password.");
                 return ERR_PASSWORD;
@@ -557,6 +589,7 @@ int attach(sqlite3* conn, const std::string& path, const std::string& password, 
                 engine = std::make_shared<Engine>();
                 engine->db = std::make_shared<Database>();
                 engine->password = password;
+                engine->id = id;
                 if (Status s = engine->db->open(key, password); s != OK) {
                     setErr(engine->db->error());
                     return s;

@@ -160,6 +160,14 @@ TEST(Sqlite, SetPasswordThenAttach)
     EXPECT_NE(jet::attach(c.db, path, "", &err), 0);
     ASSERT_EQ(jet::attach(c.db, path, "VelQuarto", &err), 0) << err;
     EXPECT_EQ(c.query("SELECT count(*) FROM Table1"), (std::vector<std::string>{"i:2"}));
+
+    // Another file copied over the same path while the first engine is still in use: the new file is read.
+    std::filesystem::copy_file(corpus("passwordV2000.mdb"), path, std::filesystem::copy_options::overwrite_existing);
+    Conn d;
+    EXPECT_EQ(jet::attach(d.db, path, "VelQuarto", &err), jet::ERR_PASSWORD);
+    ASSERT_EQ(jet::attach(d.db, path, "password", &err), 0) << err;
+    EXPECT_EQ(d.query("SELECT count(*) FROM Table1"), (std::vector<std::string>{"i:3"}));
+    EXPECT_EQ(c.query("SELECT count(*) FROM Table1"), (std::vector<std::string>{"i:2"}));
 }
 
 // Lookups on an indexed column seek: same rows as a scan, a handful of page reads.
