@@ -183,6 +183,13 @@ bool Connection::run(const QString& sql, const QVariantList& values, bool forwar
     }
     *q = QSqlQuery(db_);
     q->setForwardOnly(forwardOnly);
+    if (values.isEmpty()) { // nothing to bind; PostgreSQL cannot prepare every statement (DDL)
+        if (!q->exec(sql)) {
+            *error = errorText(q->lastError());
+            return false;
+        }
+        return true;
+    }
     if (!q->prepare(sql)) {
         *error = errorText(q->lastError());
         return false;
@@ -210,7 +217,9 @@ bool Connection::statement(const QString& sql, const QVariantList& values, QSqlQ
             return false;
         }
     }
-    const bool ok = run(sql, values, true, q, error);
+    // PostgreSQL streams forward-only results row by row, which the savepoint release or a catalogue lookup
+    // would cut off: fetch the whole result there.
+    const bool ok = run(sql, values, backend_ != Backend::Postgres, q, error);
     if (guard) {
         QSqlQuery g(db_);
         g.exec(ok ? QStringLiteral("RELEASE SAVEPOINT ") + sp : QStringLiteral("ROLLBACK TO SAVEPOINT ") + sp);
@@ -245,6 +254,14 @@ bool Connection::query(const Sql& sql, Recordset& rs, QString* error)
     if (!statement(dialect_->adapt(b.text), b.values, &q, error))
         return false;
     const QSqlRecord rec = q.record();
+    std::vector<std::vector<QVariant>> rows;
+    while (q.next()) {
+        std::vector<QVariant> row(static_cast<size_t>(rec.count()));
+        for (int i = 0; i < rec.count(); ++i)
+            row[static_cast<size_t>(i)] = q.value(i);
+        rows.push_back(std::move(row));
+    }
+    q = QSqlQuery();
     std::vector<FieldInfo> fields =
         resultFields(tokenize(b.text), [this](const QString& t) { return columns(t); });
     if (fields.size() != static_cast<size_t>(rec.count())) {
@@ -257,13 +274,6 @@ bool Connection::query(const Sql& sql, Recordset& rs, QString* error)
                 name = QStringLiteral("Expr%1").arg(1000 + expr++);
             fields.push_back({name, QString(), QString(), JetType::Unknown, 0});
         }
-    }
-    std::vector<std::vector<QVariant>> rows;
-    while (q.next()) {
-        std::vector<QVariant> row(static_cast<size_t>(rec.count()));
-        for (int i = 0; i < rec.count(); ++i)
-            row[static_cast<size_t>(i)] = q.value(i);
-        rows.push_back(std::move(row));
     }
     rs.reset(sql.text(), std::move(fields), std::move(rows));
     return true;
@@ -295,13 +305,8 @@ bool Connection::queryForEdit(const Sql& sql, Recordset& rs, QString* error)
         }
         return false;
     }
-    std::vector<FieldInfo> fields = resultFields(tokens, [this](const QString& t) { return columns(t); });
-    const int n = q.record().count() - 1;
-    if (fields.size() != static_cast<size_t>(n)) {
-        fields.clear();
-        for (int i = 0; i < n; ++i)
-            fields.push_back({q.record().fieldName(i + 1), table, q.record().fieldName(i + 1), JetType::Unknown, 0});
-    }
+    const QSqlRecord rec = q.record();
+    const int n = rec.count() - 1;
     std::vector<std::vector<QVariant>> rows;
     std::vector<QVariant> rowids;
     while (q.next()) {
@@ -312,6 +317,12 @@ bool Connection::queryForEdit(const Sql& sql, Recordset& rs, QString* error)
         rows.push_back(std::move(row));
     }
     q = QSqlQuery();
+    std::vector<FieldInfo> fields = resultFields(tokens, [this](const QString& t) { return columns(t); });
+    if (fields.size() != static_cast<size_t>(n)) {
+        fields.clear();
+        for (int i = 0; i < n; ++i)
+            fields.push_back({rec.fieldName(i + 1), table, rec.fieldName(i + 1), JetType::Unknown, 0});
+    }
     const bool empty = rows.empty();
     rs.reset(sql.text(), std::move(fields), std::move(rows));
     auto edit = std::make_unique<Recordset::EditState>();
@@ -492,6 +503,36 @@ std::vector<ColumnInfo> Connection::columns(const QString& table)
     if (!cols.empty())
         columnCache_.insert(key, cols);
     return cols;
+}
+
+BulkInsert::BulkInsert(Connection& connection, const QString& table, const QStringList& columns)
+    : query_(connection.database())
+{
+    QStringList quoted, marks;
+    for (const QString& c : columns) {
+        quoted << connection.dialect().quote(c);
+        marks << QStringLiteral("?");
+    }
+    prepared_ = query_.prepare(QStringLiteral("INSERT INTO %1 (%2) VALUES (%3)")
+                                   .arg(connection.dialect().quote(table), quoted.join(QLatin1Char(',')),
+                                        marks.join(QLatin1Char(','))));
+    if (!prepared_)
+        prepareError_ = errorText(query_.lastError());
+}
+
+bool BulkInsert::add(const QVariantList& values, QString* error)
+{
+    if (!prepared_) {
+        *error = prepareError_;
+        return false;
+    }
+    for (qsizetype i = 0; i < values.size(); ++i)
+        query_.bindValue(static_cast<int>(i), values[i]);
+    if (!query_.exec()) {
+        *error = errorText(query_.lastError());
+        return false;
+    }
+    return true;
 }
 
 QStringList Connection::tables()

@@ -6,6 +6,7 @@
 
 #include <QHash>
 #include <QSqlDatabase>
+#include <QSqlQuery>
 #include <QString>
 #include <memory>
 
@@ -66,6 +67,18 @@ private:
     bool txActive_ = false; // BEGIN issued (SQLite begins lazily, on the first statement)
     QHash<QString, std::vector<ColumnInfo>> columnCache_;
     int savepoint_ = 0;
+};
+
+// Many rows into one table through one prepared statement (demo and benchmark databases).
+class BulkInsert {
+public:
+    BulkInsert(Connection& connection, const QString& table, const QStringList& columns);
+    bool add(const QVariantList& values, QString* error);
+
+private:
+    QSqlQuery query_;
+    bool prepared_ = false;
+    QString prepareError_;
 };
 
 // The error text of a failed open when the file is neither SQLite nor Jet 4.
