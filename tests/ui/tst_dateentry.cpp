@@ -1,0 +1,171 @@
+// The year/month/day boxes and picker: clamping while typing, year completion on leaving, conversions.
+#include "ui/dateentry.h"
+
+#include <QDateEdit>
+#include <QLineEdit>
+#include <QSignalSpy>
+#include <QTest>
+
+using namespace pel;
+
+namespace {
+
+struct Window {
+    DateRange range;
+    DateEntry* d;
+    Window() : d(range.entry(0))
+    {
+        range.show();
+        QApplication::setActiveWindow(&range);
+    }
+};
+
+} // namespace
+
+class DateEntryTest : public QObject {
+    Q_OBJECT
+private slots:
+    void trioRule_data();
+    void trioRule();
+    void yearLeft_data();
+    void yearLeft();
+    void pickerWritesTrio();
+    void conversions_data();
+    void conversions();
+    void entryReportsIndexAndSelects();
+};
+
+void DateEntryTest::trioRule_data()
+{
+    QTest::addColumn<QString>("yy");
+    QTest::addColumn<QString>("mm");
+    QTest::addColumn<QString>("dd");
+    QTest::addColumn<QString>("month");
+    QTest::addColumn<QString>("day");
+    QTest::newRow("leap 2024") << "2024" << "2" << "30" << "2" << "29";
+    QTest::newRow("2100 not leap") << "2100" << "2" << "29" << "2" << "28";
+    QTest::newRow("2000 leap") << "2000" << "2" << "30" << "2" << "29";
+    QTest::newRow("2023") << "2023" << "2" << "29" << "2" << "28";
+    QTest::newRow("month 13") << "2023" << "13" << "5" << "12" << "5";
+    QTest::newRow("month -3") << "2023" << "-3" << "31" << "1" << "31";
+    QTest::newRow("april") << "2023" << "4" << "31" << "4" << "30";
+    QTest::newRow("no month allows 31") << "2023" << "" << "31" << "" << "31";
+    QTest::newRow("day 99 in july") << "2023" << "07" << "99" << "07" << "31";
+}
+
+void DateEntryTest::trioRule()
+{
+    QFETCH(QString, yy);
+    QFETCH(QString, mm);
+    QFETCH(QString, dd);
+    QFETCH(QString, month);
+    QFETCH(QString, day);
+    Window w;
+    // The day first: the later month must still clamp it.
+    w.d->txtDd()->setText(dd);
+    w.d->txtYy()->setText(yy);
+    w.d->txtMm()->setText(mm);
+    QCOMPARE(w.d->txtMm()->text(), month);
+    QCOMPARE(w.d->txtDd()->text(), day);
+}
+
+void DateEntryTest::yearLeft_data()
+{
+    QTest::addColumn<QString>("yy");
+    QTest::addColumn<QString>("mm");
+    QTest::addColumn<QString>("dd");
+    QTest::addColumn<QString>("year");
+    QTest::addColumn<QString>("month");
+    QTest::addColumn<QString>("day");
+    QTest::newRow("24") << "24" << "" << "" << "2024" << "" << "";
+    QTest::newRow("75") << "75" << "" << "" << "1975" << "" << "";
+    QTest::newRow("150") << "150" << "" << "" << "2150" << "" << "";
+    QTest::newRow("0") << "0" << "" << "" << "2000" << "" << "";
+    QTest::newRow("5") << "5" << "" << "" << "2005" << "" << "";
+    QTest::newRow("empty stays empty") << "" << "3" << "" << "" << "3" << "";
+    QTest::newRow("full date through the picker") << "24" << "2" << "9" << "2024" << " 2" << " 9";
+    QTest::newRow("february 30 of 24") << "24" << "2" << "30" << "2024" << " 2" << "29";
+    QTest::newRow("month 0: year only") << "2023" << "0" << "5" << "2023" << "0" << "5";
+}
+
+void DateEntryTest::yearLeft()
+{
+    QFETCH(QString, yy);
+    QFETCH(QString, mm);
+    QFETCH(QString, dd);
+    QFETCH(QString, year);
+    QFETCH(QString, month);
+    QFETCH(QString, day);
+    Window w;
+    QVERIFY(QTest::qWaitForWindowActive(&w.range));
+    w.d->txtMm()->setText(mm);
+    w.d->txtDd()->setText(dd);
+    w.d->txtYy()->setFocus();
+    w.d->txtYy()->setText(yy);
+    w.d->txtMm()->setFocus();
+    QCOMPARE(w.d->txtYy()->text(), year);
+    QCOMPARE(w.d->txtMm()->text(), month);
+    QCOMPARE(w.d->txtDd()->text(), day);
+    if (!day.trimmed().isEmpty() && !month.trimmed().isEmpty() && month != QLatin1String("0"))
+        QCOMPARE(w.d->dtpDay()->date(), QDate(year.toInt(), month.trimmed().toInt(), day.trimmed().toInt()));
+}
+
+void DateEntryTest::pickerWritesTrio()
+{
+    Window w;
+    w.d->dtpDay()->setDate(QDate(2023, 7, 4));
+    QCOMPARE(w.d->txtYy()->text(), QStringLiteral("2023"));
+    QCOMPARE(w.d->txtMm()->text(), QStringLiteral(" 7"));
+    QCOMPARE(w.d->txtDd()->text(), QStringLiteral(" 4"));
+    w.d->dtpDay()->setDate(QDate(2023, 12, 31));
+    QCOMPARE(w.d->txtMm()->text(), QStringLiteral("12"));
+    QCOMPARE(w.d->ymd(), 20231231);
+}
+
+void DateEntryTest::conversions_data()
+{
+    QTest::addColumn<QString>("yy");
+    QTest::addColumn<QString>("mm");
+    QTest::addColumn<QString>("dd");
+    QTest::addColumn<qlonglong>("ymd");
+    QTest::newRow("padded") << "2024" << " 2" << "29" << 20240229LL;
+    QTest::newRow("plain") << "2024" << "3" << "5" << 20240305LL;
+    QTest::newRow("no month") << "2024" << "" << "5" << 0LL;
+    QTest::newRow("blank day") << "2024" << "3" << "  " << 0LL;
+}
+
+void DateEntryTest::conversions()
+{
+    QFETCH(QString, yy);
+    QFETCH(QString, mm);
+    QFETCH(QString, dd);
+    QFETCH(qlonglong, ymd);
+    QCOMPARE(trioToYmd(yy, mm, dd), ymd);
+    if (ymd == 0)
+        return;
+    Window w;
+    w.d->setYmd(ymd);
+    QCOMPARE(w.d->txtYy()->text(), yy);
+    QCOMPARE(w.d->txtMm()->text(), QString::number(mm.toInt()).rightJustified(2));
+    QCOMPARE(w.d->txtDd()->text(), QString::number(dd.toInt()).rightJustified(2));
+    QCOMPARE(w.d->ymd(), ymd);
+}
+
+void DateEntryTest::entryReportsIndexAndSelects()
+{
+    Window w;
+    QVERIFY(QTest::qWaitForWindowActive(&w.range));
+    QSignalSpy spy(&w.range, &DateRange::entered);
+    DateEntry* end = w.range.entry(1);
+    end->txtMm()->setText(QStringLiteral("11"));
+    end->txtMm()->setFocus();
+    QCOMPARE(spy.size(), 1);
+    QCOMPARE(spy.at(0).at(0).toInt(), 1);
+    QCOMPARE(end->txtMm()->selectedText(), QStringLiteral("11"));
+    w.d->dtpDay()->setFocus();
+    QCOMPARE(spy.size(), 2);
+    QCOMPARE(spy.at(1).at(0).toInt(), 0);
+}
+
+QTEST_MAIN(DateEntryTest)
+#include "tst_dateentry.moc"

@@ -1,0 +1,395 @@
+// Function keys, masks, Escape undo, focus moves, field kinds and the byte limit, typed into real widgets.
+#include "ui/functionbar.h"
+#include "ui/keys.h"
+
+#include <QAction>
+#include <QComboBox>
+#include <QInputMethodEvent>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QTest>
+#include <QVBoxLayout>
+
+using namespace pel;
+
+namespace {
+
+// A form as a screen builds one: boxes, a label, a combo box, a button, the toolbar and the common key handling.
+struct TestForm {
+    QWidget form;
+    clsKeyDown keyDown;
+    FunctionBar* bar;
+    ImageList images;
+    FormKeys* keys;
+    QLineEdit* e[5];
+    QLabel* label;
+    QComboBox* combo;
+    QPushButton* button;
+    int fired[13] = {};
+
+    TestForm()
+    {
+        auto* layout = new QVBoxLayout(&form);
+        bar = new FunctionBar(&form);
+        layout->addWidget(bar);
+        for (int i = 0; i < 5; ++i) {
+            e[i] = new QLineEdit(&form);
+            e[i]->setObjectName(QStringLiteral("e%1").arg(i));
+            layout->addWidget(e[i]);
+            if (i == 2) {
+                label = new QLabel(QStringLiteral("ラベル"), &form);
+                layout->addWidget(label);
+            }
+        }
+        combo = new QComboBox(&form);
+        combo->addItems({QStringLiteral("a1"), QStringLiteral("b1")});
+        layout->addWidget(combo);
+        button = new QPushButton(QStringLiteral("OK"), &form);
+        layout->addWidget(button);
+        keys = new FormKeys(&form, &keyDown);
+        keys->setFunctionBar(bar);
+        QObject::connect(bar, &FunctionBar::buttonClick, [this](const QString& key) { ++fired[key.mid(1).toInt()]; });
+        form.show();
+        QApplication::setActiveWindow(&form);
+    }
+};
+
+// A character typed on the keyboard (QTest::keyClicks cannot type kana).
+void type(QWidget* w, const QString& text)
+{
+    for (const QChar c : text) {
+        const int key = c.unicode() < 128 ? int(QChar(c).toUpper().unicode()) : int(Qt::Key_unknown);
+        QTest::sendKeyEvent(QTest::Click, w, static_cast<Qt::Key>(key), QString(c), Qt::NoModifier);
+    }
+}
+
+void commit(QWidget* w, const QString& text)
+{
+    QInputMethodEvent e;
+    e.setCommitString(text);
+    QApplication::sendEvent(w, &e);
+}
+
+QString enabledMask(const FunctionBar* bar)
+{
+    QString s;
+    for (int i = 1; i <= 12; ++i)
+        s += bar->button(i)->isEnabled() ? QLatin1Char('1') : QLatin1Char('0');
+    return s;
+}
+
+} // namespace
+
+class KeysTest : public QObject {
+    Q_OBJECT
+private slots:
+    void functionKeyFiresOnlyWhenEnabled_data();
+    void functionKeyFiresOnlyWhenEnabled();
+    void masks_data();
+    void masks();
+    void toolInitDressesOnlyNamedButtons();
+    void escapeUndo();
+    void escapePassedOnWhenUnchanged();
+    void focusMoves_data();
+    void focusMoves();
+    void enterPressesFocusedButton();
+    void fieldKinds_data();
+    void fieldKinds();
+    void comboRefusesTypedCharacters();
+    void byteLimit_data();
+    void byteLimit();
+    void inputMethodCommit_data();
+    void inputMethodCommit();
+};
+
+void KeysTest::functionKeyFiresOnlyWhenEnabled_data()
+{
+    QTest::addColumn<int>("position");
+    QTest::addColumn<bool>("fires");
+    for (int i = 1; i <= 12; ++i)
+        QTest::addRow("F%d", i) << i << (i == 1 || i == 12);
+}
+
+void KeysTest::functionKeyFiresOnlyWhenEnabled()
+{
+    QFETCH(int, position);
+    QFETCH(bool, fires);
+    TestForm t;
+    QVERIFY(QTest::qWaitForWindowActive(&t.form));
+    fnToolInit(t.bar, t.images, QStringLiteral("1000-0000-0001"));
+    t.e[0]->setFocus();
+    QTest::keyClick(t.e[0], static_cast<Qt::Key>(Qt::Key_F1 + position - 1));
+    QCOMPARE(t.fired[position], fires ? 1 : 0);
+    // The button itself obeys the same switch.
+    t.bar->button(position)->trigger();
+    QCOMPARE(t.fired[position], fires ? 2 : 0);
+}
+
+void KeysTest::masks_data()
+{
+    QTest::addColumn<QString>("init");
+    QTest::addColumn<QString>("mask");
+    QTest::addColumn<QString>("enabled");
+    QTest::newRow("F1 and F12") << "1111-1111-1111" << "1000-0000-0001" << "100000000001";
+    QTest::newRow("F1 F6 F12") << "1111-1111-1111" << "1000-0100-0001" << "100001000001";
+    QTest::newRow("short mask keeps the rest on") << "1111-1111-1111" << "0" << "011111111111";
+    QTest::newRow("short mask keeps the rest off") << "0000-0000-0000" << "1" << "100000000000";
+    QTest::newRow("dashes anywhere") << "0000-0000-0000" << "1-1-1" << "111000000000";
+    QTest::newRow("not 1 is off") << "1111-1111-1111" << "x1 0" << "010011111111";
+    QTest::newRow("longer mask ignored past F12") << "0000-0000-0000" << "0000-0000-00011" << "000000000001";
+}
+
+void KeysTest::masks()
+{
+    QFETCH(QString, init);
+    QFETCH(QString, mask);
+    QFETCH(QString, enabled);
+    TestForm t;
+    fnToolInit(t.bar, t.images, init);
+    fnToolEnable(t.bar, mask);
+    QCOMPARE(enabledMask(t.bar), enabled);
+}
+
+void KeysTest::toolInitDressesOnlyNamedButtons()
+{
+    TestForm t;
+    fnToolInit(t.bar, t.images, QStringLiteral("0000-1000-0001"));
+    QCOMPARE(t.images.count(), 12);
+    QCOMPARE(t.bar->button(QStringLiteral("F5"))->toolTip(), QStringLiteral("F5 保存"));
+    QCOMPARE(t.bar->button(QStringLiteral("F12"))->toolTip(), QStringLiteral("F12 終了"));
+    QVERIFY(!t.bar->button(5)->icon().isNull());
+    QVERIFY(t.bar->button(1)->icon().isNull());
+    QCOMPARE(enabledMask(t.bar), QStringLiteral("000010000001"));
+}
+
+void KeysTest::escapeUndo()
+{
+    TestForm t;
+    QVERIFY(QTest::qWaitForWindowActive(&t.form));
+    t.e[0]->setText(QStringLiteral("abc"));
+    t.e[0]->setFocus();
+    t.e[0]->end(false);
+    type(t.e[0], QStringLiteral("de"));
+    QCOMPARE(t.e[0]->text(), QStringLiteral("abcde"));
+    QTest::keyClick(t.e[0], Qt::Key_Escape);
+    QCOMPARE(t.e[0]->text(), QStringLiteral("abc"));
+    QCOMPARE(t.e[0]->selectedText(), QStringLiteral("abc"));
+    QCOMPARE(t.keyDown.mintTabIndex, -1);
+    // The next key starts over: typing then Escape goes back to "abc" again, not to an older text.
+    t.e[0]->end(false);
+    type(t.e[0], QStringLiteral("x"));
+    QTest::keyClick(t.e[0], Qt::Key_Escape);
+    QCOMPARE(t.e[0]->text(), QStringLiteral("abc"));
+    // Another field remembers its own text.
+    t.e[2]->setText(QStringLiteral("12"));
+    t.e[2]->setFocus();
+    t.e[2]->end(false);
+    type(t.e[2], QStringLiteral("3"));
+    QTest::keyClick(t.e[2], Qt::Key_Escape);
+    QCOMPARE(t.e[2]->text(), QStringLiteral("12"));
+}
+
+void KeysTest::escapePassedOnWhenUnchanged()
+{
+    TestForm t;
+    QVERIFY(QTest::qWaitForWindowActive(&t.form));
+    t.e[0]->setText(QStringLiteral("abc"));
+    t.e[0]->setFocus();
+    int key = Qt::Key_A;
+    t.keyDown.fnKeyDown(&t.form, key); // first key in the field: remembered, untouched
+    QCOMPARE(key, int(Qt::Key_A));
+    key = Qt::Key_Escape;
+    t.keyDown.fnKeyDown(&t.form, key);
+    QCOMPARE(key, int(Qt::Key_Escape));
+    QCOMPARE(t.e[0]->text(), QStringLiteral("abc"));
+    // Not a text box: forgets the field.
+    t.combo->setFocus();
+    t.keyDown.fnKeyDown(&t.form, key);
+    QCOMPARE(t.keyDown.mintTabIndex, -1);
+    QCOMPARE(key, int(Qt::Key_Escape));
+}
+
+void KeysTest::focusMoves_data()
+{
+    QTest::addColumn<int>("from"); // index of e[], 5 = combo
+    QTest::addColumn<int>("key");
+    QTest::addColumn<int>("to");
+    QTest::addColumn<bool>("swallowed");
+    // e1 is disabled and e3 hidden: both are skipped.
+    QTest::newRow("enter skips disabled") << 0 << int(Qt::Key_Return) << 2 << true;
+    QTest::newRow("keypad enter") << 0 << int(Qt::Key_Enter) << 2 << true;
+    QTest::newRow("down skips hidden") << 2 << int(Qt::Key_Down) << 4 << true;
+    QTest::newRow("up skips hidden") << 4 << int(Qt::Key_Up) << 2 << true;
+    QTest::newRow("up skips disabled") << 2 << int(Qt::Key_Up) << 0 << true;
+    QTest::newRow("up from first: no candidate") << 0 << int(Qt::Key_Up) << 0 << false;
+    QTest::newRow("enter to the combo") << 4 << int(Qt::Key_Return) << 5 << true;
+    QTest::newRow("left is not a move") << 2 << int(Qt::Key_Left) << 2 << false;
+}
+
+void KeysTest::focusMoves()
+{
+    QFETCH(int, from);
+    QFETCH(int, key);
+    QFETCH(int, to);
+    QFETCH(bool, swallowed);
+    TestForm t;
+    QVERIFY(QTest::qWaitForWindowActive(&t.form));
+    t.e[1]->setEnabled(false);
+    t.e[3]->hide();
+    QWidget* ws[] = {t.e[0], t.e[1], t.e[2], t.e[3], t.e[4], t.combo};
+    ws[from]->setFocus();
+    int k = key == Qt::Key_Enter ? int(Qt::Key_Return) : key;
+    fnFocusMove(&t.form, k, true);
+    QCOMPARE(QApplication::focusWidget(), ws[to]);
+    QCOMPARE(k == 0, swallowed);
+    // Without the arrows flag only Enter moves.
+    ws[from]->setFocus();
+    k = key == Qt::Key_Enter ? int(Qt::Key_Return) : key;
+    fnFocusMove(&t.form, k, false);
+    const bool enter = key == Qt::Key_Return || key == Qt::Key_Enter;
+    QCOMPARE(QApplication::focusWidget(), enter ? ws[to] : ws[from]);
+    // Through the form's key handling, with the real key.
+    ws[from]->setFocus();
+    QTest::keyClick(ws[from], static_cast<Qt::Key>(key));
+    if (key != Qt::Key_Left)
+        QCOMPARE(QApplication::focusWidget(), ws[to]);
+}
+
+void KeysTest::enterPressesFocusedButton()
+{
+    TestForm t;
+    QVERIFY(QTest::qWaitForWindowActive(&t.form));
+    int clicks = 0;
+    QObject::connect(t.button, &QPushButton::clicked, [&] { ++clicks; });
+    t.button->setFocus();
+    QTest::keyClick(t.button, Qt::Key_Return);
+    QCOMPARE(clicks, 1);
+    QCOMPARE(QApplication::focusWidget(), t.button); // last control: no candidate, focus stays
+}
+
+void KeysTest::fieldKinds_data()
+{
+    QTest::addColumn<QString>("kind");
+    QTest::addColumn<QString>("typed");
+    QTest::addColumn<QString>("kept");
+    QTest::newRow("0") << "0" << " 09,-.a" << " 09,";
+    QTest::newRow("1") << "1" << "9-,." << "9-";
+    QTest::newRow("2") << "2" << "9.-," << "9.";
+    QTest::newRow("3") << "3" << "-9.,a" << "-9.";
+    QTest::newRow("4 symbols") << "4" << "aZ!\"#$%&()=~|-^\\`{@[+*};:]<>?_,./" << "aZ!\"#$%&()=~|-^\\`{@[+*};:]<>?_,./";
+    QTest::newRow("4 refuses apostrophe and kana") << "4" << "a'ｱ" << "a";
+    QTest::newRow("5 takes apostrophe and kana") << "5" << "a'ｱﾟｰ｡" << "a'ｱﾟｰ｡";
+    QTest::newRow("5 refuses hiragana") << "5" << "あ" << "";
+    QTest::newRow("6") << "6" << "12,-. " << "12 ";
+    QTest::newRow("7") << "7" << "1,-." << "1,-";
+    QTest::newRow("8 refuses 0") << "8" << "0a9Z-" << "a9Z";
+    QTest::newRow("9") << "9" << "1,.-" << "1,.";
+    QTest::newRow("empty tag takes all") << "" << "a'あ0" << "a'あ0";
+    QTest::newRow("other tag takes all") << "x" << "a'あ0" << "a'あ0";
+}
+
+void KeysTest::fieldKinds()
+{
+    QFETCH(QString, kind);
+    QFETCH(QString, typed);
+    QFETCH(QString, kept);
+    TestForm t;
+    QVERIFY(QTest::qWaitForWindowActive(&t.form));
+    setFieldKind(t.e[0], kind);
+    t.e[0]->setFocus();
+    type(t.e[0], typed);
+    QCOMPARE(t.e[0]->text(), kept);
+}
+
+void KeysTest::comboRefusesTypedCharacters()
+{
+    TestForm t;
+    QVERIFY(QTest::qWaitForWindowActive(&t.form));
+    t.combo->setFocus();
+    type(t.combo, QStringLiteral("b"));
+    QCOMPARE(t.combo->currentIndex(), 0);
+    commit(t.combo, QStringLiteral("b"));
+    QCOMPARE(t.combo->currentIndex(), 0);
+}
+
+void KeysTest::byteLimit_data()
+{
+    QTest::addColumn<int>("max");
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<int>("selectFrom"); // -1: cursor at the end, nothing selected
+    QTest::addColumn<int>("selectLength");
+    QTest::addColumn<QString>("typed");
+    QTest::addColumn<QString>("result");
+    QTest::newRow("fits") << 4 << "abc" << -1 << 0 << "d" << "abcd";
+    QTest::newRow("full") << 4 << "abcd" << -1 << 0 << "e" << "abcd";
+    QTest::newRow("double-byte over") << 4 << "abc" << -1 << 0 << "あ" << "abc";
+    QTest::newRow("double-byte fits") << 4 << "ab" << -1 << 0 << "あ" << "abあ";
+    QTest::newRow("double-byte text") << 4 << "漢字" << -1 << 0 << "a" << "漢字";
+    QTest::newRow("half-width kana is one byte") << 4 << "ｱｲｳ" << -1 << 0 << "a" << "ｱｲｳa";
+    QTest::newRow("whole text selected: emptied") << 4 << "abcd" << 0 << 4 << "x" << "x";
+    QTest::newRow("selection not subtracted") << 4 << "abcd" << 0 << 2 << "x" << "abcd";
+    QTest::newRow("no max length") << 32767 << "abcdefgh" << -1 << 0 << "あ" << "abcdefghあ";
+}
+
+void KeysTest::byteLimit()
+{
+    QFETCH(int, max);
+    QFETCH(QString, text);
+    QFETCH(int, selectFrom);
+    QFETCH(int, selectLength);
+    QFETCH(QString, typed);
+    QFETCH(QString, result);
+    TestForm t;
+    QVERIFY(QTest::qWaitForWindowActive(&t.form));
+    t.e[0]->setMaxLength(max);
+    t.e[0]->setText(text);
+    t.e[0]->setFocus();
+    if (selectFrom >= 0)
+        t.e[0]->setSelection(selectFrom, selectLength);
+    else
+        t.e[0]->end(false);
+    type(t.e[0], typed);
+    QCOMPARE(t.e[0]->text(), result);
+}
+
+void KeysTest::inputMethodCommit_data()
+{
+    QTest::addColumn<QString>("kind");
+    QTest::addColumn<int>("max");
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<bool>("selectAll");
+    QTest::addColumn<QString>("committed");
+    QTest::addColumn<QString>("result");
+    QTest::newRow("cut at the limit") << "" << 6 << "ab" << false << "日本語" << "ab日本";
+    QTest::newRow("fits") << "" << 8 << "ab" << false << "日本語" << "ab日本語";
+    QTest::newRow("half-width after full") << "" << 5 << "a" << false << "漢ｱｲ字" << "a漢ｱｲ";
+    QTest::newRow("replaces a full selection") << "" << 4 << "abcd" << true << "日本語" << "日本";
+    QTest::newRow("field kind filters") << "6" << 8 << "" << false << "１2あ3" << "23";
+    QTest::newRow("kana kind") << "5" << 8 << "" << false << "ｱ漢ｲ" << "ｱｲ";
+}
+
+void KeysTest::inputMethodCommit()
+{
+    QFETCH(QString, kind);
+    QFETCH(int, max);
+    QFETCH(QString, text);
+    QFETCH(bool, selectAll);
+    QFETCH(QString, committed);
+    QFETCH(QString, result);
+    TestForm t;
+    QVERIFY(QTest::qWaitForWindowActive(&t.form));
+    setFieldKind(t.e[0], kind);
+    t.e[0]->setMaxLength(max);
+    t.e[0]->setText(text);
+    t.e[0]->setFocus();
+    if (selectAll)
+        t.e[0]->selectAll();
+    else
+        t.e[0]->end(false);
+    commit(t.e[0], committed);
+    QCOMPARE(t.e[0]->text(), result);
+}
+
+QTEST_MAIN(KeysTest)
+#include "tst_keys.moc"

@@ -1,0 +1,119 @@
+// The Qt message boxes: icon, buttons and default button of each style, and the answers they return.
+#include "ui/qtdialogs.h"
+
+#include <QAbstractButton>
+#include <QDialog>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QTest>
+#include <QTimer>
+
+using namespace pel;
+
+class QtDialogsTest : public QObject {
+    Q_OBJECT
+private slots:
+    void styles_data();
+    void styles();
+    void answers_data();
+    void answers();
+    void headlessAnswersDefault();
+};
+
+void QtDialogsTest::styles_data()
+{
+    QTest::addColumn<int>("style");
+    QTest::addColumn<int>("icon");
+    QTest::addColumn<QList<int>>("buttons");
+    QTest::addColumn<int>("defaultAnswer");
+    using A = QList<int>;
+    QTest::newRow("Warn 48") << 48 << int(QMessageBox::Warning) << A{1} << 1;
+    QTest::newRow("Info 64") << 64 << int(QMessageBox::Information) << A{1} << 1;
+    QTest::newRow("AskYes 68") << 68 << int(QMessageBox::Information) << A{6, 7} << 6;
+    QTest::newRow("AskNo 324") << 324 << int(QMessageBox::Information) << A{6, 7} << 7;
+    QTest::newRow("QuestNo 292") << 292 << int(QMessageBox::Question) << A{6, 7} << 7;
+    QTest::newRow("Choose3 547") << 547 << int(QMessageBox::Question) << A{6, 7, 2} << 2;
+    QTest::newRow("critical 16") << 16 << int(QMessageBox::Critical) << A{1} << 1;
+    QTest::newRow("question 35") << 35 << int(QMessageBox::Question) << A{6, 7, 2} << 6;
+    QTest::newRow("question 36") << 36 << int(QMessageBox::Question) << A{6, 7} << 6;
+    QTest::newRow("plain 0") << 0 << int(QMessageBox::NoIcon) << A{1} << 1;
+    QTest::newRow("set 6 = 70") << 70 << int(QMessageBox::Information) << A{2, 10, 11} << 2;
+    QTest::newRow("retry 5") << 5 << int(QMessageBox::NoIcon) << A{4, 2} << 4;
+    QTest::newRow("abort 2") << 2 << int(QMessageBox::NoIcon) << A{3, 4, 5} << 3;
+}
+
+void QtDialogsTest::styles()
+{
+    QFETCH(int, style);
+    QFETCH(int, icon);
+    QFETCH(QList<int>, buttons);
+    QFETCH(int, defaultAnswer);
+    BuiltMessageBox b = buildMessageBox(QStringLiteral("該当件数は０件です"), style, kProductTitle);
+    QCOMPARE(int(b.box->icon()), icon);
+    QList<int> got;
+    for (const auto& [button, a] : b.answers)
+        got.append(a);
+    QCOMPARE(got, buttons);
+    QCOMPARE(b.box->buttons().size(), buttons.size());
+    QCOMPARE(b.answerOf(b.box->defaultButton()), defaultAnswer);
+    QCOMPARE(b.box->windowTitle(), kProductTitle);
+    QCOMPARE(b.box->text(), QStringLiteral("該当件数は０件です"));
+}
+
+void QtDialogsTest::answers_data()
+{
+    QTest::addColumn<int>("style");
+    QTest::addColumn<int>("key");
+    QTest::addColumn<QString>("button"); // the button Space is pressed on, for Key_Space
+    QTest::addColumn<int>("expected");
+    QTest::newRow("AskNo Enter") << 324 << int(Qt::Key_Return) << "" << 7;
+    QTest::newRow("AskYes Enter") << 68 << int(Qt::Key_Return) << "" << 6;
+    QTest::newRow("AskNo Yes") << 324 << int(Qt::Key_Space) << "はい(&Y)" << 6;
+    QTest::newRow("Choose3 Escape") << 547 << int(Qt::Key_Escape) << "" << 2;
+    QTest::newRow("Choose3 No") << 547 << int(Qt::Key_Space) << "いいえ(&N)" << 7;
+    QTest::newRow("Warn Escape") << 48 << int(Qt::Key_Escape) << "" << 1;
+    QTest::newRow("set 6 Continue") << 70 << int(Qt::Key_Space) << "続行(&C)" << 11;
+    QTest::newRow("set 6 Try again") << 70 << int(Qt::Key_Space) << "再実行(&T)" << 10;
+    QTest::newRow("set 6 Enter") << 70 << int(Qt::Key_Return) << "" << 2;
+}
+
+void QtDialogsTest::answers()
+{
+    QFETCH(int, style);
+    QFETCH(int, key);
+    QFETCH(QString, button);
+    QFETCH(int, expected);
+    QtDialogService service;
+    bool pressed = false;
+    QTimer::singleShot(0, this, [&] {
+        QWidget* box = QApplication::activeModalWidget();
+        if (!box)
+            return;
+        QWidget* target = box;
+        for (QAbstractButton* b : box->findChildren<QAbstractButton*>())
+            if (!button.isEmpty() && b->text() == button)
+                target = b;
+        if (!button.isEmpty() && target == box) {
+            static_cast<QDialog*>(box)->reject();
+            return;
+        }
+        QTest::keyClick(target, static_cast<Qt::Key>(key));
+        pressed = true;
+    });
+    QCOMPARE(service.messageBox(QStringLiteral("記録します"), style, kProductTitle), expected);
+    QVERIFY(pressed);
+}
+
+void QtDialogsTest::headlessAnswersDefault()
+{
+    qputenv("PEL008_NO_DIALOGS", "1");
+    installQtDialogs();
+    QCOMPARE(msgBox(QStringLiteral("削除します"), 324), 7);
+    QCOMPARE(msgBox(QStringLiteral("記録します"), 68), 6);
+    QCOMPARE(msgBox(QStringLiteral("該当件数は０件です"), 70), 2);
+    qunsetenv("PEL008_NO_DIALOGS");
+    setDialogService(nullptr);
+}
+
+QTEST_MAIN(QtDialogsTest)
+#include "tst_qtdialogs.moc"

@@ -1,0 +1,173 @@
+#include "ui/form.h"
+
+#include "app/home.h"
+#include "app/inifile.h"
+#include "app/oplog.h"
+#include "ui/uifont.h"
+
+#include <QAbstractButton>
+#include <QAbstractSpinBox>
+#include <QComboBox>
+#include <QLineEdit>
+#include <QPlainTextEdit>
+#include <QTextEdit>
+#include <QTimer>
+#include <QVBoxLayout>
+
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+
+namespace pel {
+
+Form::Form(QWidget* parent) : Form(Options{}, parent) {}
+
+Form::Form(const Options& options, QWidget* parent) : QDialog(parent), options_(options)
+{
+    applyUiFont();
+    setFont(uiFont());
+    layout_ = new QVBoxLayout(this);
+    layout_->setContentsMargins(0, 0, 0, 0);
+    layout_->setSpacing(0);
+    body_ = new QWidget(this);
+    body_->setObjectName(QStringLiteral("body"));
+    layout_->addWidget(body_, 1);
+    keys_ = new FormKeys(this, &mclsKeyDown);
+}
+
+Form::~Form()
+{
+    if (loaded_)
+        unload();
+}
+
+void Form::load()
+{
+    if (loaded_)
+        return;
+    loaded_ = true;
+    if (options_.operationLog)
+        opeLog(windowTitle(), 0);
+    readSettings();
+    if (options_.ownConnection)
+        (void)mclsDb.OpenDb(); // a failure shows up at the first statement
+    onLoad();
+}
+
+void Form::unload()
+{
+    if (!loaded_ || unloaded_)
+        return;
+    unloaded_ = true;
+    onUnload();
+    writeSettings();
+    if (options_.ownConnection)
+        mclsDb.CloseDb();
+    if (options_.operationLog)
+        opeLog(windowTitle(), 9);
+}
+
+void Form::done(int result)
+{
+    unload();
+    QDialog::done(result);
+}
+
+void Form::useToolbar(const QString& mask)
+{
+    if (!toolbar_) {
+        toolbar_ = new FunctionBar(this);
+        layout_->insertWidget(0, toolbar_);
+        connect(toolbar_, &FunctionBar::buttonClick, this, [this](const QString& key) {
+            if (const auto it = actions_.constFind(key); it != actions_.constEnd() && *it)
+                (*it)();
+        });
+        keys_->setFunctionBar(toolbar_);
+    }
+    fnToolInit(toolbar_, imlFunction, mask);
+}
+
+void Form::setMask(const QString& mask)
+{
+    if (toolbar_)
+        fnToolEnable(toolbar_, mask);
+}
+
+void Form::setAction(const QString& key, std::function<void()> action)
+{
+    actions_.insert(key, std::move(action));
+}
+
+void Form::setScreenKeys(FormKeys::ScreenKeys keys)
+{
+    keys_->setScreenKeys(std::move(keys));
+}
+
+void Form::setBusy(const QString& busyMask)
+{
+    if (!busy_) {
+        busy_ = true;
+        enabledBeforeBusy_.clear();
+        const QList<QWidget*> inputs = body_->findChildren<QWidget*>();
+        for (QWidget* w : inputs) {
+            const bool input = qobject_cast<QLineEdit*>(w) || qobject_cast<QAbstractButton*>(w) ||
+                               qobject_cast<QComboBox*>(w) || qobject_cast<QAbstractSpinBox*>(w) ||
+                               qobject_cast<QTextEdit*>(w) || qobject_cast<QPlainTextEdit*>(w);
+            if (input) {
+                enabledBeforeBusy_.insert(w, w->isEnabled());
+                w->setEnabled(false);
+            }
+        }
+    }
+    setMask(busyMask);
+}
+
+void Form::setIdle(const QString& idleMask)
+{
+    if (busy_) {
+        busy_ = false;
+        for (auto it = enabledBeforeBusy_.cbegin(); it != enabledBeforeBusy_.cend(); ++it)
+            it.key()->setEnabled(it.value());
+        enabledBeforeBusy_.clear();
+    }
+    setMask(idleMask);
+}
+
+QString Form::getSetting(const QString& section, const QString& key, const QString& defaultValue, int size) const
+{
+    QString value;
+    fnGetIni(section, key, defaultValue, value, size, iniPath());
+    return value;
+}
+
+bool Form::putSetting(const QString& section, const QString& key, const QString& value) const
+{
+    return fnPutIni(section, key, value, iniPath()) != 0;
+}
+
+void Form::showEvent(QShowEvent* event)
+{
+    QDialog::showEvent(event);
+    startupProbe(this);
+}
+
+void startupProbe(QWidget* shown)
+{
+    static bool probed = false;
+    if (probed || qEnvironmentVariable("PEL008_STARTUP_PROBE") != QLatin1String("1"))
+        return;
+    probed = true;
+    QPointer<QWidget> w(shown);
+    // After the queued expose and paint of the first show.
+    QTimer::singleShot(0, shown, [w] {
+        if (w)
+            w->repaint();
+        timespec ts{};
+        clock_gettime(CLOCK_MONOTONIC, &ts);
+        std::printf("shown %lld\n", static_cast<long long>(ts.tv_sec) * 1000000000LL + ts.tv_nsec);
+        std::fflush(stdout);
+        std::_Exit(0);
+    });
+}
+
+} // namespace pel

@@ -1,0 +1,92 @@
+#pragma once
+// The base of every screen: caption, function-key toolbar, key handling, busy lock, operation log, settings and
+// the screen's own connection. A screen only declares its controls, masks and actions.
+#include "app/db/dbclass.h"
+#include "ui/functionbar.h"
+#include "ui/keys.h"
+
+#include <QDialog>
+#include <QHash>
+#include <QPointer>
+#include <functional>
+
+class QVBoxLayout;
+
+namespace pel {
+
+class Form : public QDialog {
+    Q_OBJECT
+public:
+    struct Options {
+        bool operationLog = true; // rows kind 0 on load and kind 9 on unload, noted with the caption
+        bool ownConnection = true; // mclsDb opened on load, closed on unload
+    };
+    explicit Form(QWidget* parent = nullptr);
+    Form(const Options& options, QWidget* parent = nullptr);
+    ~Form() override;
+
+    // The screen's load: operation log, settings, connection, then onLoad(). Once.
+    void load();
+    // The screen's unload (also run by closing it): onUnload(), settings, connection, operation log. Once.
+    void unload();
+    bool loaded() const { return loaded_; }
+
+    // tlbFunction, created by the first useToolbar().
+    FunctionBar* toolbar() const { return toolbar_; }
+    clsKeyDown& keyDown() { return mclsKeyDown; }
+
+    void done(int result) override;
+
+protected:
+    // The area under the toolbar where the screen puts its controls.
+    QWidget* body() const { return body_; }
+
+    // Puts the toolbar on the screen, dressed for mask.
+    void useToolbar(const QString& mask);
+    // fnToolEnable on the screen's toolbar (ignored without one).
+    void setMask(const QString& mask);
+    // What a function key / toolbar button does ("F5"..). Pressed only while its button is enabled.
+    void setAction(const QString& key, std::function<void()> action);
+    // Other keys of the screen, after the common handling; return true when used.
+    void setScreenKeys(FormKeys::ScreenKeys keys);
+
+    // Busy: every input of the screen disabled and the toolbar at busyMask; idle again: inputs as they were and the
+    // toolbar at idleMask.
+    void setBusy(const QString& busyMask);
+    void setIdle(const QString& idleMask);
+    bool busy() const { return busy_; }
+
+    // Settings of mirabo.ini.
+    QString getSetting(const QString& section, const QString& key, const QString& defaultValue = QString(),
+                       int size = 256) const;
+    bool putSetting(const QString& section, const QString& key, const QString& value) const;
+
+    virtual void onLoad() {}
+    virtual void onUnload() {}
+    virtual void readSettings() {}
+    virtual void writeSettings() {}
+
+    void showEvent(QShowEvent* event) override;
+
+    clsDbClass mclsDb;
+    clsKeyDown mclsKeyDown;
+    ImageList imlFunction;
+
+private:
+    Options options_;
+    FormKeys* keys_;
+    FunctionBar* toolbar_ = nullptr;
+    QVBoxLayout* layout_;
+    QWidget* body_;
+    QHash<QString, std::function<void()>> actions_;
+    QHash<QWidget*, bool> enabledBeforeBusy_;
+    bool busy_ = false;
+    bool loaded_ = false;
+    bool unloaded_ = false;
+};
+
+// With PEL008_STARTUP_PROBE=1 the first screen shown prints "shown <monotonic ns>" on stdout once its first paint
+// has been handled and ends the process at once (for the start-up benchmark).
+void startupProbe(QWidget* shown);
+
+} // namespace pel

@@ -1,0 +1,131 @@
+#include "ui/qtdialogs.h"
+
+#include "ui/uifont.h"
+
+#include <QAbstractButton>
+#include <QApplication>
+#include <QMessageBox>
+#include <QPushButton>
+
+#include <cstdio>
+
+namespace pel {
+namespace {
+
+struct ButtonDef {
+    int answer;
+    QMessageBox::StandardButton standard; // NoButton: no standard counterpart
+    const char16_t* caption;
+    QMessageBox::ButtonRole role;
+};
+
+// The buttons of each button set, left to right, with the captions the suite's users know.
+QList<ButtonDef> buttonSet(int buttons)
+{
+    const ButtonDef ok{answer::Ok, QMessageBox::Ok, u"OK", QMessageBox::AcceptRole};
+    const ButtonDef cancel{answer::Cancel, QMessageBox::Cancel, u"キャンセル", QMessageBox::RejectRole};
+    const ButtonDef abort{answer::Abort, QMessageBox::Abort, u"中止(&A)", QMessageBox::RejectRole};
+    const ButtonDef retry{answer::Retry, QMessageBox::Retry, u"再試行(&R)", QMessageBox::AcceptRole};
+    const ButtonDef ignore{answer::Ignore, QMessageBox::Ignore, u"無視(&I)", QMessageBox::AcceptRole};
+    const ButtonDef yes{answer::Yes, QMessageBox::Yes, u"はい(&Y)", QMessageBox::YesRole};
+    const ButtonDef no{answer::No, QMessageBox::No, u"いいえ(&N)", QMessageBox::NoRole};
+    const ButtonDef tryAgain{answer::TryAgain, QMessageBox::NoButton, u"再実行(&T)", QMessageBox::AcceptRole};
+    const ButtonDef cont{answer::Continue, QMessageBox::NoButton, u"続行(&C)", QMessageBox::AcceptRole};
+    switch (buttons) {
+    case mb::OkCancel: return {ok, cancel};
+    case mb::AbortRetryIgnore: return {abort, retry, ignore};
+    case mb::YesNoCancel: return {yes, no, cancel};
+    case mb::YesNo: return {yes, no};
+    case mb::RetryCancel: return {retry, cancel};
+    case mb::CancelTryContinue: return {cancel, tryAgain, cont};
+    default: return {ok};
+    }
+}
+
+QMessageBox::Icon iconOf(int style)
+{
+    switch (mb::icon(style)) {
+    case mb::Critical: return QMessageBox::Critical;
+    case mb::Question: return QMessageBox::Question;
+    case mb::Exclamation: return QMessageBox::Warning;
+    case mb::Information: return QMessageBox::Information;
+    default: return QMessageBox::NoIcon;
+    }
+}
+
+} // namespace
+
+int BuiltMessageBox::answerOf(QAbstractButton* button) const
+{
+    for (const auto& [b, a] : answers)
+        if (b == button)
+            return a;
+    return 0;
+}
+
+BuiltMessageBox buildMessageBox(const QString& text, int style, const QString& title)
+{
+    BuiltMessageBox built;
+    built.box = std::make_unique<QMessageBox>();
+    QMessageBox& box = *built.box;
+    box.setFont(uiFont());
+    box.setWindowTitle(title);
+    box.setText(text);
+    box.setIcon(iconOf(style));
+    const QList<ButtonDef> defs = buttonSet(mb::buttons(style));
+    for (const ButtonDef& d : defs) {
+        QPushButton* b = d.standard != QMessageBox::NoButton ? box.addButton(d.standard)
+                                                              : box.addButton(QString(), d.role);
+        b->setText(QString::fromUtf16(d.caption));
+        built.answers.append({b, d.answer});
+    }
+    const qsizetype def = mb::defaultButton(style);
+    auto* defaultButton = qobject_cast<QPushButton*>(built.answers.value(def < defs.size() ? def : 0).first);
+    box.setDefaultButton(defaultButton);
+    // Escape answers Cancel where there is one, OK on a lone OK, and nothing on Yes/No (as the suite's boxes do).
+    for (const auto& [b, a] : built.answers)
+        if (a == answer::Cancel || (defs.size() == 1 && a == answer::Ok))
+            box.setEscapeButton(b);
+    return built;
+}
+
+int QtDialogService::messageBox(const QString& text, int style, const QString& title)
+{
+    BuiltMessageBox built = buildMessageBox(text, style, title);
+    built.box->setParent(QApplication::activeWindow(), built.box->windowFlags());
+    built.box->exec();
+    const int a = built.answerOf(built.box->clickedButton());
+    // Closed without a button (only possible where Escape has no button): the default answer.
+    return a ? a : defaultAnswer(style);
+}
+
+void QtDialogService::processEvents()
+{
+    QApplication::processEvents();
+}
+
+int StderrDialogService::messageBox(const QString& text, int style, const QString&)
+{
+    const QByteArray line = text.toUtf8() + '\n';
+    std::fwrite(line.constData(), 1, static_cast<size_t>(line.size()), stderr);
+    std::fflush(stderr);
+    return defaultAnswer(style);
+}
+
+void StderrDialogService::processEvents()
+{
+    QApplication::processEvents();
+}
+
+void installQtDialogs()
+{
+    static QtDialogService qtService;
+    static StderrDialogService stderrService;
+    applyUiFont();
+    if (qEnvironmentVariable("PEL008_NO_DIALOGS") == QLatin1String("1"))
+        setDialogService(&stderrService);
+    else
+        setDialogService(&qtService);
+}
+
+} // namespace pel

@@ -1,0 +1,43 @@
+#include "ui/uifont.h"
+
+#include <QApplication>
+#include <QFontDatabase>
+#include <QStringList>
+
+namespace pel {
+
+QFont uiFont()
+{
+    static const QFont font = [] {
+#ifdef Q_OS_WIN
+        const QStringList wanted = {QStringLiteral("Yu Gothic UI"), QStringLiteral("Meiryo UI"),
+                                    QStringLiteral("MS UI Gothic")};
+        const int points = 9;
+#else
+        const QStringList wanted = {QStringLiteral("IPAexGothic"), QStringLiteral("Noto Sans CJK JP"),
+                                    QStringLiteral("IPAGothic")};
+        const int points = 10;
+#endif
+        const QStringList installed = QFontDatabase::families(QFontDatabase::Japanese);
+        for (const QString& family : wanted) {
+            if (installed.contains(family, Qt::CaseInsensitive)) {
+                QFont f(family, points);
+                f.setStyleHint(QFont::SansSerif);
+                return f;
+            }
+        }
+        return QApplication::font();
+    }();
+    return font;
+}
+
+void applyUiFont()
+{
+    static bool done = false;
+    if (done)
+        return;
+    done = true;
+    QApplication::setFont(uiFont());
+}
+
+} // namespace pel
