@@ -1,0 +1,149 @@
+// The executables as the suite and scripts run them.
+#include <QCryptographicHash>
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QTest>
+
+namespace {
+
+struct Run {
+    int code = -1;
+    QString out, err;
+};
+
+Run run(const QString& program, const QStringList& args, const QString& home = QString(),
+        const QStringList& env = {})
+{
+    QProcess p;
+    QProcessEnvironment e = QProcessEnvironment::systemEnvironment();
+    e.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+    e.insert(QStringLiteral("PEL008_NO_DIALOGS"), QStringLiteral("1"));
+    if (!home.isEmpty())
+        e.insert(QStringLiteral("PEL008_HOME"), home);
+    for (const QString& kv : env)
+        e.insert(kv.section(QLatin1Char('='), 0, 0), kv.section(QLatin1Char('='), 1));
+    p.setProcessEnvironment(e);
+    p.start(program, args);
+    if (!p.waitForFinished(60000))
+        p.kill();
+    return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1, QString::fromUtf8(p.readAllStandardOutput()),
+            QString::fromUtf8(p.readAllStandardError())};
+}
+
+QByteArray digest(const QString& path)
+{
+    QFile f(path);
+    f.open(QIODevice::ReadOnly);
+    return QCryptographicHash::hash(f.readAll(), QCryptographicHash::Sha1);
+}
+
+} // namespace
+
+class TstPrograms : public QObject {
+    Q_OBJECT
+private slots:
+    void initTestCase();
+    void programEndsSilently_data();
+    void programEndsSilently();
+    void twelveArgumentsAreARuntimeError();
+    void runnerSqlNamesFieldsAsTheSystem();
+    void runnerExitCodes_data();
+    void runnerExitCodes();
+
+private:
+    QString pel008_, batch_;
+    QTemporaryDir home_;
+};
+
+void TstPrograms::initTestCase()
+{
+    pel008_ = QStringLiteral(PEL008_EXE);
+    batch_ = QStringLiteral(PEL008_BATCH_EXE);
+    const Run r = run(batch_, {QStringLiteral("--home"), home_.path(), QStringLiteral("--json"), QStringLiteral("demo"),
+                               QStringLiteral("--orders"), QStringLiteral("200")});
+    QVERIFY2(r.code == 0, qPrintable(r.err));
+    QVERIFY(r.out.contains(QStringLiteral("\"orders\":200")));
+    for (const char* f : {"data1.dat", "mirabo.ini", "samples/MT908997.txt", "samples/MT929023.csv",
+                          "samples/MT908997_trailer_error.txt", "samples/icat_result.csv"})
+        QVERIFY2(QFile::exists(home_.filePath(QLatin1String(f))), f);
+}
+
+void TstPrograms::programEndsSilently_data()
+{
+    QTest::addColumn<QStringList>("args");
+    QTest::newRow("no argument") << QStringList{};
+    QTest::newRow("3") << QStringList{"3"};
+    QTest::newRow("4") << QStringList{"4"};
+    QTest::newRow("01") << QStringList{"01"};
+    QTest::newRow("leading spaces") << QStringList{"  1"};
+}
+
+void TstPrograms::programEndsSilently()
+{
+    QFETCH(QStringList, args);
+    const QString db = home_.filePath(QStringLiteral("data1.dat"));
+    const QByteArray before = digest(db);
+    const Run r = run(pel008_, args, home_.path());
+    QCOMPARE(r.code, 0);
+    QCOMPARE(r.out, QString());
+    QVERIFY2(!r.err.contains(QStringLiteral("エラー")), qPrintable(r.err));
+    QCOMPARE(digest(db), before);
+    const Run log = run(batch_, {QStringLiteral("--home"), home_.path(), QStringLiteral("sql"),
+                                 QStringLiteral("select count(*) from operatlog")});
+    QCOMPARE(log.out, QStringLiteral("Expr1000\n0\n"));
+}
+
+void TstPrograms::twelveArgumentsAreARuntimeError()
+{
+    QStringList twelve;
+    for (int i = 1; i <= 12; ++i)
+        twelve << QString::number(i);
+    const Run r = run(pel008_, twelve, home_.path());
+    QVERIFY(r.code != 0);
+    QVERIFY2(r.err.contains(QStringLiteral("インデックスが有効範囲にありません")), qPrintable(r.err));
+}
+
+void TstPrograms::runnerSqlNamesFieldsAsTheSystem()
+{
+    const Run join = run(batch_, {QStringLiteral("--home"), home_.path(), QStringLiteral("sql"),
+                                  QStringLiteral("select * from jyuden d,member m,member jm where d.omcode=m.code and "
+                                                 "d.mcode=jm.code")});
+    QCOMPARE(join.code, 0);
+    const QStringList header = join.out.section(QLatin1Char('\n'), 0, 0).split(QLatin1Char(','));
+    for (const char* n : {"denno", "m.tel", "jm.tel", "d.memo", "m.name", "jm.name"})
+        QVERIFY2(header.contains(QLatin1String(n)), n);
+    QCOMPARE(join.out.count(QLatin1Char('\n')), 201);
+    const Run sum = run(batch_, {QStringLiteral("--home"), home_.path(), QStringLiteral("sql"),
+                                 QStringLiteral("select sum(total) from jyuden")});
+    QVERIFY(sum.out.startsWith(QStringLiteral("Expr1000\n")));
+}
+
+void TstPrograms::runnerExitCodes_data()
+{
+    QTest::addColumn<QStringList>("args");
+    QTest::addColumn<int>("code");
+    QTest::addColumn<QString>("stderrHas");
+    QTest::newRow("no command") << QStringList{} << 2 << "usage";
+    QTest::newRow("unknown command") << QStringList{"frobnicate"} << 2 << "unknown command";
+    QTest::newRow("sql without statement") << QStringList{"sql"} << 2 << "usage";
+    QTest::newRow("bad statement") << QStringList{"sql", "select * from nosuchtable"} << 1 << "nosuchtable";
+    QTest::newRow("update counts rows") << QStringList{"sql", "update jyuden set nflag=1 where denno<=3"} << 0 << "";
+    QTest::newRow("demo over a home") << QStringList{"demo"} << 1 << "exists";
+}
+
+void TstPrograms::runnerExitCodes()
+{
+    QFETCH(QStringList, args);
+    QFETCH(int, code);
+    QFETCH(QString, stderrHas);
+    const Run r = run(batch_, QStringList{QStringLiteral("--home"), home_.path()} + args);
+    QCOMPARE(r.code, code);
+    QVERIFY2(r.err.contains(stderrHas), qPrintable(r.err));
+    if (args.value(1).startsWith(QLatin1String("update")))
+        QCOMPARE(r.out, QStringLiteral("3\n"));
+}
+
+QTEST_GUILESS_MAIN(TstPrograms)
+#include "tst_programs.moc"
