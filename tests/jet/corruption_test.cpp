@@ -15,7 +15,7 @@ namespace {
 int rounds()
 {
     const char* env = std::getenv("JET_CORRUPTION_ROUNDS");
-    return env ? std::atoi(env) : 150;
+    return env ? std::atoi(env) : 400;
 }
 
 class Corruption : public ::testing::TestWithParam<std::string> {};
