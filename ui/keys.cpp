@@ -201,6 +201,13 @@ FormKeys::~FormKeys()
 bool FormKeys::eventFilter(QObject* watched, QEvent* event)
 {
     const QEvent::Type t = event->type();
+    if (t == QEvent::FocusIn) {
+        // A text box is entered with its whole text selected, so that typing replaces it.
+        auto* box = qobject_cast<QLineEdit*>(watched);
+        if (box && form_->isAncestorOf(box))
+            box->selectAll();
+        return false;
+    }
     if (t != QEvent::KeyPress && t != QEvent::InputMethod)
         return false;
     auto* w = qobject_cast<QWidget*>(watched);

@@ -48,7 +48,7 @@ int maxBytes(const QLineEdit* box);
 
 // The form's key handling: key-down (Escape undo, focus moves, then the screen's own keys) and key-press (Enter and
 // Escape swallowed, the character filter and the byte limit, also for text committed by an input method). Enter on
-// a focused button presses it.
+// a focused button presses it. A text box entered by any means has its whole text selected.
 class FormKeys : public QObject {
     Q_OBJECT
 public:

@@ -1,0 +1,230 @@
+// frmOffset against a fresh database: load, field limits, save of a new and an existing row, save against a lock.
+#include "app/db/connection.h"
+#include "app/db/dbglobals.h"
+#include "offset/frmoffset.h"
+#include "offset/offsetjob.h"
+#include "tests/support/testhome.h"
+#include "ui/msgcatalog.h"
+
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QTest>
+
+using namespace pel;
+
+namespace {
+
+QString recordError()
+{
+    CatalogueEntry e;
+    catalogueEntry(QStringLiteral("記録エラー"), QString(), &e);
+    return e.text;
+}
+
+// The dialog as the suite opens it: kind and code set, loaded, shown.
+struct Opened {
+    frmOffset dialog;
+    Opened(int kind, int code)
+    {
+        dialog.kubun = kind;
+        dialog.code = code;
+        dialog.load();
+        dialog.show();
+        QApplication::setActiveWindow(&dialog);
+    }
+};
+
+// Another connection holding a write lock on the offsets for as long as it lives.
+class Locker {
+public:
+    explicit Locker(test::Backend backend)
+    {
+        c_ = Connection::create();
+        QString err;
+        ok_ = c_->open(fnConnectString(0, QStringLiteral("data1.dat")), &err) && c_->begin(&err) &&
+              c_->executeRaw(backend == test::Backend::Postgres ? QStringLiteral("LOCK TABLE offset IN ACCESS EXCLUSIVE MODE")
+                                                                : QStringLiteral("UPDATE offset SET hight = hight WHERE kubun = -1"),
+                             {}, &err);
+        if (!ok_)
+            qWarning("%s", qPrintable(err));
+    }
+    ~Locker()
+    {
+        QString ignored;
+        (void)c_->rollback(&ignored);
+    }
+    bool ok() const { return ok_; }
+
+private:
+    std::shared_ptr<Connection> c_;
+    bool ok_ = false;
+};
+
+} // namespace
+
+class OffsetTest : public QObject {
+    Q_OBJECT
+private slots:
+    void init();
+    void cleanup();
+    void load_data();
+    void load();
+    void fieldLimits_data();
+    void fieldLimits();
+    void typingStaysWithinTheField();
+    void saveCreatesMissingRow();
+    void saveUpdatesRowByKeyboard();
+    void saveAgainstLockedRow();
+
+private:
+    std::unique_ptr<test::TestHome> home_;
+};
+
+void OffsetTest::init()
+{
+    qputenv("PEL008_LOCK_WAIT_MS", "20");
+    if (test::backendUnderTest() == test::Backend::Postgres && test::testServer().isEmpty())
+        QSKIP("PEL008_TEST_PG is not set");
+    home_ = std::make_unique<test::TestHome>();
+    QVERIFY2(home_->ok(), qPrintable(home_->error()));
+    QVERIFY(home_->exec({QStringLiteral("INSERT INTO offset (kubun, code, top, left, hight) VALUES (2, 7, 1.5, -2, 12.3)")}));
+    QVERIFY(fnOpenDB(1));
+}
+
+void OffsetTest::cleanup()
+{
+    fnCloseDB(1);
+    home_.reset();
+}
+
+void OffsetTest::load_data()
+{
+    QTest::addColumn<int>("kind");
+    QTest::addColumn<int>("code");
+    QTest::addColumn<QStringList>("shown");
+    QTest::newRow("row") << 2 << 7 << QStringList{"  1.5", " -2.0", " 12.3"};
+    QTest::newRow("no row") << 2 << 8 << QStringList{"", "", ""};
+    QTest::newRow("other kind") << 3 << 7 << QStringList{"", "", ""};
+}
+
+void OffsetTest::load()
+{
+    QFETCH(int, kind);
+    QFETCH(int, code);
+    QFETCH(QStringList, shown);
+    test::ScriptedDialogs dialogs;
+    Opened o(kind, code);
+    QCOMPARE((QStringList{o.dialog.txtTop->text(), o.dialog.txtLeft->text(), o.dialog.txtHight->text()}), shown);
+    QVERIFY(!o.dialog.lblName->text().isEmpty());
+}
+
+void OffsetTest::fieldLimits_data()
+{
+    QTest::addColumn<QString>("typed");
+    QTest::addColumn<QString>("shown");
+    QTest::newRow("above") << "45" << " 30.0";
+    QTest::newRow("below") << "-31.25" << "-30.0";
+    QTest::newRow("limit") << "-30" << "-30.0";
+    QTest::newRow("rounded half up") << "1.25" << "  1.3";
+    QTest::newRow("negative rounded") << "-0.04" << "  0.0";
+    QTest::newRow("empty") << "" << "  0.0";
+    QTest::newRow("padded input") << " 7" << "  7.0";
+}
+
+void OffsetTest::fieldLimits()
+{
+    QFETCH(QString, typed);
+    QFETCH(QString, shown);
+    test::ScriptedDialogs dialogs;
+    Opened o(2, 8);
+    QVERIFY(QTest::qWaitForWindowActive(&o.dialog));
+    for (QLineEdit* box : {o.dialog.txtTop, o.dialog.txtLeft, o.dialog.txtHight}) {
+        box->setFocus();
+        box->setText(typed);
+        QTest::keyClick(box, Qt::Key_Return); // leaves the field
+        QVERIFY(!box->hasFocus());
+        QCOMPARE(box->text(), shown);
+    }
+}
+
+void OffsetTest::typingStaysWithinTheField()
+{
+    test::ScriptedDialogs dialogs;
+    Opened o(2, 7);
+    QVERIFY(QTest::qWaitForWindowActive(&o.dialog));
+    QLineEdit* box = o.dialog.txtTop;
+    box->setFocus();
+    box->selectAll();
+    QTest::keyClicks(box, QStringLiteral("-12a,.55"));
+    QCOMPARE(box->text(), QStringLiteral("-12.5")); // letters refused, five bytes at most
+    QTest::keyClick(box, Qt::Key_Escape);
+    QCOMPARE(box->text(), QStringLiteral("  1.5"));
+}
+
+void OffsetTest::saveCreatesMissingRow()
+{
+    test::ScriptedDialogs dialogs;
+    Opened o(2, 8);
+    o.dialog.txtTop->setText(QStringLiteral(" 3.5"));
+    o.dialog.txtLeft->setText(QStringLiteral("-1.0 "));
+    o.dialog.txtHight->setText(QString());
+    o.dialog.cmdOk->click();
+    QVERIFY(!o.dialog.isVisible());
+    QCOMPARE(o.dialog.result(), int(QDialog::Accepted));
+    const QString row = QStringLiteral(" from offset where kubun = 2 and code = 8");
+    QCOMPARE(home_->scalar(QStringLiteral("select count(*)") + row), QStringLiteral("1"));
+    QCOMPARE(home_->scalar(QStringLiteral("select kubun") + row), QStringLiteral("2"));
+    QCOMPARE(home_->scalar(QStringLiteral("select code") + row), QStringLiteral("8"));
+    QCOMPARE(home_->scalar(QStringLiteral("select top") + row), QStringLiteral("3.5"));
+    QCOMPARE(home_->scalar(QStringLiteral("select left") + row), QStringLiteral("-1"));
+    QCOMPARE(home_->scalar(QStringLiteral("select hight") + row), QStringLiteral("0"));
+    // The row that was there is untouched.
+    QCOMPARE(home_->scalar(QStringLiteral("select top from offset where kubun = 2 and code = 7")),
+             QStringLiteral("1.5"));
+}
+
+void OffsetTest::saveUpdatesRowByKeyboard()
+{
+    test::ScriptedDialogs dialogs;
+    Opened o(2, 7);
+    QVERIFY(QTest::qWaitForWindowActive(&o.dialog));
+    o.dialog.txtTop->setFocus(Qt::TabFocusReason);
+    QTest::keyClicks(o.dialog.txtTop, QStringLiteral("45"));
+    QCOMPARE(o.dialog.txtTop->text(), QStringLiteral("45"));
+    for (int i = 0; i < 3; ++i)
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Return); // through left and height to OK
+    QCOMPARE(QApplication::focusWidget(), o.dialog.cmdOk);
+    QTest::keyClick(o.dialog.cmdOk, Qt::Key_Return);
+    QCOMPARE(o.dialog.result(), int(QDialog::Accepted));
+    QCOMPARE(home_->scalar(QStringLiteral("select top from offset where kubun = 2 and code = 7")), QStringLiteral("30"));
+    QCOMPARE(home_->scalar(QStringLiteral("select hight from offset where kubun = 2 and code = 7")).left(4),
+             QStringLiteral("12.3"));
+    QCOMPARE(home_->scalar(QStringLiteral("select count(*) from offset")), QStringLiteral("1"));
+}
+
+void OffsetTest::saveAgainstLockedRow()
+{
+    test::ScriptedDialogs dialogs;
+    Opened o(2, 8);
+    o.dialog.txtTop->setText(QStringLiteral("  4.0"));
+    Locker lock(home_->backend());
+    QVERIFY(lock.ok());
+    dialogs.expect(recordError(), answer::Ok);
+    o.dialog.cmdOk->click();
+    QVERIFY(dialogs.done());
+    QCOMPARE(dialogs.styles, QList<int>{mb::OkOnly | mb::Exclamation});
+    QVERIFY(o.dialog.isVisible());
+    QCOMPARE(o.dialog.txtTop->text(), QStringLiteral("  4.0"));
+
+    // The job itself: eleven attempts, then the one message.
+    OffsetJob job(2, 7);
+    Interaction ui;
+    dialogs.expect(recordError(), answer::Ok);
+    QVERIFY(!job.save(QStringLiteral("1"), QStringLiteral("2"), QStringLiteral("3"), ui));
+    QCOMPARE(job.attempts(), 11);
+    QVERIFY(dialogs.done());
+}
+
+QTEST_MAIN(OffsetTest)
+#include "tst_offset.moc"
