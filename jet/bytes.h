@@ -4,15 +4,25 @@
 #include <cstdint>
 #include <cstring>
 
-namespace jet::detail {
+namespace jet::detail
+{
 
-inline std::uint16_t le16(const std::uint8_t* p) { return static_cast<std::uint16_t>(p[0] | p[1] << 8); }
-inline std::uint32_t le24(const std::uint8_t* p) { return std::uint32_t(p[0]) | std::uint32_t(p[1]) << 8 | std::uint32_t(p[2]) << 16; }
+inline std::uint16_t le16(const std::uint8_t* p)
+{
+    return static_cast<std::uint16_t>(p[0] | p[1] << 8);
+}
+inline std::uint32_t le24(const std::uint8_t* p)
+{
+    return std::uint32_t(p[0]) | std::uint32_t(p[1]) << 8 | std::uint32_t(p[2]) << 16;
+}
 inline std::uint32_t le32(const std::uint8_t* p)
 {
     return std::uint32_t(p[0]) | std::uint32_t(p[1]) << 8 | std::uint32_t(p[2]) << 16 | std::uint32_t(p[3]) << 24;
 }
-inline std::uint64_t le64(const std::uint8_t* p) { return std::uint64_t(le32(p)) | std::uint64_t(le32(p + 4)) << 32; }
+inline std::uint64_t le64(const std::uint8_t* p)
+{
+    return std::uint64_t(le32(p)) | std::uint64_t(le32(p + 4)) << 32;
+}
 inline double leDouble(const std::uint8_t* p)
 {
     std::uint64_t v = le64(p);
@@ -46,22 +56,19 @@ struct Reader {
     std::uint8_t u8() { return have(1) ? p[pos++] : 0; }
     std::uint16_t u16()
     {
-        if (!have(2))
-            return 0;
+        if (!have(2)) return 0;
         pos += 2;
         return le16(p + pos - 2);
     }
     std::uint32_t u32()
     {
-        if (!have(4))
-            return 0;
+        if (!have(4)) return 0;
         pos += 4;
         return le32(p + pos - 4);
     }
     const std::uint8_t* take(std::size_t k)
     {
-        if (!have(k))
-            return nullptr;
+        if (!have(k)) return nullptr;
         pos += k;
         return p + pos - k;
     }

@@ -4,23 +4,35 @@
 
 #include <algorithm>
 
-namespace jet {
+namespace jet
+{
 
 using namespace detail;
 
-namespace {
+namespace
+{
 
 // Bytes a value of the type takes; 0 for types of variable length.
 std::size_t typeSize(Type t)
 {
     switch (t) {
-    case Type::Byte: return 1;
-    case Type::Int: return 2;
-    case Type::Long: case Type::Float: return 4;
-    case Type::Money: case Type::Double: case Type::DateTime: return 8;
-    case Type::Guid: return 16;
-    case Type::Numeric: return 17;
-    default: return 0;
+    case Type::Byte:
+        return 1;
+    case Type::Int:
+        return 2;
+    case Type::Long:
+    case Type::Float:
+        return 4;
+    case Type::Money:
+    case Type::Double:
+    case Type::DateTime:
+        return 8;
+    case Type::Guid:
+        return 16;
+    case Type::Numeric:
+        return 17;
+    default:
+        return 0;
     }
 }
 
@@ -43,15 +55,12 @@ std::string numericText(const std::uint8_t* p, unsigned scale)
         digits.push_back(static_cast<char>('0' + static_cast<int>(v % 10)));
         v /= 10;
     } while (v != 0);
-    if (scale > 38)
-        scale = 38;
+    if (scale > 38) scale = 38;
     while (digits.size() <= scale)
         digits.push_back('0');
     std::reverse(digits.begin(), digits.end());
-    if (scale > 0)
-        digits.insert(digits.size() - scale, 1, '.');
-    if ((p[0] & 0x80) && digits.find_first_not_of("0.") != std::string::npos)
-        digits.insert(digits.begin(), '-');
+    if (scale > 0) digits.insert(digits.size() - scale, 1, '.');
+    if ((p[0] & 0x80) && digits.find_first_not_of("0.") != std::string::npos) digits.insert(digits.begin(), '-');
     return digits;
 }
 
@@ -69,8 +78,7 @@ Status Cursor::rewind()
 {
     byList_ = false;
     eof_ = true;
-    if (Status s = db_.dataPages(table_, pages_); s != OK)
-        return fail(s, db_.error());
+    if (Status s = db_.dataPages(table_, pages_); s != OK) return fail(s, db_.error());
     pageIdx_ = 0;
     rowIdx_ = -1;
     return next();
@@ -92,22 +100,17 @@ Status Cursor::load(RowId id)
     unsigned row = static_cast<unsigned>(id & 0xFF);
     for (int hop = 0;; ++hop) {
         unsigned flags;
-        if (Status s = db_.rowBytes(pg, row, &row_, &rowLen_, &flags); s != OK)
-            return fail(s, db_.error());
+        if (Status s = db_.rowBytes(pg, row, &row_, &rowLen_, &flags); s != OK) return fail(s, db_.error());
         // A moved row's new home carries the deleted flag so scans skip it there; only the original
         // slot's flag counts.
-        if (hop == 0 && (flags & 0x8000))
-            return END;
-        if (!(flags & 0x4000))
-            break;
-        if (hop > 4 || rowLen_ < 4)
-            return fail(ERR_CORRUPT, "Moved row pointer is damaged.");
+        if (hop == 0 && (flags & 0x8000)) return END;
+        if (!(flags & 0x4000)) break;
+        if (hop > 4 || rowLen_ < 4) return fail(ERR_CORRUPT, "Moved row pointer is damaged.");
         std::uint32_t ptr = le32(row_);
         pg = ptr >> 8;
         row = ptr & 0xFF;
     }
-    if (rowLen_ < 2)
-        return fail(ERR_CORRUPT, "Row is too short.");
+    if (rowLen_ < 2) return fail(ERR_CORRUPT, "Row is too short.");
     rowId_ = id; // the original slot: indexes point there too
     return OK;
 }
@@ -123,8 +126,7 @@ Status Cursor::next()
                 eof_ = false;
                 return OK;
             }
-            if (s != END)
-                return s;
+            if (s != END) return s;
         }
         return END;
     }
@@ -139,8 +141,7 @@ Status Cursor::next()
                 eof_ = false;
                 return OK;
             }
-            if (s != END)
-                return s;
+            if (s != END) return s;
         }
         ++pageIdx_;
         rowIdx_ = -1;
@@ -150,8 +151,7 @@ Status Cursor::next()
 
 Status Cursor::column(std::size_t index, Value& v) const
 {
-    if (eof_ || index >= table_.columns.size())
-        return fail(ERR_ARG, "No such column or no current row.");
+    if (eof_ || index >= table_.columns.size()) return fail(ERR_ARG, "No such column or no current row.");
     const Column& c = table_.columns[index];
     v.type = c.type;
     v.null = true;
@@ -162,8 +162,7 @@ Status Cursor::column(std::size_t index, Value& v) const
     std::size_t n = rowLen_;
     unsigned numCols = le16(r);
     std::size_t maskLen = (std::size_t(numCols) + 7) / 8;
-    if (n < 2 + maskLen)
-        return fail(ERR_CORRUPT, "Row is shorter than its null mask.");
+    if (n < 2 + maskLen) return fail(ERR_CORRUPT, "Row is shorter than its null mask.");
     const std::uint8_t* mask = r + n - maskLen;
     bool bit = c.number < numCols && (mask[c.number / 8] >> (c.number % 8) & 1);
     if (c.type == Type::Bool) {
@@ -171,56 +170,70 @@ Status Cursor::column(std::size_t index, Value& v) const
         v.i = bit ? 1 : 0;
         return OK;
     }
-    if (!bit)
-        return OK;
+    if (!bit) return OK;
     std::size_t end = n - maskLen; // data and offset table live before the mask
     const std::uint8_t* p;
     std::size_t len;
     if (c.fixed) {
         len = fixedSize(c);
         std::size_t start = 2 + std::size_t(c.fixedOffset);
-        if (start + len > end)
-            return fail(ERR_CORRUPT, "Fixed column '" + c.name + "' runs past its row.");
+        if (start + len > end) return fail(ERR_CORRUPT, "Fixed column '" + c.name + "' runs past its row.");
         p = r + start;
     } else {
-        if (table_.varCols == 0 || end < 2)
-            return fail(ERR_CORRUPT, "Row lacks its variable column table.");
+        if (table_.varCols == 0 || end < 2) return fail(ERR_CORRUPT, "Row lacks its variable column table.");
         unsigned varCount = le16(r + end - 2);
-        if (c.varIndex >= varCount)
-            return OK; // column added after the row was written
+        if (c.varIndex >= varCount) return OK; // column added after the row was written
         if (end < 2 + 2 * (std::size_t(varCount) + 1))
             return fail(ERR_CORRUPT, "Row variable table runs past its row.");
         std::size_t tableStart = end - 2 - 2 * (std::size_t(varCount) + 1);
         std::size_t a = le16(r + end - 4 - 2 * std::size_t(c.varIndex));
         std::size_t b = le16(r + end - 6 - 2 * std::size_t(c.varIndex));
-        if (a > b || b > tableStart)
-            return fail(ERR_CORRUPT, "Variable column '" + c.name + "' has bad offsets.");
+        if (a > b || b > tableStart) return fail(ERR_CORRUPT, "Variable column '" + c.name + "' has bad offsets.");
         p = r + a;
         len = b - a;
     }
-    if (len < typeSize(c.type))
-        return fail(ERR_CORRUPT, "Column '" + c.name + "' is shorter than its type.");
+    if (len < typeSize(c.type)) return fail(ERR_CORRUPT, "Column '" + c.name + "' is shorter than its type.");
     v.null = false;
     switch (c.type) {
-    case Type::Bool: break;
-    case Type::Byte: v.i = p[0]; break;
-    case Type::Int: v.i = static_cast<std::int16_t>(le16(p)); break;
-    case Type::Long: v.i = static_cast<std::int32_t>(le32(p)); break;
-    case Type::Money: v.i = static_cast<std::int64_t>(le64(p)); break;
-    case Type::Float: v.d = static_cast<double>(leFloat(p)); break;
-    case Type::Double: case Type::DateTime: v.d = leDouble(p); break;
-    case Type::Guid: v.s.assign(reinterpret_cast<const char*>(p), 16); break;
-    case Type::Numeric: v.s = numericText(p, c.scale); break;
-    case Type::Binary: v.s.assign(reinterpret_cast<const char*>(p), len); break;
-    case Type::Text: v.s = decodeText(p, len); break;
+    case Type::Bool:
+        break;
+    case Type::Byte:
+        v.i = p[0];
+        break;
+    case Type::Int:
+        v.i = static_cast<std::int16_t>(le16(p));
+        break;
+    case Type::Long:
+        v.i = static_cast<std::int32_t>(le32(p));
+        break;
+    case Type::Money:
+        v.i = static_cast<std::int64_t>(le64(p));
+        break;
+    case Type::Float:
+        v.d = static_cast<double>(leFloat(p));
+        break;
+    case Type::Double:
+    case Type::DateTime:
+        v.d = leDouble(p);
+        break;
+    case Type::Guid:
+        v.s.assign(reinterpret_cast<const char*>(p), 16);
+        break;
+    case Type::Numeric:
+        v.s = numericText(p, c.scale);
+        break;
+    case Type::Binary:
+        v.s.assign(reinterpret_cast<const char*>(p), len);
+        break;
+    case Type::Text:
+        v.s = decodeText(p, len);
+        break;
     case Type::Ole:
-        if (Status s = db_.longValue(p, len, v.s); s != OK)
-            return fail(s, "Column '" + c.name + "': " + db_.error());
+        if (Status s = db_.longValue(p, len, v.s); s != OK) return fail(s, "Column '" + c.name + "': " + db_.error());
         break;
     case Type::Memo: {
         std::string raw;
-        if (Status s = db_.longValue(p, len, raw); s != OK)
-            return fail(s, "Column '" + c.name + "': " + db_.error());
+        if (Status s = db_.longValue(p, len, raw); s != OK) return fail(s, "Column '" + c.name + "': " + db_.error());
         v.s = decodeText(reinterpret_cast<const std::uint8_t*>(raw.data()), raw.size());
         break;
     }

@@ -9,23 +9,23 @@
 #include <new>
 #include <unordered_set>
 
-namespace jet {
+namespace jet
+{
 
 using namespace detail;
 
-namespace {
+namespace
+{
 
 constexpr std::uint8_t kHeaderKey[4] = {0xC7, 0xDA, 0x39, 0x6B};
 constexpr std::size_t kMaxFileSize = std::size_t(1) << 31; // Jet 4 stops at 2 GB
 
 bool iequals(const std::string& a, const std::string& b)
 {
-    if (a.size() != b.size())
-        return false;
+    if (a.size() != b.size()) return false;
     for (std::size_t i = 0; i < a.size(); ++i) {
         unsigned char x = static_cast<unsigned char>(a[i]), y = static_cast<unsigned char>(b[i]);
-        if (x != y && std::tolower(x) != std::tolower(y))
-            return false;
+        if (x != y && std::tolower(x) != std::tolower(y)) return false;
     }
     return true;
 }
@@ -98,8 +98,7 @@ std::string ucs2ToUtf8(const std::uint8_t* p, std::size_t n)
 
 std::string decodeText(const std::uint8_t* p, std::size_t n)
 {
-    if (n < 2 || p[0] != 0xFF || p[1] != 0xFE)
-        return ucs2ToUtf8(p, n);
+    if (n < 2 || p[0] != 0xFF || p[1] != 0xFE) return ucs2ToUtf8(p, n);
     // Compressed: single bytes for U+0001..U+00FF; a zero byte toggles to plain UCS-2 and back.
     std::u16string u;
     u.reserve(n);
@@ -112,8 +111,7 @@ std::string decodeText(const std::uint8_t* p, std::size_t n)
         } else if (compressed) {
             u.push_back(p[i++]);
         } else {
-            if (i + 1 >= n)
-                break;
+            if (i + 1 >= n) break;
             u.push_back(static_cast<char16_t>(le16(p + i)));
             i += 2;
         }
@@ -170,18 +168,15 @@ std::string Database::error() const
 Status Database::open(const std::string& path, const std::string& password)
 {
     std::ifstream in(path, std::ios::binary);
-    if (!in)
-        return fail(ERR_IO, "Cannot open '" + path + "'.");
+    if (!in) return fail(ERR_IO, "Cannot open '" + path + "'.");
     in.seekg(0, std::ios::end);
     std::streamoff size = in.tellg();
-    if (size < 0)
-        return fail(ERR_IO, "Cannot read '" + path + "'.");
+    if (size < 0) return fail(ERR_IO, "Cannot read '" + path + "'.");
     if (static_cast<std::uint64_t>(size) > kMaxFileSize)
         return fail(ERR_FORMAT, "'" + path + "' is larger than a Jet 4 file can be.");
     std::vector<std::uint8_t> bytes(static_cast<std::size_t>(size));
     in.seekg(0);
-    if (!in.read(reinterpret_cast<char*>(bytes.data()), size))
-        return fail(ERR_IO, "Cannot read '" + path + "'.");
+    if (!in.read(reinterpret_cast<char*>(bytes.data()), size)) return fail(ERR_IO, "Cannot read '" + path + "'.");
     return openMemory(std::move(bytes), password);
 }
 
@@ -191,8 +186,7 @@ Status Database::openMemory(std::vector<std::uint8_t> bytes, const std::string& 
     tables_.clear();
     // A trailing partial page is ignored: nothing valid can point into it.
     Status s = loadHeader(password);
-    if (s != OK)
-        return s;
+    if (s != OK) return s;
     return loadCatalogue();
 }
 
@@ -210,12 +204,9 @@ Status Database::loadHeader(const std::string& password)
     std::uint8_t* h = bytes_.data();
     if (std::memcmp(h + 4, ace, 15) == 0)
         return fail(ERR_FORMAT, "This is an ACE (accdb) database; only Jet 4 files are supported.");
-    if (h[0] != 0 || std::memcmp(h + 4, jet, 15) != 0)
-        return fail(ERR_FORMAT, "Not a Jet database file.");
-    if (h[0x14] == 0)
-        return fail(ERR_FORMAT, "This is a Jet 3 database; only Jet 4 files are supported.");
-    if (h[0x14] != 1)
-        return fail(ERR_FORMAT, "Unsupported database version; only Jet 4 files are supported.");
+    if (h[0] != 0 || std::memcmp(h + 4, jet, 15) != 0) return fail(ERR_FORMAT, "Not a Jet database file.");
+    if (h[0x14] == 0) return fail(ERR_FORMAT, "This is a Jet 3 database; only Jet 4 files are supported.");
+    if (h[0x14] != 1) return fail(ERR_FORMAT, "Unsupported database version; only Jet 4 files are supported.");
 
     std::uint8_t hdr[kHeaderCryptLen];
     std::memcpy(hdr, h + kHeaderCryptOffset, kHeaderCryptLen);
@@ -228,9 +219,8 @@ Status Database::loadHeader(const std::string& password)
 
     // The password is masked with the whole days of the creation date, repeated every four bytes.
     double day = std::isfinite(creationDate_) ? std::floor(creationDate_) : 0.0;
-    std::uint32_t maskWord = (day >= -2147483648.0 && day <= 2147483647.0)
-                                 ? static_cast<std::uint32_t>(static_cast<std::int32_t>(day))
-                                 : 0;
+    std::uint32_t maskWord =
+        (day >= -2147483648.0 && day <= 2147483647.0) ? static_cast<std::uint32_t>(static_cast<std::int32_t>(day)) : 0;
     std::uint8_t stored[kPasswordLen];
     for (std::size_t i = 0; i < kPasswordLen; ++i)
         stored[i] = static_cast<std::uint8_t>(at(kPasswordOffset)[i] ^ (maskWord >> (8 * (i % 4)) & 0xFF));
@@ -238,11 +228,9 @@ Status Database::loadHeader(const std::string& password)
     bool match = want.size() <= kPasswordLen / 2;
     for (std::size_t k = 0; match && k < kPasswordLen / 2; ++k) {
         char16_t c = k < want.size() ? want[k] : 0;
-        if (le16(stored + 2 * k) != c)
-            match = false;
+        if (le16(stored + 2 * k) != c) match = false;
     }
-    if (!match)
-        return fail(ERR_PASSWORD, "Not a valid password.");
+    if (!match) return fail(ERR_PASSWORD, "Not a valid password.");
 
     if (dbKey_ != 0) {
         // Encoded file: every page but the header is RC4 with (database key ^ page number).
@@ -259,8 +247,7 @@ Status Database::loadHeader(const std::string& password)
 const std::uint8_t* Database::page(std::uint32_t n) const
 {
     pageReads_.fetch_add(1, std::memory_order_relaxed);
-    if (std::size_t(n) >= bytes_.size() / kPageSize)
-        return nullptr;
+    if (std::size_t(n) >= bytes_.size() / kPageSize) return nullptr;
     return bytes_.data() + std::size_t(n) * kPageSize;
 }
 
@@ -268,8 +255,7 @@ Status Database::rowBytes(std::uint32_t pg, unsigned row, const std::uint8_t** p
                           unsigned* flags) const
 {
     const std::uint8_t* d = page(pg);
-    if (!d)
-        return fail(ERR_CORRUPT, "Row pointer to page " + std::to_string(pg) + " is outside the file.");
+    if (!d) return fail(ERR_CORRUPT, "Row pointer to page " + std::to_string(pg) + " is outside the file.");
     if (d[0] != 0x01)
         return fail(ERR_CORRUPT, "Row pointer to page " + std::to_string(pg) + ", which is not a data page.");
     unsigned count = le16(d + 12);
@@ -289,45 +275,37 @@ Status Database::rowBytes(std::uint32_t pg, unsigned row, const std::uint8_t** p
 Status Database::longValue(const std::uint8_t* f, std::size_t n, std::string& out) const
 {
     out.clear();
-    if (n < 12)
-        return fail(ERR_CORRUPT, "Long value header is too short.");
+    if (n < 12) return fail(ERR_CORRUPT, "Long value header is too short.");
     std::size_t total = le24(f);
     unsigned kind = f[3];
     std::uint32_t ptr = le32(f + 4);
     if (kind & 0x80) {
-        if (total > n - 12)
-            return fail(ERR_CORRUPT, "Inline long value is longer than its field.");
+        if (total > n - 12) return fail(ERR_CORRUPT, "Inline long value is longer than its field.");
         out.assign(reinterpret_cast<const char*>(f + 12), total);
         return OK;
     }
-    if (total > bytes_.size())
-        return fail(ERR_CORRUPT, "Long value is longer than the file.");
+    if (total > bytes_.size()) return fail(ERR_CORRUPT, "Long value is longer than the file.");
     if (kind & 0x40) {
         const std::uint8_t* p;
         std::size_t len;
         unsigned flags;
-        if (Status s = rowBytes(ptr >> 8, ptr & 0xFF, &p, &len, &flags); s != OK)
-            return s;
+        if (Status s = rowBytes(ptr >> 8, ptr & 0xFF, &p, &len, &flags); s != OK) return s;
         out.assign(reinterpret_cast<const char*>(p), std::min(len, total));
         return OK;
     }
     // Chained rows: each starts with the pointer to the next one.
     std::size_t hops = 0, limit = pageCount() + 1;
     while (ptr != 0 && out.size() < total) {
-        if (++hops > limit)
-            return fail(ERR_CORRUPT, "Long value chain loops.");
+        if (++hops > limit) return fail(ERR_CORRUPT, "Long value chain loops.");
         const std::uint8_t* p;
         std::size_t len;
         unsigned flags;
-        if (Status s = rowBytes(ptr >> 8, ptr & 0xFF, &p, &len, &flags); s != OK)
-            return s;
-        if (len < 4)
-            return fail(ERR_CORRUPT, "Long value chain row is too short.");
+        if (Status s = rowBytes(ptr >> 8, ptr & 0xFF, &p, &len, &flags); s != OK) return s;
+        if (len < 4) return fail(ERR_CORRUPT, "Long value chain row is too short.");
         ptr = le32(p);
         out.append(reinterpret_cast<const char*>(p + 4), std::min(len - 4, total - out.size()));
     }
-    if (out.size() != total)
-        return fail(ERR_CORRUPT, "Long value chain ends early.");
+    if (out.size() != total) return fail(ERR_CORRUPT, "Long value chain ends early.");
     return OK;
 }
 
@@ -337,8 +315,7 @@ Status Database::readTable(std::uint32_t tdefPage, Table& t) const
     std::vector<std::uint8_t> buf;
     std::unordered_set<std::uint32_t> seen;
     for (std::uint32_t pg = tdefPage; pg != 0;) {
-        if (!seen.insert(pg).second)
-            return fail(ERR_CORRUPT, "Table definition pages loop.");
+        if (!seen.insert(pg).second) return fail(ERR_CORRUPT, "Table definition pages loop.");
         const std::uint8_t* d = page(pg);
         if (!d || d[0] != 0x02)
             return fail(ERR_CORRUPT, "Page " + std::to_string(pg) + " is not a table definition page.");
@@ -368,8 +345,7 @@ Status Database::readTable(std::uint32_t tdefPage, Table& t) const
     std::vector<Column> cols(numCols);
     for (Column& c : cols) {
         const std::uint8_t* e = r.take(25);
-        if (!e)
-            break;
+        if (!e) break;
         c.rawType = e[0];
         c.type = static_cast<Type>(e[0]);
         c.number = le16(e + 5);
@@ -386,8 +362,7 @@ Status Database::readTable(std::uint32_t tdefPage, Table& t) const
     for (Column& c : cols) {
         unsigned len = r.u16();
         const std::uint8_t* s = r.take(len);
-        if (s)
-            c.name = ucs2ToUtf8(s, len);
+        if (s) c.name = ucs2ToUtf8(s, len);
     }
     struct RawIdx {
         RealIndex idx;
@@ -399,8 +374,7 @@ Status Database::readTable(std::uint32_t tdefPage, Table& t) const
         for (int k = 0; k < 10; ++k) {
             unsigned num = r.u16();
             std::uint8_t order = r.u8();
-            if (num != 0xFFFF)
-                ri.colNums.emplace_back(num, order == 0x01);
+            if (num != 0xFFFF) ri.colNums.emplace_back(num, order == 0x01);
         }
         r.u32(); // usage map
         ri.idx.rootPage = r.u32();
@@ -420,16 +394,26 @@ Status Database::readTable(std::uint32_t tdefPage, Table& t) const
     for (LogicalIndex& li : logical) {
         unsigned len = r.u16();
         const std::uint8_t* s = r.take(len);
-        if (s)
-            li.name = ucs2ToUtf8(s, len);
+        if (s) li.name = ucs2ToUtf8(s, len);
     }
-    if (r.bad)
-        return fail(ERR_CORRUPT, "Table definition on page " + std::to_string(tdefPage) + " is truncated.");
+    if (r.bad) return fail(ERR_CORRUPT, "Table definition on page " + std::to_string(tdefPage) + " is truncated.");
 
     for (const Column& c : cols) {
         switch (c.rawType) {
-        case 0x01: case 0x02: case 0x03: case 0x04: case 0x05: case 0x06: case 0x07: case 0x08:
-        case 0x09: case 0x0A: case 0x0B: case 0x0C: case 0x0F: case 0x10:
+        case 0x01:
+        case 0x02:
+        case 0x03:
+        case 0x04:
+        case 0x05:
+        case 0x06:
+        case 0x07:
+        case 0x08:
+        case 0x09:
+        case 0x0A:
+        case 0x0B:
+        case 0x0C:
+        case 0x0F:
+        case 0x10:
             break;
         default:
             return fail(ERR_CORRUPT, "Column '" + c.name + "' has unknown type " + std::to_string(c.rawType) + ".");
@@ -443,8 +427,7 @@ Status Database::readTable(std::uint32_t tdefPage, Table& t) const
         for (auto [num, asc] : ri.colNums) {
             int found = -1;
             for (std::size_t k = 0; k < t.columns.size(); ++k)
-                if (t.columns[k].number == num)
-                    found = static_cast<int>(k);
+                if (t.columns[k].number == num) found = static_cast<int>(k);
             ri.idx.columns.push_back({found, asc});
         }
         t.realIndexes.push_back(std::move(ri.idx));
@@ -456,12 +439,10 @@ Status Database::readTable(std::uint32_t tdefPage, Table& t) const
 Status Database::loadCatalogue()
 {
     Table sys;
-    if (Status s = readTable(2, sys); s != OK)
-        return fail(s, "System catalogue unreadable: " + error());
+    if (Status s = readTable(2, sys); s != OK) return fail(s, "System catalogue unreadable: " + error());
     auto find = [&](const char* name) -> int {
         for (std::size_t k = 0; k < sys.columns.size(); ++k)
-            if (sys.columns[k].name == name)
-                return static_cast<int>(k);
+            if (sys.columns[k].name == name) return static_cast<int>(k);
         return -1;
     };
     int cId = find("Id"), cName = find("Name"), cType = find("Type"), cFlags = find("Flags");
@@ -475,29 +456,24 @@ Status Database::loadCatalogue()
         if ((s = cur.column(cId, id)) != OK || (s = cur.column(cName, name)) != OK ||
             (s = cur.column(cType, type)) != OK || (s = cur.column(cFlags, flags)) != OK)
             return fail(s, cur.error());
-        if (type.null || (type.i & 0x7FFF) != 1 || id.null || name.null)
-            continue;
+        if (type.null || (type.i & 0x7FFF) != 1 || id.null || name.null) continue;
         std::uint32_t tdef = static_cast<std::uint32_t>(id.i) & 0x00FFFFFF;
         bool hidden = (!flags.null && (static_cast<std::uint32_t>(flags.i) & 0x80000002u) != 0) ||
                       name.s.compare(0, 4, "MSys") == 0;
-        if (hidden || !seen.insert(tdef).second)
-            continue;
+        if (hidden || !seen.insert(tdef).second) continue;
         Table t;
-        if (Status ts = readTable(tdef, t); ts != OK)
-            return fail(ts, "Table '" + name.s + "': " + error());
+        if (Status ts = readTable(tdef, t); ts != OK) return fail(ts, "Table '" + name.s + "': " + error());
         t.name = name.s;
         tables_.push_back(std::move(t));
     }
-    if (s != END)
-        return fail(s, cur.error());
+    if (s != END) return fail(s, cur.error());
     return OK;
 }
 
 const Table* Database::table(const std::string& name) const
 {
     for (const Table& t : tables_)
-        if (iequals(t.name, name))
-            return &t;
+        if (iequals(t.name, name)) return &t;
     return nullptr;
 }
 
@@ -509,38 +485,31 @@ Status Database::dataPages(const Table& t, std::vector<std::uint32_t>& out) cons
     unsigned flags;
     if (Status s = rowBytes(t.usageMap >> 8, t.usageMap & 0xFF, &m, &n, &flags); s != OK)
         return fail(s, "Usage map of table '" + t.name + "': " + error());
-    if (n < 1)
-        return fail(ERR_CORRUPT, "Usage map of table '" + t.name + "' is empty.");
+    if (n < 1) return fail(ERR_CORRUPT, "Usage map of table '" + t.name + "' is empty.");
     std::uint32_t total = pageCount();
     auto consider = [&](std::uint64_t pg) {
-        if (pg == 0 || pg >= total)
-            return;
+        if (pg == 0 || pg >= total) return;
         const std::uint8_t* d = page(static_cast<std::uint32_t>(pg));
-        if (d[0] == 0x01 && le32(d + 4) == t.tdefPage)
-            out.push_back(static_cast<std::uint32_t>(pg));
+        if (d[0] == 0x01 && le32(d + 4) == t.tdefPage) out.push_back(static_cast<std::uint32_t>(pg));
     };
     if (m[0] == 0) {
-        if (n < 5)
-            return fail(ERR_CORRUPT, "Usage map of table '" + t.name + "' is truncated.");
+        if (n < 5) return fail(ERR_CORRUPT, "Usage map of table '" + t.name + "' is truncated.");
         std::uint64_t start = le32(m + 1);
         for (std::size_t i = 5; i < n; ++i)
             for (int b = 0; b < 8; ++b)
-                if (m[i] >> b & 1)
-                    consider(start + (i - 5) * 8 + std::size_t(b));
+                if (m[i] >> b & 1) consider(start + (i - 5) * 8 + std::size_t(b));
     } else if (m[0] == 1) {
         constexpr std::size_t perPage = (kPageSize - 4) * 8;
         for (std::size_t k = 0; 1 + 4 * k + 4 <= n; ++k) {
             std::uint32_t mp = le32(m + 1 + 4 * k);
-            if (mp == 0)
-                continue;
+            if (mp == 0) continue;
             const std::uint8_t* d = page(mp);
             if (!d || d[0] != 0x05)
                 return fail(ERR_CORRUPT, "Usage map of table '" + t.name + "' points to a page that is not a map.");
             for (std::size_t i = 4; i < kPageSize; ++i)
                 if (d[i])
                     for (int b = 0; b < 8; ++b)
-                        if (d[i] >> b & 1)
-                            consider(k * perPage + (i - 4) * 8 + std::size_t(b));
+                        if (d[i] >> b & 1) consider(k * perPage + (i - 4) * 8 + std::size_t(b));
         }
     } else {
         return fail(ERR_CORRUPT, "Usage map of table '" + t.name + "' has unknown type.");

@@ -9,7 +9,8 @@
 #include <string>
 #include <vector>
 
-namespace jet {
+namespace jet
+{
 
 enum Status : int {
     OK = 0,
@@ -106,12 +107,13 @@ struct Value {
 class Database;
 
 // Forward-only reader of one table: a full scan or the rows an index seek produced.
-class Cursor {
+class Cursor
+{
 public:
     explicit Cursor(const Database& db, const Table& table);
-    Status rewind();                        // full scan
-    Status seek(std::vector<RowId> rows);   // exactly these rows, in this order
-    Status next();                          // OK, END or an error
+    Status rewind();                      // full scan
+    Status seek(std::vector<RowId> rows); // exactly these rows, in this order
+    Status next();                        // OK, END or an error
     bool eof() const { return eof_; }
     RowId rowId() const { return rowId_; }
     Status column(std::size_t index, Value& out) const;
@@ -141,7 +143,8 @@ struct KeyBound {
     Value value;
 };
 
-class Database {
+class Database
+{
 public:
     Database() = default;
     Database(const Database&) = delete;
@@ -166,8 +169,8 @@ public:
     Status dataPages(const Table& t, std::vector<std::uint32_t>& out) const;
     // Rows whose first index column lies within [lo, hi]; false in *usable when the index cannot seek
     // (key encoding we do not produce).
-    Status indexSeek(const Table& t, int realIndex, const KeyBound& lo, const KeyBound& hi,
-                     std::vector<RowId>& out, bool* usable) const;
+    Status indexSeek(const Table& t, int realIndex, const KeyBound& lo, const KeyBound& hi, std::vector<RowId>& out,
+                     bool* usable) const;
     // Best real index whose first column is `column` and which can seek; -1 when none.
     int seekableIndex(const Table& t, int column) const;
 
@@ -177,8 +180,7 @@ public:
     void resetPageReads() { pageReads_.store(0, std::memory_order_relaxed); }
 
     // Bytes of the row at (page,row); flags of its offset entry in *flags.
-    Status rowBytes(std::uint32_t pg, unsigned row, const std::uint8_t** p, std::size_t* len,
-                    unsigned* flags) const;
+    Status rowBytes(std::uint32_t pg, unsigned row, const std::uint8_t** p, std::size_t* len, unsigned* flags) const;
     Status longValue(const std::uint8_t* field, std::size_t len, std::string& out) const;
 
     Status fail(Status s, std::string msg) const;

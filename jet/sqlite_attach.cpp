@@ -8,17 +8,19 @@
 
 #include <array>
 #include <climits>
-#include <fstream>
-#include <cstdio>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <map>
 #include <mutex>
 
-namespace jet {
+namespace jet
+{
 
-namespace {
+namespace
+{
 
 // One engine per file per process; connections share it and the last one to close releases it.
 // A file that changed since it was opened (a copy put in its place, a new password) gets a new engine.
@@ -34,8 +36,7 @@ struct FileId {
 bool fileId(const std::string& path, FileId& out)
 {
     struct stat st;
-    if (::stat(path.c_str(), &st) != 0)
-        return false;
+    if (::stat(path.c_str(), &st) != 0) return false;
     out = {st.st_dev, st.st_ino, st.st_size, std::int64_t(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec, {}};
     std::ifstream in(path, std::ios::binary);
     in.read(out.header.data(), static_cast<std::streamsize>(out.header.size()));
@@ -72,8 +73,7 @@ void destroyConnState(void* p)
     {
         std::lock_guard lock(registryMutex);
         auto it = connections().find(st->conn);
-        if (it != connections().end() && it->second == st)
-            connections().erase(it);
+        if (it != connections().end() && it->second == st) connections().erase(it);
     }
     delete st;
 }
@@ -99,8 +99,7 @@ std::string quoteIdent(const std::string& s)
     std::string out = "\"";
     for (char c : s) {
         out += c;
-        if (c == '"')
-            out += '"';
+        if (c == '"') out += '"';
     }
     return out + "\"";
 }
@@ -110,8 +109,7 @@ std::string quoteLiteral(const std::string& s)
     std::string out = "'";
     for (char c : s) {
         out += c;
-        if (c == '\'')
-            out += '\'';
+        if (c == '\'') out += '\'';
     }
     return out + "'";
 }
@@ -124,8 +122,7 @@ std::string unquote(const char* arg)
         std::string out;
         for (std::size_t i = 1; i + 1 < s.size(); ++i) {
             out += s[i];
-            if (s[i] == q && s[i + 1] == q)
-                ++i;
+            if (s[i] == q && s[i + 1] == q) ++i;
         }
         return out;
     }
@@ -138,7 +135,10 @@ void setError(sqlite3_vtab* vt, const std::string& msg)
     vt->zErrMsg = sqlite3_mprintf("%s", msg.c_str());
 }
 
-int sqliteCode(Status s) { return s == ERR_CORRUPT ? SQLITE_CORRUPT : SQLITE_ERROR; }
+int sqliteCode(Status s)
+{
+    return s == ERR_CORRUPT ? SQLITE_CORRUPT : SQLITE_ERROR;
+}
 
 int xConnect(sqlite3* conn, void* aux, int argc, const char* const* argv, sqlite3_vtab** out, char** err)
 {
@@ -161,13 +161,11 @@ int xConnect(sqlite3* conn, void* aux, int argc, const char* const* argv, sqlite
         }
         std::string sql = "CREATE TABLE x(";
         for (std::size_t k = 0; k < t->columns.size(); ++k) {
-            if (k)
-                sql += ", ";
+            if (k) sql += ", ";
             const Column& col = t->columns[k];
             sql += quoteIdent(col.name) + " " + sqlTypeName(col);
             // Jet compares text without regard to case.
-            if (col.type == Type::Text || col.type == Type::Memo)
-                sql += " COLLATE NOCASE";
+            if (col.type == Type::Text || col.type == Type::Memo) sql += " COLLATE NOCASE";
         }
         sql += ")";
         if (int rc = sqlite3_declare_vtab(conn, sql.c_str()); rc != SQLITE_OK) {
@@ -204,8 +202,7 @@ int xBestIndex(sqlite3_vtab* base, sqlite3_index_info* info)
         for (int pass = 0; pass < 2 && bestCol < 0; ++pass) {
             for (int i = 0; i < info->nConstraint; ++i) {
                 const auto& c = info->aConstraint[i];
-                if (!c.usable || c.iColumn < 0 || db.seekableIndex(*vt->table, c.iColumn) < 0)
-                    continue;
+                if (!c.usable || c.iColumn < 0 || db.seekableIndex(*vt->table, c.iColumn) < 0) continue;
                 bool eq = c.op == SQLITE_INDEX_CONSTRAINT_EQ;
                 if (!eq && vt->table->columns[static_cast<std::size_t>(c.iColumn)].type == Type::Text)
                     continue; // text seeks are equality only
@@ -220,7 +217,8 @@ int xBestIndex(sqlite3_vtab* base, sqlite3_index_info* info)
                         bestCol = c.iColumn;
                         loIdx = i;
                         bestFlags |= kLo | (c.op == SQLITE_INDEX_CONSTRAINT_GE ? kLoIncl : 0);
-                    } else if ((c.op == SQLITE_INDEX_CONSTRAINT_LT || c.op == SQLITE_INDEX_CONSTRAINT_LE) && hiIdx < 0) {
+                    } else if ((c.op == SQLITE_INDEX_CONSTRAINT_LT || c.op == SQLITE_INDEX_CONSTRAINT_LE) &&
+                               hiIdx < 0) {
                         bestCol = c.iColumn;
                         hiIdx = i;
                         bestFlags |= kHi | (c.op == SQLITE_INDEX_CONSTRAINT_LE ? kHiIncl : 0);
@@ -236,8 +234,7 @@ int xBestIndex(sqlite3_vtab* base, sqlite3_index_info* info)
         }
         int arg = 1;
         for (int i : {eqIdx, loIdx, hiIdx})
-            if (i >= 0)
-                info->aConstraintUsage[i].argvIndex = arg++;
+            if (i >= 0) info->aConstraintUsage[i].argvIndex = arg++;
         info->idxNum = (bestCol + 1) << 5 | bestFlags;
         info->estimatedCost = (bestFlags & kEq) ? 20 : rows * ((bestFlags & (kLo | kHi)) == (kLo | kHi) ? 1 : 4);
         info->estimatedRows = (bestFlags & kEq) ? 4 : static_cast<sqlite3_int64>(rows / 4 + 1);
@@ -278,21 +275,15 @@ long long daysFromCivil(long long y, unsigned m, unsigned d)
 // "yyyy/mm/dd" with an optional " hh:nn" or " hh:nn:ss", to days since 1899-12-30.
 bool parseDateTime(const char* s, double& out)
 {
-    if (!s)
-        return false;
+    if (!s) return false;
     unsigned y, mo, d, h = 0, mi = 0, sec = 0;
     int n = 0;
     std::size_t len = std::strlen(s);
-    if (len != 10 && len != 16 && len != 19)
-        return false;
-    if (std::sscanf(s, "%4u/%2u/%2u%n", &y, &mo, &d, &n) != 3 || n != 10)
-        return false;
-    if (len == 16 && (std::sscanf(s + 10, " %2u:%2u%n", &h, &mi, &n) != 2 || n != 6))
-        return false;
-    if (len == 19 && (std::sscanf(s + 10, " %2u:%2u:%2u%n", &h, &mi, &sec, &n) != 3 || n != 9))
-        return false;
-    if (y < 1000 || mo < 1 || mo > 12 || d < 1 || d > 31 || h > 23 || mi > 59 || sec > 59)
-        return false;
+    if (len != 10 && len != 16 && len != 19) return false;
+    if (std::sscanf(s, "%4u/%2u/%2u%n", &y, &mo, &d, &n) != 3 || n != 10) return false;
+    if (len == 16 && (std::sscanf(s + 10, " %2u:%2u%n", &h, &mi, &n) != 2 || n != 6)) return false;
+    if (len == 19 && (std::sscanf(s + 10, " %2u:%2u:%2u%n", &h, &mi, &sec, &n) != 3 || n != 9)) return false;
+    if (y < 1000 || mo < 1 || mo > 12 || d < 1 || d > 31 || h > 23 || mi > 59 || sec > 59) return false;
     out = static_cast<double>(daysFromCivil(y, mo, d) + 25569) + (h * 3600.0 + mi * 60.0 + sec) / 86400.0;
     return true;
 }
@@ -306,7 +297,9 @@ bool toKey(const Column& col, sqlite3_value* v, Value& out)
     // Numeric affinity converts the value in place: not for text keys ('0123' must stay as it is).
     int t = col.type == Type::Text ? sqlite3_value_type(v) : sqlite3_value_numeric_type(v);
     switch (col.type) {
-    case Type::Byte: case Type::Int: case Type::Long:
+    case Type::Byte:
+    case Type::Int:
+    case Type::Long:
         if (t == SQLITE_INTEGER) {
             out.i = sqlite3_value_int64(v);
             return true;
@@ -322,8 +315,7 @@ bool toKey(const Column& col, sqlite3_value* v, Value& out)
     case Type::Money: {
         if (t == SQLITE_INTEGER) {
             sqlite3_int64 i = sqlite3_value_int64(v);
-            if (i > LLONG_MAX / 10000 || i < LLONG_MIN / 10000)
-                return false;
+            if (i > LLONG_MAX / 10000 || i < LLONG_MIN / 10000) return false;
             out.i = i * 10000;
             return true;
         }
@@ -336,25 +328,22 @@ bool toKey(const Column& col, sqlite3_value* v, Value& out)
         }
         return false;
     }
-    case Type::Double: case Type::Float:
-        if (t != SQLITE_INTEGER && t != SQLITE_FLOAT)
-            return false;
+    case Type::Double:
+    case Type::Float:
+        if (t != SQLITE_INTEGER && t != SQLITE_FLOAT) return false;
         out.d = sqlite3_value_double(v);
         return std::isfinite(out.d);
     case Type::DateTime: {
         // Values are "yyyy/mm/dd hh:nn:ss" text: a literal of that form orders like the dates themselves.
-        if (sqlite3_value_type(v) != SQLITE_TEXT)
-            return false;
+        if (sqlite3_value_type(v) != SQLITE_TEXT) return false;
         return parseDateTime(reinterpret_cast<const char*>(sqlite3_value_text(v)), out.d) && out.d >= 0;
     }
     case Type::Text: {
         // The column's text affinity turns numbers into their text before comparing.
         int vt = sqlite3_value_type(v);
-        if (vt != SQLITE_TEXT && vt != SQLITE_INTEGER)
-            return false;
+        if (vt != SQLITE_TEXT && vt != SQLITE_INTEGER) return false;
         const unsigned char* s = sqlite3_value_text(v);
-        if (!s)
-            return false;
+        if (!s) return false;
         out.s.assign(reinterpret_cast<const char*>(s), static_cast<std::size_t>(sqlite3_value_bytes(v)));
         return true;
     }
@@ -380,8 +369,7 @@ int xFilter(sqlite3_vtab_cursor* base, int idxNum, const char*, int argc, sqlite
             bool ok = idx >= 0;
             int arg = 0;
             auto bound = [&](KeyBound& b, bool incl) {
-                if (arg >= argc || !toKey(t.columns[static_cast<std::size_t>(col)], argv[arg++], b.value))
-                    ok = false;
+                if (arg >= argc || !toKey(t.columns[static_cast<std::size_t>(col)], argv[arg++], b.value)) ok = false;
                 b.present = true;
                 b.inclusive = incl;
             };
@@ -389,10 +377,8 @@ int xFilter(sqlite3_vtab_cursor* base, int idxNum, const char*, int argc, sqlite
                 bound(lo, true);
                 hi = lo;
             } else if (ok) {
-                if (flags & kLo)
-                    bound(lo, flags & kLoIncl);
-                if (flags & kHi)
-                    bound(hi, flags & kHiIncl);
+                if (flags & kLo) bound(lo, flags & kLoIncl);
+                if (flags & kHi) bound(hi, flags & kHiIncl);
             }
             // Widen where the stored value and SQLite's comparison can differ (single precision, dates
             // rounded to the second when shown): SQLite checks every row the seek returns.
@@ -418,8 +404,7 @@ int xFilter(sqlite3_vtab_cursor* base, int idxNum, const char*, int argc, sqlite
                 }
             }
         }
-        if (!seeked)
-            s = c->cur.rewind();
+        if (!seeked) s = c->cur.rewind();
         if (s != OK && s != END) {
             setError(&vt->base, c->cur.error());
             return sqliteCode(s);
@@ -445,7 +430,10 @@ int xNext(sqlite3_vtab_cursor* base)
     }
 }
 
-int xEof(sqlite3_vtab_cursor* base) { return reinterpret_cast<VCursor*>(base)->cur.eof(); }
+int xEof(sqlite3_vtab_cursor* base)
+{
+    return reinterpret_cast<VCursor*>(base)->cur.eof();
+}
 
 int xColumn(sqlite3_vtab_cursor* base, sqlite3_context* ctx, int i)
 {
@@ -462,15 +450,24 @@ int xColumn(sqlite3_vtab_cursor* base, sqlite3_context* ctx, int i)
             return SQLITE_OK;
         }
         switch (v.type) {
-        case Type::Bool: sqlite3_result_int(ctx, v.i ? -1 : 0); break;
-        case Type::Byte: case Type::Int: case Type::Long: sqlite3_result_int64(ctx, v.i); break;
+        case Type::Bool:
+            sqlite3_result_int(ctx, v.i ? -1 : 0);
+            break;
+        case Type::Byte:
+        case Type::Int:
+        case Type::Long:
+            sqlite3_result_int64(ctx, v.i);
+            break;
         case Type::Money:
             if (v.i % 10000 == 0)
                 sqlite3_result_int64(ctx, v.i / 10000);
             else
                 sqlite3_result_double(ctx, static_cast<double>(v.i) / 10000.0);
             break;
-        case Type::Float: case Type::Double: sqlite3_result_double(ctx, v.d); break;
+        case Type::Float:
+        case Type::Double:
+            sqlite3_result_double(ctx, v.d);
+            break;
         case Type::DateTime: {
             std::string d = formatDateTime(v.d, '/');
             if (d.empty())
@@ -479,10 +476,13 @@ int xColumn(sqlite3_vtab_cursor* base, sqlite3_context* ctx, int i)
                 sqlite3_result_text(ctx, d.c_str(), static_cast<int>(d.size()), SQLITE_TRANSIENT);
             break;
         }
-        case Type::Text: case Type::Memo: case Type::Numeric:
+        case Type::Text:
+        case Type::Memo:
+        case Type::Numeric:
             sqlite3_result_text(ctx, v.s.data(), static_cast<int>(v.s.size()), SQLITE_TRANSIENT);
             break;
-        case Type::Binary: case Type::Ole:
+        case Type::Binary:
+        case Type::Ole:
             sqlite3_result_blob(ctx, v.s.data(), static_cast<int>(v.s.size()), SQLITE_TRANSIENT);
             break;
         case Type::Guid: {
@@ -542,8 +542,7 @@ const sqlite3_module module = makeModule();
 std::string canonical(const std::string& path)
 {
     char* r = realpath(path.c_str(), nullptr);
-    if (!r)
-        return {};
+    if (!r) return {};
     std::string s(r);
     std::free(r);
     return s;
@@ -560,8 +559,7 @@ bool looksLikeJet(const unsigned char* head, std::size_t n)
 int attach(sqlite3* conn, const std::string& path, const std::string& password, std::string* error)
 {
     auto setErr = [&](const std::string& m) {
-        if (error)
-            *error = m;
+        if (error) *error = m;
     };
     try {
         std::string key = canonical(path);
@@ -579,8 +577,7 @@ int attach(sqlite3* conn, const std::string& path, const std::string& password, 
         {
             std::lock_guard lock(registryMutex);
             engine = engines()[key].lock();
-            if (engine && !(engine->id == id))
-                engine.reset();
+            if (engine && !(engine->id == id)) engine.reset();
             if (engine && engine->password != password) {
                 setErr("Not a valid password.");
                 return ERR_PASSWORD;
@@ -635,8 +632,7 @@ Database* engineOf(sqlite3* conn, const std::string& path)
     std::string key = canonical(path);
     std::lock_guard lock(registryMutex);
     auto it = connections().find(conn);
-    if (it == connections().end())
-        return nullptr;
+    if (it == connections().end()) return nullptr;
     auto f = it->second->files.find(key);
     return f == it->second->files.end() ? nullptr : f->second->db.get();
 }

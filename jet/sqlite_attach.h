@@ -5,7 +5,8 @@
 
 struct sqlite3;
 
-namespace jet {
+namespace jet
+{
 
 class Database;
 

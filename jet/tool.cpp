@@ -7,12 +7,12 @@
 #include <cstdio>
 #include <fstream>
 
-namespace jet {
+namespace jet
+{
 
 std::string formatDateTime(double v, char sep)
 {
-    if (!std::isfinite(v) || std::fabs(v) > 3e6)
-        return {};
+    if (!std::isfinite(v) || std::fabs(v) > 3e6) return {};
     // Negative values count the time forward from midnight of the (earlier) day, like positive ones.
     auto days = static_cast<long long>(std::trunc(v));
     long long secs = std::llround(std::fabs(v - static_cast<double>(days)) * 86400.0);
@@ -30,8 +30,7 @@ std::string formatDateTime(double v, char sep)
     long long mp = (5 * doy + 2) / 153;
     long long d = doy - (153 * mp + 2) / 5 + 1;
     long long m = mp < 10 ? mp + 3 : mp - 9;
-    if (m <= 2)
-        ++y;
+    if (m <= 2) ++y;
     char buf[160];
     std::snprintf(buf, sizeof buf, "%04lld%c%02lld%c%02lld %02lld:%02lld:%02lld", y, sep, m, sep, d, secs / 3600,
                   secs / 60 % 60, secs % 60);
@@ -40,8 +39,7 @@ std::string formatDateTime(double v, char sep)
 
 std::string formatGuid(const std::string& raw)
 {
-    if (raw.size() != 16)
-        return {};
+    if (raw.size() != 16) return {};
     auto b = [&](int i) { return static_cast<unsigned>(static_cast<unsigned char>(raw[static_cast<std::size_t>(i)])); };
     char buf[40];
     std::snprintf(buf, sizeof buf, "{%02X%02X%02X%02X-%02X%02X-%02X%02X-%02X%02X-%02X%02X%02X%02X%02X%02X}", b(3), b(2),
@@ -92,36 +90,61 @@ std::string base64(const std::string& raw)
 std::string sqlTypeName(const Column& c)
 {
     switch (c.type) {
-    case Type::Bool: return "BIT";
-    case Type::Byte: return "BYTE";
-    case Type::Int: return "SHORT";
-    case Type::Long: return "LONG";
-    case Type::Money: return "CURRENCY";
-    case Type::Float: return "SINGLE";
-    case Type::Double: return "DOUBLE";
-    case Type::DateTime: return "DATETIME";
-    case Type::Binary: return "BINARY(" + std::to_string(c.length) + ")";
-    case Type::Text: return "TEXT(" + std::to_string(c.length / 2) + ")";
-    case Type::Ole: return "LONGBINARY";
-    case Type::Memo: return "LONGTEXT";
-    case Type::Guid: return "GUID";
-    case Type::Numeric: return "DECIMAL(" + std::to_string(c.precision) + "," + std::to_string(c.scale) + ")";
+    case Type::Bool:
+        return "BIT";
+    case Type::Byte:
+        return "BYTE";
+    case Type::Int:
+        return "SHORT";
+    case Type::Long:
+        return "LONG";
+    case Type::Money:
+        return "CURRENCY";
+    case Type::Float:
+        return "SINGLE";
+    case Type::Double:
+        return "DOUBLE";
+    case Type::DateTime:
+        return "DATETIME";
+    case Type::Binary:
+        return "BINARY(" + std::to_string(c.length) + ")";
+    case Type::Text:
+        return "TEXT(" + std::to_string(c.length / 2) + ")";
+    case Type::Ole:
+        return "LONGBINARY";
+    case Type::Memo:
+        return "LONGTEXT";
+    case Type::Guid:
+        return "GUID";
+    case Type::Numeric:
+        return "DECIMAL(" + std::to_string(c.precision) + "," + std::to_string(c.scale) + ")";
     }
     return "BLOB";
 }
 
-namespace {
+namespace
+{
 
 void jsonString(std::ostream& out, const std::string& s)
 {
     out << '"';
     for (unsigned char c : s) {
         switch (c) {
-        case '"': out << "\\\""; break;
-        case '\\': out << "\\\\"; break;
-        case '\n': out << "\\n"; break;
-        case '\r': out << "\\r"; break;
-        case '\t': out << "\\t"; break;
+        case '"':
+            out << "\\\"";
+            break;
+        case '\\':
+            out << "\\\\";
+            break;
+        case '\n':
+            out << "\\n";
+            break;
+        case '\r':
+            out << "\\r";
+            break;
+        case '\t':
+            out << "\\t";
+            break;
         default:
             if (c < 0x20) {
                 char buf[8];
@@ -142,8 +165,8 @@ void jsonNumber(std::ostream& out, double d, bool single)
         return;
     }
     char buf[64];
-    auto res = single ? std::to_chars(buf, buf + sizeof buf, static_cast<float>(d))
-                      : std::to_chars(buf, buf + sizeof buf, d);
+    auto res =
+        single ? std::to_chars(buf, buf + sizeof buf, static_cast<float>(d)) : std::to_chars(buf, buf + sizeof buf, d);
     out.write(buf, res.ptr - buf);
 }
 
@@ -157,22 +180,32 @@ int dumpTable(const Database& db, const Table& t, std::ostream& out, std::string
     for (; s == OK; s = cur.next()) {
         out << '{';
         for (std::size_t k = 0; k < t.columns.size(); ++k) {
-            if (k)
-                out << ',';
+            if (k) out << ',';
             jsonString(out, t.columns[k].name);
             out << ':';
-            if ((s = cur.column(k, v)) != OK)
-                break;
+            if ((s = cur.column(k, v)) != OK) break;
             if (v.null) {
                 out << "null";
                 continue;
             }
             switch (v.type) {
-            case Type::Bool: out << (v.i ? "true" : "false"); break;
-            case Type::Byte: case Type::Int: case Type::Long: out << v.i; break;
-            case Type::Money: out << formatMoney(v.i); break;
-            case Type::Float: jsonNumber(out, v.d, true); break;
-            case Type::Double: jsonNumber(out, v.d, false); break;
+            case Type::Bool:
+                out << (v.i ? "true" : "false");
+                break;
+            case Type::Byte:
+            case Type::Int:
+            case Type::Long:
+                out << v.i;
+                break;
+            case Type::Money:
+                out << formatMoney(v.i);
+                break;
+            case Type::Float:
+                jsonNumber(out, v.d, true);
+                break;
+            case Type::Double:
+                jsonNumber(out, v.d, false);
+                break;
             case Type::DateTime: {
                 std::string d = formatDateTime(v.d, '-');
                 if (d.empty())
@@ -181,19 +214,27 @@ int dumpTable(const Database& db, const Table& t, std::ostream& out, std::string
                     jsonString(out, d);
                 break;
             }
-            case Type::Text: case Type::Memo: jsonString(out, v.s); break;
-            case Type::Binary: case Type::Ole: jsonString(out, base64(v.s)); break;
-            case Type::Guid: jsonString(out, formatGuid(v.s)); break;
-            case Type::Numeric: out << v.s; break;
+            case Type::Text:
+            case Type::Memo:
+                jsonString(out, v.s);
+                break;
+            case Type::Binary:
+            case Type::Ole:
+                jsonString(out, base64(v.s));
+                break;
+            case Type::Guid:
+                jsonString(out, formatGuid(v.s));
+                break;
+            case Type::Numeric:
+                out << v.s;
+                break;
             }
         }
-        if (s != OK)
-            break;
+        if (s != OK) break;
         out << "}\n";
     }
     if (s != END) {
-        if (error)
-            *error = cur.error();
+        if (error) *error = cur.error();
         return s;
     }
     return OK;
@@ -204,14 +245,12 @@ int dumpTable(const std::string& path, const std::string& password, const std::s
 {
     Database db;
     if (Status s = db.open(path, password); s != OK) {
-        if (error)
-            *error = db.error();
+        if (error) *error = db.error();
         return s;
     }
     const Table* t = db.table(table);
     if (!t) {
-        if (error)
-            *error = "No table '" + table + "' in '" + path + "'.";
+        if (error) *error = "No table '" + table + "' in '" + path + "'.";
         return ERR_NOT_FOUND;
     }
     return dumpTable(db, *t, out, error);
@@ -221,8 +260,7 @@ int listTables(const std::string& path, const std::string& password, std::ostrea
 {
     Database db;
     if (Status s = db.open(path, password); s != OK) {
-        if (error)
-            *error = db.error();
+        if (error) *error = db.error();
         return s;
     }
     for (const Table& t : db.tables()) {
@@ -233,8 +271,7 @@ int listTables(const std::string& path, const std::string& password, std::ostrea
         for (; s == OK; s = cur.next())
             ++n;
         if (s != END) {
-            if (error)
-                *error = cur.error();
+            if (error) *error = cur.error();
             return s;
         }
         out << t.name << '\t' << n << '\n';
@@ -245,31 +282,26 @@ int listTables(const std::string& path, const std::string& password, std::ostrea
 int setPassword(const std::string& path, const std::string& newPassword, std::string* error)
 {
     auto failWith = [&](Status s, const std::string& msg) {
-        if (error)
-            *error = msg;
+        if (error) *error = msg;
         return s;
     };
     std::u16string pw = utf8ToUtf16(newPassword);
-    if (pw.size() > kPasswordLen / 2)
-        return failWith(ERR_ARG, "A database password has at most 20 characters.");
+    if (pw.size() > kPasswordLen / 2) return failWith(ERR_ARG, "A database password has at most 20 characters.");
     std::fstream f(path, std::ios::in | std::ios::out | std::ios::binary);
-    if (!f)
-        return failWith(ERR_IO, "Cannot open '" + path + "' for writing.");
+    if (!f) return failWith(ERR_IO, "Cannot open '" + path + "' for writing.");
     std::uint8_t head[kHeaderCryptOffset + kHeaderCryptLen];
     if (!f.read(reinterpret_cast<char*>(head), sizeof head))
         return failWith(ERR_FORMAT, "'" + path + "' is not a Jet database file.");
     if (head[0] != 0 || std::memcmp(head + 4, "Standard Jet DB", 15) != 0)
         return failWith(ERR_FORMAT, "'" + path + "' is not a Jet database file.");
-    if (head[0x14] != 1)
-        return failWith(ERR_FORMAT, "'" + path + "' is not a Jet 4 database.");
+    if (head[0x14] != 1) return failWith(ERR_FORMAT, "'" + path + "' is not a Jet 4 database.");
     static const std::uint8_t key[4] = {0xC7, 0xDA, 0x39, 0x6B};
     std::uint8_t* hdr = head + kHeaderCryptOffset;
     rc4(key, 4, hdr, kHeaderCryptLen);
     double created = detail::leDouble(hdr + (kCreationDateOffset - kHeaderCryptOffset));
     double day = std::isfinite(created) ? std::floor(created) : 0.0;
-    std::uint32_t mask = (day >= -2147483648.0 && day <= 2147483647.0)
-                             ? static_cast<std::uint32_t>(static_cast<std::int32_t>(day))
-                             : 0;
+    std::uint32_t mask =
+        (day >= -2147483648.0 && day <= 2147483647.0) ? static_cast<std::uint32_t>(static_cast<std::int32_t>(day)) : 0;
     std::uint8_t* pwd = hdr + (kPasswordOffset - kHeaderCryptOffset);
     for (std::size_t i = 0; i < kPasswordLen; ++i) {
         std::size_t k = i / 2;

@@ -6,7 +6,8 @@
 #include <ostream>
 #include <string>
 
-namespace jet {
+namespace jet
+{
 
 // Days since 1899-12-30 as "yyyy<sep>mm<sep>dd hh:nn:ss", seconds rounded; "" when not representable.
 std::string formatDateTime(double days, char dateSep);

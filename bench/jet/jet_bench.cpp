@@ -13,7 +13,8 @@
 #include <string>
 #include <vector>
 
-namespace {
+namespace
+{
 
 struct NullBuf : std::streambuf {
     int overflow(int c) override { return c; }
@@ -33,8 +34,7 @@ int main(int argc, char** argv)
     int rounds = argc > 2 ? std::atoi(argv[2]) : 5;
     std::vector<std::string> files;
     for (const auto& e : std::filesystem::directory_iterator(dir))
-        if (e.path().extension() == ".mdb")
-            files.push_back(e.path().string());
+        if (e.path().extension() == ".mdb") files.push_back(e.path().string());
 
     struct Job {
         std::string file, password, table;
@@ -59,8 +59,7 @@ int main(int argc, char** argv)
     for (int r = 0; r < rounds; ++r) {
         for (const Job& j : jobs) {
             jet::Database db;
-            if (db.open(j.file, j.password) != jet::OK)
-                continue;
+            if (db.open(j.file, j.password) != jet::OK) continue;
             const jet::Table* t = db.table(j.table);
             jet::Cursor cur(db, *t);
             for (jet::Status s = cur.rewind(); s == jet::OK; s = cur.next())
@@ -78,13 +77,12 @@ int main(int argc, char** argv)
     for (int r = 0; r < rounds; ++r) {
         for (const Job& j : jobs) {
             // Rows end in \x1e: text may hold newlines.
-            std::string cmd = "mdb-export -H -b hex -R '\x1e' '" + j.file + "' '" + j.table + "' 2>/dev/null | tr -cd '\036' | wc -c";
+            std::string cmd =
+                "mdb-export -H -b hex -R '\x1e' '" + j.file + "' '" + j.table + "' 2>/dev/null | tr -cd '\036' | wc -c";
             FILE* p = popen(cmd.c_str(), "r");
-            if (!p)
-                continue;
+            if (!p) continue;
             unsigned long n = 0;
-            if (std::fscanf(p, "%lu", &n) == 1)
-                theirRows += n;
+            if (std::fscanf(p, "%lu", &n) == 1) theirRows += n;
             pclose(p);
         }
     }

@@ -10,7 +10,8 @@
 
 using namespace jettest;
 
-namespace {
+namespace
+{
 
 int rounds()
 {
@@ -18,7 +19,9 @@ int rounds()
     return env ? std::atoi(env) : 400;
 }
 
-class Corruption : public ::testing::TestWithParam<std::string> {};
+class Corruption : public ::testing::TestWithParam<std::string>
+{
+};
 
 TEST_P(Corruption, DamagedFilesFailCleanly)
 {
@@ -29,8 +32,7 @@ TEST_P(Corruption, DamagedFilesFailCleanly)
     // Pages with content: mutations there reach the parsers instead of free space.
     std::vector<std::size_t> used;
     for (std::size_t p = 1; p < pages; ++p)
-        if (original[p * jet::kPageSize] >= 0x01 && original[p * jet::kPageSize] <= 0x05)
-            used.push_back(p);
+        if (original[p * jet::kPageSize] >= 0x01 && original[p * jet::kPageSize] <= 0x05) used.push_back(p);
     if (file == "encodedJet4.mdb")
         for (std::size_t p = 1; p < pages; ++p)
             used.push_back(p); // page types are hidden by the encoding
@@ -47,10 +49,17 @@ TEST_P(Corruption, DamagedFilesFailCleanly)
                 std::size_t off = pick(2) ? pick(96) : pick(jet::kPageSize);
                 std::uint8_t& b = bytes[page * jet::kPageSize + off];
                 switch (pick(4)) {
-                case 0: b = 0; break;
-                case 1: b = 0xFF; break;
-                case 2: b ^= static_cast<std::uint8_t>(1u << pick(8)); break;
-                default: b = static_cast<std::uint8_t>(pick(256));
+                case 0:
+                    b = 0;
+                    break;
+                case 1:
+                    b = 0xFF;
+                    break;
+                case 2:
+                    b ^= static_cast<std::uint8_t>(1u << pick(8));
+                    break;
+                default:
+                    b = static_cast<std::uint8_t>(pick(256));
                 }
             }
         } else if (what == 8) {

@@ -13,30 +13,29 @@
 
 using namespace jettest;
 
-namespace {
+namespace
+{
 
 // mdb-export with separators that no corpus value contains.
 constexpr char kSep = '\x1f', kRowSep = '\x1e', kNull = '\x02';
 
 std::vector<std::vector<std::string>> mdbExport(const std::string& file, const std::string& table)
 {
-    std::string cmd = "mdb-export -H -Q -d '\x1f' -R '\x1e' -0 '\x02' -b hex -T '%Y-%m-%d %H:%M:%S' '" +
-                      corpus(file) + "' '" + table + "' 2>/dev/null";
+    std::string cmd = "mdb-export -H -Q -d '\x1f' -R '\x1e' -0 '\x02' -b hex -T '%Y-%m-%d %H:%M:%S' '" + corpus(file) +
+                      "' '" + table + "' 2>/dev/null";
     std::string out = run(cmd);
     std::vector<std::vector<std::string>> rows;
     std::size_t pos = 0;
     while (pos < out.size()) {
         std::size_t end = out.find(kRowSep, pos);
-        if (end == std::string::npos)
-            end = out.size();
+        if (end == std::string::npos) end = out.size();
         std::vector<std::string> fields;
         std::string line = out.substr(pos, end - pos);
         std::size_t a = 0;
         for (;;) {
             std::size_t b = line.find(kSep, a);
             fields.push_back(line.substr(a, b == std::string::npos ? std::string::npos : b - a));
-            if (b == std::string::npos)
-                break;
+            if (b == std::string::npos) break;
             a = b + 1;
         }
         rows.push_back(std::move(fields));
@@ -64,13 +63,14 @@ std::string hexUpper(const std::string& s)
 // Empty when equal, else a description.
 std::string compareField(const jet::Value& v, const std::string& m)
 {
-    if (v.null && v.type != jet::Type::Bool)
-        return m == std::string(1, kNull) ? "" : "null vs '" + m + "'";
-    if (m == std::string(1, kNull))
-        return "value vs null";
+    if (v.null && v.type != jet::Type::Bool) return m == std::string(1, kNull) ? "" : "null vs '" + m + "'";
+    if (m == std::string(1, kNull)) return "value vs null";
     double md = std::strtod(m.c_str(), nullptr);
     switch (v.type) {
-    case jet::Type::Bool: case jet::Type::Byte: case jet::Type::Int: case jet::Type::Long:
+    case jet::Type::Bool:
+    case jet::Type::Byte:
+    case jet::Type::Int:
+    case jet::Type::Long:
         return std::to_string(v.i) == m ? "" : std::to_string(v.i) + " vs " + m;
     case jet::Type::Money:
         return near(static_cast<double>(v.i) / 10000.0, md, 1e-12) ? "" : jet::formatMoney(v.i) + " vs " + m;
@@ -83,25 +83,28 @@ std::string compareField(const jet::Value& v, const std::string& m)
     case jet::Type::DateTime: {
         // mdbtools prints "1900-01-00" for dates it cannot convert (before 1900 or far future); those are
         // checked against the file's own values in DateTests below.
-        if (m.rfind("1900-01-00", 0) == 0)
-            return "";
+        if (m.rfind("1900-01-00", 0) == 0) return "";
         std::string d = jet::formatDateTime(v.d, '-');
         return d == m ? "" : d + " vs " + m;
     }
     case jet::Type::Guid:
         return jet::formatGuid(v.s) == m ? "" : jet::formatGuid(v.s) + " vs " + m;
-    case jet::Type::Binary: case jet::Type::Ole: {
+    case jet::Type::Binary:
+    case jet::Type::Ole: {
         std::string mu = m;
         std::transform(mu.begin(), mu.end(), mu.begin(), ::toupper);
         return hexUpper(v.s) == mu ? "" : "binary differs (" + std::to_string(v.s.size()) + " bytes)";
     }
-    case jet::Type::Text: case jet::Type::Memo:
+    case jet::Type::Text:
+    case jet::Type::Memo:
         return v.s == m ? "" : "'" + v.s + "' vs '" + m + "'";
     }
     return "unknown type";
 }
 
-class CorpusFile : public ::testing::TestWithParam<std::string> {};
+class CorpusFile : public ::testing::TestWithParam<std::string>
+{
+};
 
 TEST_P(CorpusFile, RowsEqualMdbExport)
 {
@@ -116,8 +119,7 @@ TEST_P(CorpusFile, RowsEqualMdbExport)
     std::vector<std::string> expected;
     std::istringstream ls(listed);
     for (std::string line; std::getline(ls, line);)
-        if (!line.empty())
-            expected.push_back(line);
+        if (!line.empty()) expected.push_back(line);
     EXPECT_EQ(names, expected);
 
     for (const jet::Table& t : db.tables()) {
@@ -137,8 +139,7 @@ TEST_P(CorpusFile, RowsEqualMdbExport)
             bool matched = false;
             for (std::size_t off = 0; off < want.size() && !matched; ++off) {
                 std::size_t w = (n + off) % want.size();
-                if (used[w] || want[w].size() != row.size())
-                    continue;
+                if (used[w] || want[w].size() != row.size()) continue;
                 std::string diff;
                 for (std::size_t k = 0; k < row.size() && diff.empty(); ++k)
                     if (std::string d = compareField(row[k], want[w][k]); !d.empty())
@@ -165,21 +166,18 @@ TEST_P(CorpusFile, IndexSeeksFindEveryRow)
     for (const jet::Table& t : db.tables()) {
         for (std::size_t col = 0; col < t.columns.size(); ++col) {
             int idx = db.seekableIndex(t, static_cast<int>(col));
-            if (idx < 0)
-                continue;
+            if (idx < 0) continue;
             SCOPED_TRACE(file + " / " + t.name + " / " + t.columns[col].name);
             jet::Cursor cur(db, t);
             for (jet::Status s = cur.rewind(); s == jet::OK; s = cur.next()) {
                 jet::KeyBound b;
                 b.present = true;
                 ASSERT_EQ(cur.column(col, b.value), jet::OK);
-                if (b.value.null)
-                    continue;
+                if (b.value.null) continue;
                 std::vector<jet::RowId> ids;
                 bool usable = false;
                 ASSERT_EQ(db.indexSeek(t, idx, b, b, ids, &usable), jet::OK) << db.error();
-                if (!usable)
-                    continue; // a text value whose key we do not encode
+                if (!usable) continue; // a text value whose key we do not encode
                 EXPECT_NE(std::find(ids.begin(), ids.end(), cur.rowId()), ids.end())
                     << "row " << cur.rowId() << " not found by its value";
             }
@@ -187,11 +185,10 @@ TEST_P(CorpusFile, IndexSeeksFindEveryRow)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Corpus, CorpusFile, ::testing::ValuesIn(corpusFiles()),
-                         [](const auto& info) {
-                             std::string n = info.param.substr(0, info.param.find('.'));
-                             return n;
-                         });
+INSTANTIATE_TEST_SUITE_P(Corpus, CorpusFile, ::testing::ValuesIn(corpusFiles()), [](const auto& info) {
+    std::string n = info.param.substr(0, info.param.find('.'));
+    return n;
+});
 
 TEST(Password, OpenChecksThePassword)
 {
@@ -229,7 +226,7 @@ TEST(Password, SetPasswordRoundTrips)
         {"testV2000.mdb", "VelQuarto"},
         {"passwordV2000.mdb", ""},
         {"noPasswordV2000.mdb", "\xe3\x83\x91\xe3\x82\xb9"}, // non-ASCII
-        {"encodedJet4.mdb", "12345678901234567890"},     // longest allowed
+        {"encodedJet4.mdb", "12345678901234567890"},         // longest allowed
     };
     for (const Case& c : cases) {
         std::string path = scratchCopy(c.file, "data1.dat");
@@ -269,8 +266,7 @@ TEST(Format, RefusesWhatIsNotJet4)
     for (const Case& c : cases) {
         auto bytes = base;
         std::memcpy(bytes.data() + c.offset, c.bytes.data(), c.bytes.size());
-        if (c.truncate)
-            bytes.resize(c.truncate - 1);
+        if (c.truncate) bytes.resize(c.truncate - 1);
         jet::Database db;
         EXPECT_EQ(db.openMemory(bytes, ""), c.want) << c.what;
         EXPECT_NE(db.error().find(c.text), std::string::npos) << c.what << ": " << db.error();
@@ -296,11 +292,10 @@ TEST(Values, Formatting)
         double v;
         const char* want;
     } dates[] = {
-        {0.0, "1899-12-30 00:00:00"},     {1.0, "1899-12-31 00:00:00"},
-        {2.5, "1900-01-01 12:00:00"},     {-1.25, "1899-12-29 06:00:00"},
-        {36526.99998, "2000-01-01 23:59:58"}, {36526.999999, "2000-01-02 00:00:00"},
-        {2958465.0, "9999-12-31 00:00:00"},    {-657434.0, "0100-01-01 00:00:00"},
-        {60.0, "1900-02-28 00:00:00"},     {61.0, "1900-03-01 00:00:00"},
+        {0.0, "1899-12-30 00:00:00"},       {1.0, "1899-12-31 00:00:00"},         {2.5, "1900-01-01 12:00:00"},
+        {-1.25, "1899-12-29 06:00:00"},     {36526.99998, "2000-01-01 23:59:58"}, {36526.999999, "2000-01-02 00:00:00"},
+        {2958465.0, "9999-12-31 00:00:00"}, {-657434.0, "0100-01-01 00:00:00"},   {60.0, "1900-02-28 00:00:00"},
+        {61.0, "1900-03-01 00:00:00"},
     };
     for (const DateCase& c : dates)
         EXPECT_EQ(jet::formatDateTime(c.v, '-'), c.want) << c.v;
@@ -328,10 +323,17 @@ TEST(Values, CompressedText)
         std::string stored;
         const char* want;
     } cases[] = {
-        {std::string("\xff\xfe" "abc", 5), "abc"},
+        {std::string("\xff\xfe"
+                     "abc",
+                     5),
+         "abc"},
         {std::string("h\0i\0", 4), "hi"},
-        {std::string("\xff\xfe" "a\0\x42\x30\0b", 8), "a\xe3\x81\x82" "b"}, // toggles to UCS-2 and back
-        {std::string("\x3d\xd8\x00\xde", 4), "\xf0\x9f\x98\x80"},             // surrogate pair
+        {std::string("\xff\xfe"
+                     "a\0\x42\x30\0b",
+                     8),
+         "a\xe3\x81\x82"
+         "b"},                                                    // toggles to UCS-2 and back
+        {std::string("\x3d\xd8\x00\xde", 4), "\xf0\x9f\x98\x80"}, // surrogate pair
         {std::string("\xff\xfe", 2), ""},
     };
     for (const Case& c : cases)

@@ -7,7 +7,8 @@
 #include <ostream>
 #include <streambuf>
 
-namespace jettest {
+namespace jettest
+{
 
 struct NullBuf : std::streambuf {
     int overflow(int c) override { return c; }
@@ -29,8 +30,7 @@ inline void exercise(const jet::Database& db)
         (void)jet::dumpTable(db, t, sink, &err);
         for (std::size_t c = 0; c < t.columns.size(); ++c) {
             int idx = db.seekableIndex(t, static_cast<int>(c));
-            if (idx < 0)
-                continue;
+            if (idx < 0) continue;
             jet::KeyBound lo, hi;
             lo.present = hi.present = true;
             lo.value.type = hi.value.type = t.columns[c].type;

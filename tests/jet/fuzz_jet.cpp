@@ -14,13 +14,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         f.resize(jet::kPageSize);
         return f;
     }();
-    if (size > (std::size_t(64) << 20))
-        return 0;
+    if (size > (std::size_t(64) << 20)) return 0;
     std::vector<std::uint8_t> bytes(header);
     bytes.insert(bytes.end(), data, data + size);
     bytes.resize(std::max<std::size_t>(3, (bytes.size() + jet::kPageSize - 1) / jet::kPageSize) * jet::kPageSize);
     jet::Database db;
-    if (db.openMemory(std::move(bytes), "") == jet::OK)
-        jettest::exercise(db);
+    if (db.openMemory(std::move(bytes), "") == jet::OK) jettest::exercise(db);
     return 0;
 }

@@ -9,7 +9,8 @@
 
 using namespace jettest;
 
-namespace {
+namespace
+{
 
 struct Conn {
     sqlite3* db = nullptr;
@@ -24,28 +25,34 @@ struct Conn {
         std::vector<std::string> rows;
         sqlite3_stmt* st = nullptr;
         if (sqlite3_prepare_v2(db, sql.c_str(), -1, &st, nullptr) != SQLITE_OK) {
-            if (err)
-                *err = sqlite3_errmsg(db);
+            if (err) *err = sqlite3_errmsg(db);
             return rows;
         }
         int rc;
         while ((rc = sqlite3_step(st)) == SQLITE_ROW) {
             std::string row;
             for (int i = 0; i < sqlite3_column_count(st); ++i) {
-                if (i)
-                    row += '|';
+                if (i) row += '|';
                 switch (sqlite3_column_type(st, i)) {
-                case SQLITE_NULL: row += "NULL"; break;
-                case SQLITE_INTEGER: row += "i:" + std::to_string(sqlite3_column_int64(st, i)); break;
-                case SQLITE_FLOAT: row += "r:" + std::to_string(sqlite3_column_double(st, i)); break;
-                case SQLITE_BLOB: row += "b:" + std::to_string(sqlite3_column_bytes(st, i)); break;
-                default: row += reinterpret_cast<const char*>(sqlite3_column_text(st, i));
+                case SQLITE_NULL:
+                    row += "NULL";
+                    break;
+                case SQLITE_INTEGER:
+                    row += "i:" + std::to_string(sqlite3_column_int64(st, i));
+                    break;
+                case SQLITE_FLOAT:
+                    row += "r:" + std::to_string(sqlite3_column_double(st, i));
+                    break;
+                case SQLITE_BLOB:
+                    row += "b:" + std::to_string(sqlite3_column_bytes(st, i));
+                    break;
+                default:
+                    row += reinterpret_cast<const char*>(sqlite3_column_text(st, i));
                 }
             }
             rows.push_back(row);
         }
-        if (rc != SQLITE_DONE && err)
-            *err = sqlite3_errmsg(db);
+        if (rc != SQLITE_DONE && err) *err = sqlite3_errmsg(db);
         sqlite3_finalize(st);
         return rows;
     }
@@ -56,8 +63,9 @@ TEST(Sqlite, AttachExposesEveryUserTableWithJetTypes)
     Conn c;
     std::string err;
     ASSERT_EQ(jet::attach(c.db, corpus("testV2000.mdb"), "", &err), 0) << err;
-    EXPECT_EQ(c.query("SELECT name FROM pragma_table_list WHERE schema='main' AND name NOT LIKE 'sqlite%' ORDER BY name"),
-              (std::vector<std::string>{"Table1", "Table2", "Table3", "Table4"}));
+    EXPECT_EQ(
+        c.query("SELECT name FROM pragma_table_list WHERE schema='main' AND name NOT LIKE 'sqlite%' ORDER BY name"),
+        (std::vector<std::string>{"Table1", "Table2", "Table3", "Table4"}));
     EXPECT_EQ(c.query("SELECT group_concat(name || ' ' || type, ', ') FROM pragma_table_info('Table1')"),
               (std::vector<std::string>{"A TEXT(50), B TEXT(100), C BYTE, D SHORT, E LONG, F DOUBLE, G DATETIME, "
                                         "H CURRENCY, I BIT"}));
@@ -113,8 +121,8 @@ TEST(Sqlite, PasswordAndSharedEngine)
         const char* password;
         bool ok;
     } cases[] = {
-        {"passwordV2000.mdb", "password", true}, {"passwordV2000.mdb", "wrong", false},
-        {"passwordV2000.mdb", "", false},        {"noPasswordV2000.mdb", "", true},
+        {"passwordV2000.mdb", "password", true},    {"passwordV2000.mdb", "wrong", false},
+        {"passwordV2000.mdb", "", false},           {"noPasswordV2000.mdb", "", true},
         {"noPasswordV2000.mdb", "password", false}, {"encodedJet4.mdb", "", true},
     };
     for (const Case& k : cases) {
@@ -138,7 +146,8 @@ TEST(Sqlite, PasswordAndSharedEngine)
     EXPECT_NE(jet::engineOf(b.db, corpus("encodedJet4.mdb")), nullptr);
     EXPECT_EQ(jet::attach(b.db, corpus("encodedJet4.mdb"), "x", &err), jet::ERR_PASSWORD);
     a.reset();
-    EXPECT_EQ(b.query("SELECT ID, col1, col2 FROM Table1"), (std::vector<std::string>{"i:1|hello|i:0", "i:2|world|i:42"}));
+    EXPECT_EQ(b.query("SELECT ID, col1, col2 FROM Table1"),
+              (std::vector<std::string>{"i:1|hello|i:0", "i:2|world|i:42"}));
 }
 
 TEST(Sqlite, RefusesFilesThatAreNotJet4)
@@ -184,8 +193,8 @@ TEST(Sqlite, IndexedLookupsSeek)
     ASSERT_GE(pages.size(), 4u);
 
     struct Case {
-        std::string where; // on the indexed column
-        std::string scan;  // the same test the index cannot serve
+        std::string where;      // on the indexed column
+        std::string scan;       // the same test the index cannot serve
         std::uint64_t maxReads; // page accesses: index pages plus one per row read
     } cases[] = {
         {"CD_AGENTE = 35", "+CD_AGENTE = 35", 6},
@@ -225,10 +234,16 @@ TEST(Sqlite, DateLookupsSeek)
     const std::string d0 = all[0];
     const std::string day = d0.substr(0, 10);
     const std::string cases[] = {
-        "d_stamp_ = '" + d0 + "'",  "d_stamp_ = '" + day + "'",  "d_stamp_ >= '" + day + "'",
-        "d_stamp_ > '" + d0 + "'",  "d_stamp_ <= '" + d0 + "'",  "d_stamp_ < '" + day + "'",
-        "d_stamp_ BETWEEN '" + day + "' AND '" + day + " 23:59:59'", "d_stamp_ = '2021-12-02'",
-        "d_stamp_ > '1800/01/01'",  "d_stamp_ < 5",
+        "d_stamp_ = '" + d0 + "'",
+        "d_stamp_ = '" + day + "'",
+        "d_stamp_ >= '" + day + "'",
+        "d_stamp_ > '" + d0 + "'",
+        "d_stamp_ <= '" + d0 + "'",
+        "d_stamp_ < '" + day + "'",
+        "d_stamp_ BETWEEN '" + day + "' AND '" + day + " 23:59:59'",
+        "d_stamp_ = '2021-12-02'",
+        "d_stamp_ > '1800/01/01'",
+        "d_stamp_ < 5",
     };
     for (const std::string& where : cases) {
         auto scanned = c.query("SELECT rowid FROM users WHERE +d_stamp_ || '' " + where.substr(8) + " ORDER BY rowid");
@@ -252,10 +267,11 @@ TEST(Sqlite, TextLookupsSeek)
         std::size_t rows;
         bool seeks; // false: a value whose key we cannot encode, answered by a scan
     } cases[] = {
-        {"row", "row5", 1, true},          {"row", "ROW5", 1, true},        {"row", "row10", 0, true},
-        {"row", "row", 0, true},           {"data", "lots of stuff", 1, true}, {"data", "Lots Of Stuff", 1, true},
-        {"data", "stuff", 1, true},        {"data", "quux", 0, false},      {"data", "row-5", 0, false},
-        {"data", "still more rows", 1, true},
+        {"row", "row5", 1, true},           {"row", "ROW5", 1, true},
+        {"row", "row10", 0, true},          {"row", "row", 0, true},
+        {"data", "lots of stuff", 1, true}, {"data", "Lots Of Stuff", 1, true},
+        {"data", "stuff", 1, true},         {"data", "quux", 0, false},
+        {"data", "row-5", 0, false},        {"data", "still more rows", 1, true},
     };
     for (const Case& k : cases) {
         SCOPED_TRACE(k.column + " = " + k.value);

@@ -1,29 +1,35 @@
 #pragma once
-#include <cstdio>
 #include <algorithm>
 #include <cstdint>
+#include <cstdio>
 #include <filesystem>
-#include <iterator>
-#include <unistd.h>
 #include <fstream>
+#include <iterator>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
-namespace jettest {
+namespace jettest
+{
 
-inline std::string corpus(const std::string& name) { return std::string(JET_CORPUS) + "/" + name; }
+inline std::string corpus(const std::string& name)
+{
+    return std::string(JET_CORPUS) + "/" + name;
+}
 
 inline std::vector<std::string> corpusFiles()
 {
     std::vector<std::string> out;
     for (const auto& e : std::filesystem::directory_iterator(JET_CORPUS))
-        if (e.path().extension() == ".mdb")
-            out.push_back(e.path().filename().string());
+        if (e.path().extension() == ".mdb") out.push_back(e.path().filename().string());
     std::sort(out.begin(), out.end());
     return out;
 }
 
-inline std::string passwordOf(const std::string& file) { return file == "passwordV2000.mdb" ? "password" : ""; }
+inline std::string passwordOf(const std::string& file)
+{
+    return file == "passwordV2000.mdb" ? "password" : "";
+}
 
 inline std::vector<std::uint8_t> readFile(const std::string& path)
 {
@@ -35,8 +41,7 @@ inline std::string run(const std::string& cmd)
 {
     std::string out;
     FILE* p = popen(cmd.c_str(), "r");
-    if (!p)
-        return out;
+    if (!p) return out;
     char buf[65536];
     std::size_t n;
     while ((n = std::fread(buf, 1, sizeof buf, p)) > 0)
