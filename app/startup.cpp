@@ -5,6 +5,10 @@
 
 #include <QMap>
 
+#ifdef Q_OS_WIN
+#include <windows.h>
+#endif
+
 namespace pel {
 
 QStringList gstrArgs;
@@ -57,10 +61,29 @@ qint16 fnGetCommand(QStringList& args, const QString& commandLine)
 
 QString processCommandLine(int argc, char** argv)
 {
+#ifdef Q_OS_WIN
+    // The menu's command line as it was written: everything after the program path and its separator.
+    (void)argc;
+    (void)argv;
+    const QString line = QString::fromWCharArray(GetCommandLineW());
+    qsizetype i = 0;
+    if (line.startsWith(QLatin1Char('"'))) {
+        const qsizetype close = line.indexOf(QLatin1Char('"'), 1);
+        i = close < 0 ? line.size() : close + 1;
+    } else {
+        while (i < line.size() && line[i] != QLatin1Char(' ') && line[i] != QLatin1Char('\t'))
+            ++i;
+    }
+    if (i < line.size() && (line[i] == QLatin1Char(' ') || line[i] == QLatin1Char('\t')))
+        ++i;
+    return line.mid(i);
+#else
+    // POSIX hands the arguments over split: join them as the menu wrote them.
     QStringList parts;
     for (int i = 1; i < argc; ++i)
         parts << QString::fromLocal8Bit(argv[i]);
     return parts.join(QLatin1Char(' '));
+#endif
 }
 
 qint16 fnSplitQuoted(const QString& line, QStringList& fields, const QString& sep)

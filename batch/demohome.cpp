@@ -316,7 +316,8 @@ bool makeDemoHome(const QString& home, const Options& options, Summary* summary,
             o.cflag = (o.pcode == 6 && old && g.chance(85)) ? 1 : 0;
             o.oflag = (old && g.chance(90)) ? 1 : 0;
             if (o.oflag && (o.hcode == 9 || o.hcode == 10) && g.chance(70))
-                o.okurino = QStringLiteral("4%1").arg(digits(g.between(0, 99999) * 100000 + i % 100000, 11));
+                o.okurino = QStringLiteral("4%1").arg(qint64(g.between(0, 99999)) * 100000 + i % 100000, 11, 10,
+                                                      QLatin1Char('0'));
             qint64 goodsTotal = 0;
             const int nLines = g.between(1, 5);
             for (int l = 1; l <= nLines; ++l) {

@@ -393,37 +393,37 @@ bool Connection::begin(QString* error)
 
 bool Connection::commit(QString* error)
 {
-    if (!userTx_) {
-        *error = QStringLiteral("No transaction is active.");
-        return false;
-    }
-    userTx_ = false;
-    if (!txActive_)
-        return true;
-    txActive_ = false;
-    QSqlQuery q(db_);
-    if (!q.exec(QStringLiteral("COMMIT"))) {
-        *error = errorText(q.lastError());
-        QSqlQuery r(db_);
-        r.exec(QStringLiteral("ROLLBACK"));
-        return false;
-    }
-    return true;
+    return finishUserTx(true, error);
 }
 
 bool Connection::rollback(QString* error)
+{
+    return finishUserTx(false, error);
+}
+
+bool Connection::finishUserTx(bool commitIt, QString* error)
 {
     if (!userTx_) {
         *error = QStringLiteral("No transaction is active.");
         return false;
     }
     userTx_ = false;
+    return endTx(commitIt, error);
+}
+
+// Ends the BEGIN in force, if any; a commit that fails is rolled back so that no transaction is left open.
+bool Connection::endTx(bool commitIt, QString* error)
+{
     if (!txActive_)
         return true;
     txActive_ = false;
     QSqlQuery q(db_);
-    if (!q.exec(QStringLiteral("ROLLBACK"))) {
+    if (!q.exec(commitIt ? QStringLiteral("COMMIT") : QStringLiteral("ROLLBACK"))) {
         *error = errorText(q.lastError());
+        if (commitIt) {
+            QSqlQuery r(db_);
+            r.exec(QStringLiteral("ROLLBACK"));
+        }
         return false;
     }
     return true;
@@ -452,17 +452,9 @@ bool Connection::startEditLock(bool* implicitTx, QString* error)
 
 bool Connection::endEditLock(bool commitIt, QString* error)
 {
-    if (userTx_ || !txActive_)
+    if (userTx_)
         return true;
-    txActive_ = false;
-    QSqlQuery q(db_);
-    if (!q.exec(commitIt ? QStringLiteral("COMMIT") : QStringLiteral("ROLLBACK"))) {
-        *error = errorText(q.lastError());
-        QSqlQuery r(db_);
-        r.exec(QStringLiteral("ROLLBACK"));
-        return false;
-    }
-    return true;
+    return endTx(commitIt, error);
 }
 
 std::vector<ColumnInfo> Connection::columns(const QString& table)

@@ -55,6 +55,8 @@ public:
 private:
     Connection();
     bool ensureTx(bool write, QString* error);
+    bool finishUserTx(bool commit, QString* error);
+    bool endTx(bool commit, QString* error);
     bool run(const QString& sql, const QVariantList& values, bool forwardOnly, QSqlQuery* q, QString* error);
     bool statement(const QString& sql, const QVariantList& values, QSqlQuery* q, QString* error);
     bool openSqliteFile(const QString& path, const QString& password, QString* error);

@@ -92,34 +92,33 @@ bool clsDbClass::DbSqlExec(const Sql& sql)
     return true;
 }
 
-bool clsDbClass::BeginTns()
+bool clsDbClass::transaction(bool (Connection::*step)(QString*))
 {
     QString err;
-    if (!mcnDb || !mcnDb->begin(&err)) {
-        mstrErr = mcnDb ? err : kClosed;
+    if (!mcnDb) {
+        mstrErr = kClosed;
+        return false;
+    }
+    if (!((*mcnDb).*step)(&err)) {
+        mstrErr = err;
         return false;
     }
     return true;
+}
+
+bool clsDbClass::BeginTns()
+{
+    return transaction(&Connection::begin);
 }
 
 bool clsDbClass::CommitTns()
 {
-    QString err;
-    if (!mcnDb || !mcnDb->commit(&err)) {
-        mstrErr = mcnDb ? err : kClosed;
-        return false;
-    }
-    return true;
+    return transaction(&Connection::commit);
 }
 
 bool clsDbClass::RollbackTns()
 {
-    QString err;
-    if (!mcnDb || !mcnDb->rollback(&err)) {
-        mstrErr = mcnDb ? err : kClosed;
-        return false;
-    }
-    return true;
+    return transaction(&Connection::rollback);
 }
 
 } // namespace pel

@@ -36,6 +36,8 @@ public:
     std::shared_ptr<Connection> connection() const { return mcnDb; }
 
 private:
+    bool transaction(bool (Connection::*step)(QString*));
+
     std::shared_ptr<Connection> mcnDb;
     QString mstrConnect;
     QString mstrErr;

@@ -126,12 +126,8 @@ bool Recordset::isNewRow() const
 
 bool Recordset::addNew(QString* error)
 {
-    if (!edit_) {
-        lastError_ = QStringLiteral("Current Recordset does not support updating.");
-        if (error)
-            *error = lastError_;
-        return false;
-    }
+    if (!edit_)
+        return fail(QStringLiteral("Current Recordset does not support updating."), error);
     edit_->adding = true;
     edit_->buffered = true;
     edit_->buffer.assign(fields_.size(), QVariant());
@@ -140,15 +136,21 @@ bool Recordset::addNew(QString* error)
     return true;
 }
 
+bool Recordset::fail(const QString& message, QString* error)
+{
+    lastError_ = message;
+    if (error)
+        *error = message;
+    return false;
+}
+
 bool Recordset::setValue(const QString& name, const QVariant& v, QString* error)
 {
+    // a value the engine refuses makes the following Update fail, as the suite's recordsets do
     const auto fail = [&](const QString& e) {
-        lastError_ = e;
         if (edit_)
             edit_->pendingError = e;
-        if (error)
-            *error = e;
-        return false;
+        return this->fail(e, error);
     };
     if (!open_)
         return fail(QStringLiteral("Operation is not allowed when the object is closed."));
@@ -177,12 +179,7 @@ bool Recordset::setValue(const QString& name, const QVariant& v, QString* error)
 
 bool Recordset::update(QString* error)
 {
-    const auto fail = [&](const QString& e) {
-        lastError_ = e;
-        if (error)
-            *error = e;
-        return false;
-    };
+    const auto fail = [&](const QString& e) { return this->fail(e, error); };
     if (!open_)
         return fail(QStringLiteral("Operation is not allowed when the object is closed."));
     if (!edit_)

@@ -68,6 +68,8 @@ public:
     void makeEditable(std::unique_ptr<EditState> edit);
 
 private:
+    bool fail(const QString& message, QString* error);
+
     bool open_ = false;
     QString source_;
     std::vector<FieldInfo> fields_;

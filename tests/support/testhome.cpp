@@ -92,7 +92,9 @@ TestHome::~TestHome()
         QString ignored;
         adminExec(QStringLiteral("DROP DATABASE IF EXISTS %1 WITH (FORCE)").arg(database_), &ignored);
     }
-    qputenv("PEL008_HOME", previousHome_);
+    // a home made to replace this one has set the variable already
+    if (qgetenv("PEL008_HOME") == dir_.path().toLocal8Bit())
+        qputenv("PEL008_HOME", previousHome_);
 }
 
 QString TestHome::file(const QString& name) const
