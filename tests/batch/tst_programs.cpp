@@ -1,4 +1,6 @@
 // The executables as the suite and scripts run them.
+#include "jet/tool.h"
+
 #include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
@@ -51,6 +53,7 @@ private slots:
     void runnerSqlNamesFieldsAsTheSystem();
     void runnerExitCodes_data();
     void runnerExitCodes();
+    void suiteJetFileOpensThroughTheConnectionRule();
 
 private:
     QString pel008_, batch_;
@@ -143,6 +146,28 @@ void TstPrograms::runnerExitCodes()
     QVERIFY2(r.err.contains(stderrHas), qPrintable(r.err));
     if (args.value(1).startsWith(QLatin1String("update")))
         QCOMPARE(r.out, QStringLiteral("3\n"));
+}
+
+void TstPrograms::suiteJetFileOpensThroughTheConnectionRule()
+{
+    QTemporaryDir home;
+    const QString db = home.filePath(QStringLiteral("data1.dat"));
+    QVERIFY(QFile::copy(QStringLiteral(JET_CORPUS "/testV2000.mdb"), db));
+    QFile::setPermissions(db, QFile::ReadOwner | QFile::WriteOwner);
+    std::string error;
+    QVERIFY2(jet::setPassword(db.toStdString(), "VelQuarto", &error) == 0, error.c_str());
+    const QStringList sql{QStringLiteral("--home"), home.path(), QStringLiteral("sql"),
+                          QStringLiteral("select A, C, sum(D) from Table1 where C = 2 group by A, C")};
+    const Run ok = run(batch_, sql);
+    QVERIFY2(ok.code == 0, qPrintable(ok.err));
+    QCOMPARE(ok.out, QStringLiteral("A,C,Expr1000\nabcdefg,2,222\n"));
+    const Run listed = run(batch_, {QStringLiteral("jet"), db, QStringLiteral("--password"), QStringLiteral("VelQuarto")});
+    QVERIFY2(listed.code == 0 && listed.out.contains(QStringLiteral("Table1\t")), qPrintable(listed.err));
+
+    QVERIFY(jet::setPassword(db.toStdString(), "another", &error) == 0);
+    const Run refused = run(batch_, sql);
+    QCOMPARE(refused.code, 1);
+    QVERIFY2(refused.err.contains(QStringLiteral("password"), Qt::CaseInsensitive), qPrintable(refused.err));
 }
 
 QTEST_GUILESS_MAIN(TstPrograms)
