@@ -42,10 +42,11 @@ public:
     {
         c_ = Connection::create();
         QString err;
+        const QString statement = backend == test::Backend::Postgres
+                                      ? QStringLiteral("LOCK TABLE offset IN ACCESS EXCLUSIVE MODE")
+                                      : QStringLiteral("UPDATE offset SET hight = hight WHERE kubun = -1");
         ok_ = c_->open(fnConnectString(0, QStringLiteral("data1.dat")), &err) && c_->begin(&err) &&
-              c_->executeRaw(backend == test::Backend::Postgres ? QStringLiteral("LOCK TABLE offset IN ACCESS EXCLUSIVE MODE")
-                                                                : QStringLiteral("UPDATE offset SET hight = hight WHERE kubun = -1"),
-                             {}, &err);
+              c_->executeRaw(c_->dialect().adapt(statement), {}, &err);
         if (!ok_)
             qWarning("%s", qPrintable(err));
     }
@@ -88,7 +89,7 @@ void OffsetTest::init()
         QSKIP("PEL008_TEST_PG is not set");
     home_ = std::make_unique<test::TestHome>();
     QVERIFY2(home_->ok(), qPrintable(home_->error()));
-    QVERIFY(home_->exec({QStringLiteral("INSERT INTO offset (kubun, code, top, left, hight) VALUES (2, 7, 1.5, -2, 12.3)")}));
+    QVERIFY(home_->exec({QStringLiteral("INSERT INTO offset VALUES (2, 7, 1.5, -2, 12.3)")}));
     QVERIFY(fnOpenDB(1));
 }
 
@@ -176,11 +177,11 @@ void OffsetTest::saveCreatesMissingRow()
     QCOMPARE(home_->scalar(QStringLiteral("select count(*)") + row), QStringLiteral("1"));
     QCOMPARE(home_->scalar(QStringLiteral("select kubun") + row), QStringLiteral("2"));
     QCOMPARE(home_->scalar(QStringLiteral("select code") + row), QStringLiteral("8"));
-    QCOMPARE(home_->scalar(QStringLiteral("select top") + row), QStringLiteral("3.5"));
-    QCOMPARE(home_->scalar(QStringLiteral("select left") + row), QStringLiteral("-1"));
+    QCOMPARE(home_->scalar(QStringLiteral("select [top]") + row), QStringLiteral("3.5"));
+    QCOMPARE(home_->scalar(QStringLiteral("select [left]") + row), QStringLiteral("-1"));
     QCOMPARE(home_->scalar(QStringLiteral("select hight") + row), QStringLiteral("0"));
     // The row that was there is untouched.
-    QCOMPARE(home_->scalar(QStringLiteral("select top from offset where kubun = 2 and code = 7")),
+    QCOMPARE(home_->scalar(QStringLiteral("select [top] from offset where kubun = 2 and code = 7")),
              QStringLiteral("1.5"));
 }
 
@@ -197,7 +198,7 @@ void OffsetTest::saveUpdatesRowByKeyboard()
     QCOMPARE(QApplication::focusWidget(), o.dialog.cmdOk);
     QTest::keyClick(o.dialog.cmdOk, Qt::Key_Return);
     QCOMPARE(o.dialog.result(), int(QDialog::Accepted));
-    QCOMPARE(home_->scalar(QStringLiteral("select top from offset where kubun = 2 and code = 7")), QStringLiteral("30"));
+    QCOMPARE(home_->scalar(QStringLiteral("select [top] from offset where kubun = 2 and code = 7")), QStringLiteral("30"));
     QCOMPARE(home_->scalar(QStringLiteral("select hight from offset where kubun = 2 and code = 7")).left(4),
              QStringLiteral("12.3"));
     QCOMPARE(home_->scalar(QStringLiteral("select count(*) from offset")), QStringLiteral("1"));
