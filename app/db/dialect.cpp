@@ -307,9 +307,12 @@ public:
             if (tok.kind == Token::Bracketed) {
                 replacement = quote(tok.text.toLower());
             } else if (tok.kind == Token::Word && reserved.contains(tok.text.toLower())) {
-                const bool keywordUse = i + 1 < t.size() && (t[i + 1].is("join") || t[i + 1].is("outer") ||
-                                                             t[i + 1].isSym('(') || t[i + 1].kind == Token::Number ||
-                                                             t[i + 1].kind == Token::Param);
+                // after FROM, INTO, UPDATE, JOIN or TABLE it names a table, whatever follows
+                const bool tableName = i > 0 && (t[i - 1].is("from") || t[i - 1].is("into") || t[i - 1].is("update") ||
+                                                 t[i - 1].is("join") || t[i - 1].is("table"));
+                const bool keywordUse = !tableName && i + 1 < t.size() &&
+                                        (t[i + 1].is("join") || t[i + 1].is("outer") || t[i + 1].isSym('(') ||
+                                         t[i + 1].kind == Token::Number || t[i + 1].kind == Token::Param);
                 if (!keywordUse)
                     replacement = quote(tok.text.toLower());
             }

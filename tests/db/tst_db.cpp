@@ -56,6 +56,7 @@ void TstDb::init()
         "insert into bunrui (kubun,code,name,jun) values (3,10,'コレクト',0)",
         "insert into bunrui (kubun,code,name,jun) values (3,2,'ゆうパック',1)",
         "insert into offset values (1,2,1.5,-2.5,0)",
+        "insert into offset (kubun, code, top, left, hight) values (1,3,0,0,4)",
     }));
 }
 
@@ -171,7 +172,7 @@ void TstDb::editOrAdd()
     QVERIFY(fnSetFields(rs, "top", "-30"));
     QVERIFY(rs.update());
     QCOMPARE(home_->scalar("select [top] from offset where kubun=4 and code=7"), QStringLiteral("-30"));
-    QCOMPARE(home_->scalar("select count(*) from offset"), QStringLiteral("2"));
+    QCOMPARE(home_->scalar("select count(*) from offset"), QStringLiteral("3"));
 }
 
 void TstDb::setFieldsEmptyText_data()
