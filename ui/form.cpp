@@ -1,5 +1,6 @@
 #include "ui/form.h"
 
+#include "app/db/dbglobals.h"
 #include "app/home.h"
 #include "app/inifile.h"
 #include "app/oplog.h"
@@ -65,6 +66,9 @@ void Form::unload()
         mclsDb.CloseDb();
     if (options_.operationLog)
         opeLog(windowTitle(), 9);
+    // a screen of the program also closes the global connection that start-up opened
+    if (options_.ownConnection)
+        fnCloseDB(1);
 }
 
 void Form::done(int result)

@@ -7,5 +7,3 @@ target_sources(pel008_gui PRIVATE
   ${CMAKE_CURRENT_LIST_DIR}/dateentry.cpp ${CMAKE_CURRENT_LIST_DIR}/dateentry.h
   ${CMAKE_CURRENT_LIST_DIR}/form.cpp ${CMAKE_CURRENT_LIST_DIR}/form.h
 )
-# The library is created before AUTOMOC is switched on at the top; its widgets need moc.
-set_target_properties(pel008_gui PROPERTIES AUTOMOC ON)

@@ -24,7 +24,7 @@ int lockWaitMs()
 {
     bool ok = false;
     const int ms = qEnvironmentVariableIntValue("PEL008_LOCK_WAIT_MS", &ok);
-    return ok && ms >= 0 ? ms : 1000;
+    return ok && ms >= 0 ? ms : 250;
 }
 
 QString errorText(const QSqlError& e)

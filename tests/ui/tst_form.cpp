@@ -1,0 +1,93 @@
+// The screen base: what every screen gets from it on load, while busy and on unload.
+#include "app/db/connection.h"
+#include "app/db/dbglobals.h"
+#include "app/inifile.h"
+#include "app/home.h"
+#include "tests/support/testhome.h"
+#include "ui/form.h"
+
+#include <QLineEdit>
+#include <QPushButton>
+#include <QTest>
+
+using namespace pel;
+
+namespace {
+
+class SampleForm : public Form {
+public:
+    SampleForm()
+    {
+        setWindowTitle(QStringLiteral("コンビニ収納代行　入金データ読込"));
+        useToolbar(QStringLiteral("1001-1000-0001"));
+        txtFname = new QLineEdit(body());
+        txtNote = new QLineEdit(body());
+        txtNote->setEnabled(false);
+        cmdOK = new QPushButton(QStringLiteral("ＯＫ"), body());
+    }
+    QLineEdit* txtFname;
+    QLineEdit* txtNote;
+    QPushButton* cmdOK;
+    long members = -1;
+    using Form::setBusy;
+    using Form::setIdle;
+
+protected:
+    void readSettings() override { txtFname->setText(getSetting(QStringLiteral("CvsRead"), QStringLiteral("ReadFile"))); }
+    void writeSettings() override { putSetting(QStringLiteral("CvsRead"), QStringLiteral("ReadFile"), txtFname->text()); }
+    void onLoad() override
+    {
+        Recordset rs;
+        if (mclsDb.DbSql(Sql("select * from member"), rs))
+            members = mclsDb.RecCnt();
+    }
+};
+
+bool enabled(Form& f, const char* key)
+{
+    return f.toolbar()->button(QString::fromLatin1(key))->isEnabled();
+}
+
+} // namespace
+
+class TstForm : public QObject {
+    Q_OBJECT
+private slots:
+    void loadBusyUnload();
+};
+
+void TstForm::loadBusyUnload()
+{
+    test::TestHome home;
+    QVERIFY2(home.ok(), qPrintable(home.error()));
+    QVERIFY(home.exec({"insert into member (code,name) values (1,'山田')"}));
+    fnPutIni(QStringLiteral("CvsRead"), QStringLiteral("ReadFile"), QStringLiteral("C:\\受信\\MT①.txt"), iniPath());
+    QVERIFY(fnOpenDB(1));
+
+    auto* form = new SampleForm;
+    form->load();
+    QCOMPARE(form->txtFname->text(), QStringLiteral("C:\\受信\\MT①.txt"));
+    QCOMPARE(form->members, 1L);
+    QCOMPARE(home.scalar("select syori from operatlog where kubun=0"), form->windowTitle());
+
+    form->setBusy(QStringLiteral("0000-0100-0000"));
+    QVERIFY(!form->txtFname->isEnabled() && !form->cmdOK->isEnabled());
+    QVERIFY(enabled(*form, "F6") && !enabled(*form, "F1") && !enabled(*form, "F12"));
+    form->setIdle(QStringLiteral("1000-0000-0001"));
+    QVERIFY(form->txtFname->isEnabled() && form->cmdOK->isEnabled());
+    QVERIFY(!form->txtNote->isEnabled()); // what was off before stays off
+    QVERIFY(enabled(*form, "F1") && !enabled(*form, "F6") && enabled(*form, "F12"));
+
+    form->txtFname->setText(QStringLiteral("D:\\新しい=名前.txt"));
+    form->done(0);
+    QString v;
+    fnGetIni(QStringLiteral("CvsRead"), QStringLiteral("ReadFile"), QString(), v, 1024, iniPath());
+    QCOMPARE(v, QStringLiteral("D:\\新しい=名前.txt"));
+    QCOMPARE(home.scalar("select count(*) from operatlog where kubun=9"), QStringLiteral("1"));
+    QVERIFY(!gcnData); // the global connection is closed with the screen
+    delete form;
+    QCOMPARE(home.scalar("select count(*) from operatlog"), QStringLiteral("2")); // unload runs once
+}
+
+QTEST_MAIN(TstForm)
+#include "tst_form.moc"
