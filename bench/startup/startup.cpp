@@ -123,17 +123,22 @@ int main(int argc, char** argv)
     // One warm-up each so that both start from a warm file cache, then alternate.
     runOnce({bare});
     runOnce(program);
-    std::vector<double> bareMs, progMs;
+    // The same window with one line of Japanese text: what drawing any text costs (font configuration, a CJK
+    // font), which the empty window never pays.
+    const std::vector<std::string> textWindow{bare, "--text"};
+    std::vector<double> bareMs, progMs, textMs;
     long bareRss = 0, progRss = 0;
     int failed = 0;
     for (int i = 0; i < runs; ++i) {
         const Run b = runOnce({bare});
+        const Run t = runOnce(textWindow);
         const Run p = runOnce(program);
-        if (b.ms < 0 || p.ms < 0) {
+        if (b.ms < 0 || p.ms < 0 || t.ms < 0) {
             ++failed;
             continue;
         }
         bareMs.push_back(b.ms);
+        textMs.push_back(t.ms);
         progMs.push_back(p.ms);
         bareRss = std::max(bareRss, b.rssKiB);
         progRss = std::max(progRss, p.rssKiB);
@@ -149,6 +154,8 @@ int main(int argc, char** argv)
     const double bm = median(bareMs), pm = median(progMs);
     std::printf("first screen: %.1f ms   bare window: %.1f ms   ratio %.2f (goal <= 1.3)   runs %zu\n", pm, bm,
                 pm / bm, progMs.size());
+    const double tm = median(textMs);
+    std::printf("              text window: %.1f ms   ratio %.2f   (the empty window draws no text)\n", tm, pm / tm);
     std::printf("peak resident: %.1f MiB (goal <= 80)   bare window: %.1f MiB\n", progRss / 1024.0,
                 bareRss / 1024.0);
     return 0;
