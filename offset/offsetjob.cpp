@@ -1,6 +1,5 @@
 #include "offset/offsetjob.h"
 
-#include "app/db/connection.h"
 #include "app/db/dbglobals.h"
 #include "ui/textrules.h"
 
@@ -26,14 +25,11 @@ std::optional<OffsetValues> OffsetJob::read() const
 
 bool OffsetJob::saveOnce(const QString& top, const QString& left, const QString& hight)
 {
-    // The lock is tried again at once by the caller: a failure here is never shown.
-    if (!gcnData || !gcnData->isOpen())
-        return false;
+    // A record another program holds opens all the same; its Update fails and the caller tries again at once.
     Recordset rs;
     QString err;
-    if (!gcnData->queryForEdit(Sql("select * from offset where kubun = ") + Sql::n(kind_) + " And code = " +
-                                   Sql::n(code_),
-                               rs, &err))
+    fnOpenRs(rs, Sql("select * from offset where kubun = ") + Sql::n(kind_) + " And code = " + Sql::n(code_), true, 1);
+    if (!rs.isOpen())
         return false;
     if (rs.isNewRow()) {
         if (!fnSetFields(rs, QStringLiteral("kubun"), QString::number(kind_)) ||

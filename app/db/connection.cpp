@@ -293,18 +293,27 @@ bool Connection::queryForEdit(const Sql& sql, Recordset& rs, QString* error)
         *error = QStringLiteral("Operation must use an updateable query.");
         return false;
     }
+    // As on the suite's engine, a record another connection holds still opens; its Update then fails.
     bool implicitTx = false;
-    if (!startEditLock(&implicitTx, error))
-        return false;
+    QString lockConflict;
     QSqlQuery q;
-    if (!statement(dialect_->forEdit(b.text), b.values, &q, error)) {
+    if (!startEditLock(&implicitTx, error)) {
+        if (!dialect_->isLockConflict(*error))
+            return false;
+        lockConflict = *error;
+    } else if (!statement(dialect_->forEdit(b.text), b.values, &q, error)) {
         q = QSqlQuery();
         if (implicitTx) {
             QString ignored;
             endEditLock(false, &ignored);
+            implicitTx = false;
         }
-        return false;
+        if (!dialect_->isLockConflict(*error))
+            return false;
+        lockConflict = *error;
     }
+    if (!lockConflict.isEmpty() && !statement(dialect_->forEdit(b.text, false), b.values, &q, error))
+        return false;
     const QSqlRecord rec = q.record();
     const int n = rec.count() - 1;
     std::vector<std::vector<QVariant>> rows;
@@ -330,6 +339,7 @@ bool Connection::queryForEdit(const Sql& sql, Recordset& rs, QString* error)
     edit->table = table;
     edit->rowids = std::move(rowids);
     edit->implicitTx = implicitTx;
+    edit->lockConflict = lockConflict;
     rs.makeEditable(std::move(edit));
     if (empty)
         rs.addNew();

@@ -277,7 +277,7 @@ namespace {
 class SqliteDialect final : public Dialect {
 public:
     QString adapt(const QString& sql) const override { return sql; }
-    QString forEdit(const QString& sql) const override
+    QString forEdit(const QString& sql, bool) const override
     {
         const auto t = tokenize(sql);
         const size_t sel = findTop(t, 0, [](const Token& x) { return x.is("select"); });
@@ -288,6 +288,11 @@ public:
     }
     QString quote(const QString& name) const override { return QLatin1Char('"') + name + QLatin1Char('"'); }
     QString rowIdColumn() const override { return QStringLiteral("rowid"); }
+    bool isLockConflict(const QString& error) const override
+    {
+        return error.contains(QLatin1String("database is locked")) ||
+               error.contains(QLatin1String("database table is locked"));
+    }
 };
 
 class PostgresDialect final : public Dialect {
@@ -325,7 +330,7 @@ public:
         out += sql.mid(copied);
         return out;
     }
-    QString forEdit(const QString& sql) const override
+    QString forEdit(const QString& sql, bool lock) const override
     {
         const QString a = adapt(sql);
         const auto t = tokenize(a);
@@ -336,7 +341,12 @@ public:
         QString s = a.left(at) + QStringLiteral(" ctid AS \"__rowid\",") + a.mid(at);
         while (s.endsWith(QLatin1Char(';')) || s.endsWith(QLatin1Char(' ')))
             s.chop(1);
-        return s + QStringLiteral(" FOR UPDATE");
+        return lock ? s + QStringLiteral(" FOR UPDATE") : s;
+    }
+    bool isLockConflict(const QString& error) const override
+    {
+        return error.contains(QLatin1String("lock timeout")) || error.contains(QLatin1String("could not obtain lock")) ||
+               error.contains(QLatin1String("(55P03)"));
     }
     QString quote(const QString& name) const override { return QLatin1Char('"') + name.toLower() + QLatin1Char('"'); }
     QString rowIdColumn() const override { return QStringLiteral("ctid"); }

@@ -40,8 +40,10 @@ public:
     virtual ~Dialect() = default;
     // The statement (with '?' placeholders) as this backend takes it.
     virtual QString adapt(const QString& sql) const = 0;
-    // A select opened for editing: adds the row identity as the first column and the row lock.
-    virtual QString forEdit(const QString& sql) const = 0;
+    // A select opened for editing: adds the row identity as the first column and, with lock, the row lock.
+    virtual QString forEdit(const QString& sql, bool lock = true) const = 0;
+    // True for an error that says another connection holds the row or the database locked.
+    virtual bool isLockConflict(const QString& error) const = 0;
     // Quoting of an identifier in statements the layer writes itself.
     virtual QString quote(const QString& name) const = 0;
     virtual QString rowIdColumn() const = 0;

@@ -20,6 +20,7 @@ struct Recordset::EditState {
     bool buffered = false;
     QString pendingError; // a value that did not convert: Update fails with it
     bool broken = false;  // a failed write ended the lock
+    QString lockConflict; // another connection held the row when it was opened: Update fails with this
 };
 
 } // namespace pel

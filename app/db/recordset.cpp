@@ -186,6 +186,8 @@ bool Recordset::update(QString* error)
         return fail(QStringLiteral("Current Recordset does not support updating."));
     if (!edit_->pendingError.isEmpty())
         return fail(edit_->pendingError);
+    if (!edit_->lockConflict.isEmpty())
+        return fail(edit_->lockConflict);
     if (edit_->broken)
         return fail(QStringLiteral("The record is no longer locked for editing; open it again."));
     if (!edit_->buffered)

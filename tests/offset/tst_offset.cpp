@@ -35,7 +35,8 @@ struct Opened {
     }
 };
 
-// Another connection holding a write lock on the offsets for as long as it lives.
+// Another connection holding the offsets of kind 2, code 7 for as long as it lives: on SQLite the database's write
+// lock, on PostgreSQL the row itself.
 class Locker {
 public:
     explicit Locker(test::Backend backend)
@@ -43,7 +44,7 @@ public:
         c_ = Connection::create();
         QString err;
         const QString statement = backend == test::Backend::Postgres
-                                      ? QStringLiteral("LOCK TABLE offset IN ACCESS EXCLUSIVE MODE")
+                                      ? QStringLiteral("SELECT * FROM offset WHERE kubun = 2 AND code = 7 FOR UPDATE")
                                       : QStringLiteral("UPDATE offset SET hight = hight WHERE kubun = -1");
         ok_ = c_->open(fnConnectString(0, QStringLiteral("data1.dat")), &err) && c_->begin(&err) &&
               c_->executeRaw(c_->dialect().adapt(statement), {}, &err);
@@ -207,7 +208,7 @@ void OffsetTest::saveUpdatesRowByKeyboard()
 void OffsetTest::saveAgainstLockedRow()
 {
     test::ScriptedDialogs dialogs;
-    Opened o(2, 8);
+    Opened o(2, 7);
     o.dialog.txtTop->setText(QStringLiteral("  4.0"));
     Locker lock(home_->backend());
     QVERIFY(lock.ok());
