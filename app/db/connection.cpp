@@ -240,6 +240,43 @@ bool Connection::ensureTx(bool write, QString* error)
     return true;
 }
 
+std::vector<std::vector<QVariant>> Connection::fetchAll(QSqlQuery& q, std::vector<QVariant>* rowids)
+{
+    const int first = rowids ? 1 : 0;
+    const int n = q.record().count() - first;
+    std::vector<std::vector<QVariant>> rows;
+    while (q.next()) {
+        if (rowids)
+            rowids->push_back(q.value(0));
+        std::vector<QVariant> row(static_cast<size_t>(n));
+        for (int i = 0; i < n; ++i)
+            row[static_cast<size_t>(i)] = q.value(first + i);
+        rows.push_back(std::move(row));
+    }
+    q = QSqlQuery(); // finished before the catalogue is asked about the fields
+    return rows;
+}
+
+std::vector<FieldInfo> Connection::describe(const std::vector<Token>& tokens, const QSqlRecord& rec, int first,
+                                            const QString& table)
+{
+    const int n = rec.count() - first;
+    std::vector<FieldInfo> fields = resultFields(tokens, [this](const QString& t) { return columns(t); });
+    if (fields.size() == static_cast<size_t>(n))
+        return fields;
+    // beyond the small parser: the driver's names, unnamed expressions as the engine names them
+    fields.clear();
+    int expr = 0;
+    for (int i = first; i < rec.count(); ++i) {
+        QString name = rec.fieldName(i);
+        const auto t = tokenize(name);
+        if (!(t.size() == 1 && t[0].isName()))
+            name = QStringLiteral("Expr%1").arg(1000 + expr++);
+        fields.push_back({name, table, table.isEmpty() ? QString() : name, JetType::Unknown, 0});
+    }
+    return fields;
+}
+
 bool Connection::query(const Sql& sql, Recordset& rs, QString* error)
 {
     rs.close();
@@ -254,27 +291,8 @@ bool Connection::query(const Sql& sql, Recordset& rs, QString* error)
     if (!statement(dialect_->adapt(b.text), b.values, &q, error))
         return false;
     const QSqlRecord rec = q.record();
-    std::vector<std::vector<QVariant>> rows;
-    while (q.next()) {
-        std::vector<QVariant> row(static_cast<size_t>(rec.count()));
-        for (int i = 0; i < rec.count(); ++i)
-            row[static_cast<size_t>(i)] = q.value(i);
-        rows.push_back(std::move(row));
-    }
-    q = QSqlQuery();
-    std::vector<FieldInfo> fields =
-        resultFields(tokenize(b.text), [this](const QString& t) { return columns(t); });
-    if (fields.size() != static_cast<size_t>(rec.count())) {
-        fields.clear();
-        int expr = 0;
-        for (int i = 0; i < rec.count(); ++i) {
-            QString name = rec.fieldName(i);
-            const auto t = tokenize(name);
-            if (!(t.size() == 1 && t[0].isName()))
-                name = QStringLiteral("Expr%1").arg(1000 + expr++);
-            fields.push_back({name, QString(), QString(), JetType::Unknown, 0});
-        }
-    }
+    auto rows = fetchAll(q, nullptr);
+    std::vector<FieldInfo> fields = describe(tokenize(b.text), rec, 0, QString());
     rs.reset(sql.text(), std::move(fields), std::move(rows));
     return true;
 }
@@ -315,23 +333,9 @@ bool Connection::queryForEdit(const Sql& sql, Recordset& rs, QString* error)
     if (!lockConflict.isEmpty() && !statement(dialect_->forEdit(b.text, false), b.values, &q, error))
         return false;
     const QSqlRecord rec = q.record();
-    const int n = rec.count() - 1;
-    std::vector<std::vector<QVariant>> rows;
     std::vector<QVariant> rowids;
-    while (q.next()) {
-        rowids.push_back(q.value(0));
-        std::vector<QVariant> row(static_cast<size_t>(n));
-        for (int i = 0; i < n; ++i)
-            row[static_cast<size_t>(i)] = q.value(i + 1);
-        rows.push_back(std::move(row));
-    }
-    q = QSqlQuery();
-    std::vector<FieldInfo> fields = resultFields(tokens, [this](const QString& t) { return columns(t); });
-    if (fields.size() != static_cast<size_t>(n)) {
-        fields.clear();
-        for (int i = 0; i < n; ++i)
-            fields.push_back({rec.fieldName(i + 1), table, rec.fieldName(i + 1), JetType::Unknown, 0});
-    }
+    auto rows = fetchAll(q, &rowids);
+    std::vector<FieldInfo> fields = describe(tokens, rec, 1, table);
     const bool empty = rows.empty();
     rs.reset(sql.text(), std::move(fields), std::move(rows));
     auto edit = std::make_unique<Recordset::EditState>();

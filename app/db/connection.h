@@ -7,6 +7,7 @@
 #include <QHash>
 #include <QSqlDatabase>
 #include <QSqlQuery>
+#include <QSqlRecord>
 #include <QString>
 #include <memory>
 
@@ -60,6 +61,9 @@ private:
     bool run(const QString& sql, const QVariantList& values, bool forwardOnly, QSqlQuery* q, QString* error);
     bool statement(const QString& sql, const QVariantList& values, QSqlQuery* q, QString* error);
     bool openSqliteFile(const QString& path, const QString& password, QString* error);
+    static std::vector<std::vector<QVariant>> fetchAll(QSqlQuery& q, std::vector<QVariant>* rowids);
+    std::vector<FieldInfo> describe(const std::vector<Token>& tokens, const QSqlRecord& rec, int first,
+                                    const QString& table);
 
     QString name_;
     QSqlDatabase db_;
