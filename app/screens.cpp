@@ -6,7 +6,7 @@ namespace pel {
 
 void registerBuiltinScreens()
 {
-    // One line per screen as it lands, e.g. registerScreen(QStringLiteral("5"), [] { return makeReadCvsMt(); });
+    // One registerScreen call per screen as it lands: its number and a factory of its form.
 }
 
 } // namespace pel
