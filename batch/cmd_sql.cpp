@@ -26,9 +26,7 @@ int run(Context& ctx)
         ctx.err << db.ErrMsg() << Qt::endl;
         return Stopped;
     }
-    const auto tokens = tokenize(statement);
-    const bool rows = !tokens.empty() && (tokens.front().is("select") || tokens.front().isSym('('));
-    if (rows) {
+    if (returnsRows(statement)) {
         Recordset rs;
         if (!db.DbSql(Sql(statement), rs)) {
             ctx.err << db.ErrMsg() << Qt::endl;

@@ -64,6 +64,16 @@ QHash<QString, QString> parseConnectString(const QString& s)
 
 } // namespace
 
+QString fileNotFound(const QString& path)
+{
+    return QStringLiteral("Could not find file '%1'.").arg(path);
+}
+
+bool isFileNotFound(const QString& error)
+{
+    return error.startsWith(QLatin1String("Could not find file '"));
+}
+
 QString unrecognisedFormat(const QString& path)
 {
     return QStringLiteral("Unrecognized database format '%1'.").arg(path);
@@ -106,7 +116,7 @@ bool Connection::open(const QString& connectString, QString* error)
     const QString password = opts.value(QStringLiteral("jet oledb:database password"));
     QFile f(source);
     if (!QFileInfo(source).isFile() || !f.open(QIODevice::ReadOnly)) {
-        *error = QStringLiteral("Could not find file '%1'.").arg(source);
+        *error = fileNotFound(source);
         return false;
     }
     const QByteArray head = f.read(64);

@@ -87,6 +87,9 @@ private:
     QString prepareError_;
 };
 
+// The error text of an open that found no database file, and the test for it.
+QString fileNotFound(const QString& path);
+bool isFileNotFound(const QString& error);
 // The error text of a failed open when the file is neither SQLite nor Jet 4.
 QString unrecognisedFormat(const QString& path);
 

@@ -78,10 +78,7 @@ bool fnOpenDB(int kind)
         if ((*target)->open(connect, &err))
             return true;
         // A missing file leaves the connection closed; anything else is the engine's own error.
-        const bool missing = !connect.contains(QLatin1String("provider=PostgreSQL")) &&
-                             connect.contains(QLatin1String("Data Source=")) &&
-                             err.startsWith(QLatin1String("Could not find file"));
-        if (missing)
+        if (isFileNotFound(err))
             msgBox(QStringLiteral("データベースに接続できませんでした"), mb::OkOnly | mb::Exclamation, kProductTitle);
         else
             msgBox(err, mb::OkOnly | mb::Critical, kProductTitle);
@@ -131,9 +128,7 @@ QString fnExecSql(Recordset& rs, const Sql& sql, int kind)
     if (!c || !c->isOpen())
         return QStringLiteral("Operation is not allowed when the object is closed.");
     QString err;
-    const auto t = tokenize(bind(sql).text);
-    const bool rows = !t.empty() && t.front().is("select");
-    const bool ok = rows ? c->query(sql, rs, &err) : c->execute(sql, nullptr, &err);
+    const bool ok = returnsRows(sql.text()) ? c->query(sql, rs, &err) : c->execute(sql, nullptr, &err);
     return ok ? QString() : err;
 }
 

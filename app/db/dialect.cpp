@@ -66,6 +66,12 @@ std::vector<Token> tokenize(const QString& sql)
     return out;
 }
 
+bool returnsRows(const QString& sql)
+{
+    const auto t = tokenize(sql.left(64));
+    return !t.empty() && (t.front().is("select") || t.front().isSym('('));
+}
+
 namespace {
 
 bool isClauseEnd(const Token& t)

@@ -19,6 +19,8 @@ struct Token {
     bool isName() const { return kind == Word || kind == Quoted || kind == Bracketed; }
 };
 std::vector<Token> tokenize(const QString& sql);
+// True for a statement that returns rows (a select, also one in parentheses).
+bool returnsRows(const QString& sql);
 
 struct ColumnInfo {
     QString name;

@@ -19,7 +19,6 @@ public:
     Sql() = default;
     Sql(const char* fragment) : Sql(QString::fromUtf8(fragment)) {} // NOLINT: statements read as concatenations
     Sql(const QString& fragment);                                  // NOLINT
-    Sql(const char16_t* fragment) : Sql(QString::fromUtf16(fragment)) {} // NOLINT
 
     // A text value the system puts between single quotes: q("908997") reads as '908997'.
     static Sql q(const QString& value);
