@@ -1,11 +1,14 @@
 #pragma once
-// How a job (an export, an import, a save) reaches the user. The form implements it with dialogs and widgets,
-// the runner with command-line answers, tests with a scripted fake. Jobs never touch widgets.
+// How a job (an export, an import, a save) reaches the user. Every message and question, the database layer's own
+// included, goes through the dialog service in force (ui/dialogs.h): the program's message boxes, the runner's
+// stderr and --yes/--no, a test's script. The rest of a job's contact with the user is here: the form implements
+// it with its widgets, the runner on the command line, tests with a recording fake. Jobs never touch widgets.
 #include "ui/dialogs.h"
 #include "ui/msgcatalog.h"
 
 #include <QString>
 #include <QStringList>
+#include <optional>
 
 namespace pel {
 
@@ -13,16 +16,31 @@ class Interaction {
 public:
     virtual ~Interaction() = default;
 
-    // A catalogue question or message (fnMsg semantics; unknown key: nothing shown, 0).
-    virtual int msg(const QString& key, const QString& extra = QString(), bool yieldFirst = false)
+    // A catalogue question or message (fnMsg: unknown key shows nothing and answers 0).
+    int msg(const QString& key, const QString& extra = QString(), bool yieldFirst = false)
     {
-        return fnMsg(key, extra, yieldFirst);
+        if (yieldFirst)
+            yieldOnce();
+        return fnMsg(key, extra, false);
     }
     // A plain message box with the system's own text, style code and title.
-    virtual int messageBox(const QString& text, int style, const QString& title = kProductTitle)
+    int messageBox(const QString& text, int style, const QString& title = kProductTitle)
     {
         return dialogs().messageBox(text, style, title);
     }
+    // A folder or a file chosen mid-run; nullopt when the user cancels.
+    std::optional<QString> chooseFolder(const QString& title, const QString& start)
+    {
+        return dialogs().chooseFolder(title, start);
+    }
+    std::optional<QString> chooseFile(DialogService::FileChoice kind, const QString& title, const QString& start,
+                                      const QString& filter = QString())
+    {
+        return dialogs().chooseFile(kind, title, start, filter);
+    }
+
+    // The long run starts or ends: the screen locks its inputs (only F6 stays) and shows the hourglass.
+    virtual void lock(bool on) { (void)on; }
     // Progress of a long run, 0 to 100.
     virtual void progress(int percent) { (void)percent; }
     // The progress text line of the screen ("処理中・・・", "").

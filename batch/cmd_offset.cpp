@@ -1,9 +1,11 @@
 // offset get KIND CODE / offset set KIND CODE TOP LEFT HEIGHT: the print offsets of one form.
 #include "app/db/dbglobals.h"
 #include "batch/command.h"
+#include "batch/interaction.h"
 #include "offset/offsetjob.h"
 
 #include <QJsonObject>
+#include <QRegularExpression>
 
 namespace pel::batch {
 namespace {
@@ -35,10 +37,18 @@ int run(Context& ctx)
             rc = Stopped;
         }
     } else {
+        // Numbers only: a stray word would be saved as 0 by the dialog's field rule.
+        static const QRegularExpression number(QStringLiteral(R"(^\s*[+-]?(\d+\.?\d*|\.\d+)\s*$)"));
+        for (int i = 3; i < 6; ++i)
+            if (!number.match(ctx.args.at(i)).hasMatch()) {
+                fnCloseDB(1);
+                return ctx.usage(QStringLiteral("offset: TOP, LEFT and HEIGHT are numbers (-30.0 to 30.0): %1")
+                                     .arg(ctx.args.at(i)));
+            }
         // The values as the dialog's fields hold them once left.
         const QString top = OffsetJob::fieldText(ctx.args.at(3)), left = OffsetJob::fieldText(ctx.args.at(4)),
                       hight = OffsetJob::fieldText(ctx.args.at(5));
-        Interaction ui;
+        CommandInteraction ui(&ctx.out);
         const bool saved = job.save(top, left, hight, ui);
         ctx.summary(QJsonObject{{"saved", saved}, {"attempts", job.attempts()}, {"top", top.trimmed()},
                                 {"left", left.trimmed()}, {"hight", hight.trimmed()}});

@@ -3,6 +3,8 @@
 #include "app/db/dialect.h"
 #include "batch/command.h"
 
+#include <QJsonArray>
+
 namespace pel::batch {
 namespace {
 
@@ -28,23 +30,34 @@ int run(Context& ctx)
     }
     if (returnsRows(statement)) {
         Recordset rs;
-        if (!db.DbSql(Sql(statement), rs)) {
+        if (!db.DbSql(Sql::raw(statement), rs)) {
             ctx.err << db.ErrMsg() << Qt::endl;
             return Stopped;
         }
-        QStringList header;
-        for (const QString& n : rs.fieldNames())
-            header << csvField(n);
-        ctx.out << header.join(QLatin1Char(',')) << '\n';
-        for (; !rs.eof(); rs.moveNext()) {
-            QStringList line;
-            for (int i = 0; i < rs.fieldCount(); ++i)
-                line << csvField(rs.text(i));
-            ctx.out << line.join(QLatin1Char(',')) << '\n';
+        if (ctx.json) { // one form of output only: the JSON object
+            QJsonArray rows;
+            for (; !rs.eof(); rs.moveNext()) {
+                QJsonArray row;
+                for (int i = 0; i < rs.fieldCount(); ++i)
+                    row.append(rs.text(i));
+                rows.append(row);
+            }
+            ctx.summary({{QStringLiteral("fields"), QJsonArray::fromStringList(rs.fieldNames())},
+                         {QStringLiteral("rows"), rows}});
+        } else {
+            QStringList header;
+            for (const QString& n : rs.fieldNames())
+                header << csvField(n);
+            ctx.out << header.join(QLatin1Char(',')) << '\n';
+            for (; !rs.eof(); rs.moveNext()) {
+                QStringList line;
+                for (int i = 0; i < rs.fieldCount(); ++i)
+                    line << csvField(rs.text(i));
+                ctx.out << line.join(QLatin1Char(',')) << '\n';
+            }
         }
-        ctx.summary({{QStringLiteral("rows"), static_cast<qint64>(db.RecCnt())}});
     } else {
-        if (!db.DbSqlExec(Sql(statement))) {
+        if (!db.DbSqlExec(Sql::raw(statement))) {
             ctx.err << db.ErrMsg() << Qt::endl;
             return Stopped;
         }

@@ -7,6 +7,8 @@
 
 namespace pel::batch {
 
+class CommandLineDialogs;
+
 enum Exit : int {
     Done = 0,     // the job ran to its end
     Stopped = 1,  // a check of the job stopped it (its message says why)
@@ -25,6 +27,8 @@ struct Context {
     // Usage error: prints the message and the command's usage; returns UsageError.
     int usage(const QString& message) const;
     QString usageText;
+    // The runner's dialogs: a command sets the answers of the folder and file choices its job will ask for.
+    CommandLineDialogs* dialogs = nullptr;
 };
 
 struct Command {

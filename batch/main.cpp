@@ -1,5 +1,6 @@
 // pel008-batch: every job of the program without the GUI, with the same outcomes as the screens.
 #include "batch/command.h"
+#include "batch/interaction.h"
 #include "ui/dialogs.h"
 
 #include <QCoreApplication>
@@ -7,8 +8,6 @@
 #include <QJsonDocument>
 #include <map>
 
-#include <csignal>
-#include <cstdio>
 
 namespace pel::batch {
 namespace {
@@ -19,34 +18,6 @@ std::map<QString, Command>& registry()
     static std::map<QString, Command> r;
     return r;
 }
-
-// Every dialog the job would show goes to stderr as its exact text; questions get the --yes/--no answer.
-class CommandLineDialogs final : public DialogService {
-public:
-    CommandLineDialogs(QTextStream& err, bool yes) : err_(err), yes_(yes) {}
-    int messageBox(const QString& text, int style, const QString&) override
-    {
-        err_ << text << Qt::endl;
-        switch (mb::buttons(style)) {
-        case mb::YesNo:
-        case mb::YesNoCancel:
-            return yes_ ? answer::Yes : answer::No;
-        case mb::OkCancel:
-            return yes_ ? answer::Ok : answer::Cancel;
-        case mb::RetryCancel:
-        case mb::CancelTryContinue:
-            return answer::Cancel;
-        case mb::AbortRetryIgnore:
-            return answer::Abort;
-        default:
-            return answer::Ok;
-        }
-    }
-
-private:
-    QTextStream& err_;
-    bool yes_;
-};
 
 QString mainUsage()
 {
@@ -135,7 +106,7 @@ int main(int argc, char** argv)
     }
     CommandLineDialogs dialogs(err, yes);
     pel::setDialogService(&dialogs);
-    Context ctx{args.mid(1), yes, json, out, err, QString::fromUtf8(command->usage)};
+    Context ctx{args.mid(1), yes, json, out, err, QString::fromUtf8(command->usage), &dialogs};
     const int rc = command->run(ctx);
     out.flush();
     err.flush();

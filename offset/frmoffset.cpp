@@ -1,6 +1,7 @@
 #include "offset/frmoffset.h"
 
 #include "offset/offsetjob.h"
+#include "ui/forminteraction.h"
 
 #include <QFocusEvent>
 #include <QGridLayout>
@@ -11,9 +12,6 @@
 
 namespace pel {
 namespace {
-
-// The dialog's answers come from the message boxes in force.
-class DialogInteraction final : public Interaction {};
 
 QLineEdit* offsetBox(const QString& name, QWidget* parent)
 {
@@ -96,7 +94,7 @@ bool frmOffset::eventFilter(QObject* watched, QEvent* event)
 
 void frmOffset::cmdOk_Click()
 {
-    DialogInteraction ui;
+    FormInteraction ui(this, QString(), QString());
     OffsetJob job(kubun, code);
     if (job.save(txtTop->text(), txtLeft->text(), txtHight->text(), ui))
         accept();

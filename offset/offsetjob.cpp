@@ -1,6 +1,7 @@
 #include "offset/offsetjob.h"
 
 #include "app/db/dbglobals.h"
+#include "app/db/retry.h"
 #include "ui/textrules.h"
 
 #include <algorithm>
@@ -23,33 +24,24 @@ std::optional<OffsetValues> OffsetJob::read() const
     return v;
 }
 
-bool OffsetJob::saveOnce(const QString& top, const QString& left, const QString& hight)
-{
-    // A record another program holds opens all the same; its Update fails and the caller tries again at once.
-    Recordset rs;
-    QString err;
-    fnOpenRs(rs, Sql("select * from offset where kubun = ") + Sql::n(kind_) + " And code = " + Sql::n(code_), true, 1);
-    if (!rs.isOpen())
-        return false;
-    if (rs.isNewRow()) {
-        if (!fnSetFields(rs, QStringLiteral("kubun"), QString::number(kind_)) ||
-            !fnSetFields(rs, QStringLiteral("code"), QString::number(code_)))
-            return false;
-    }
-    return fnSetFields(rs, QStringLiteral("top"), top.trimmed()) &&
-           fnSetFields(rs, QStringLiteral("left"), left.trimmed()) &&
-           fnSetFields(rs, QStringLiteral("hight"), hight.trimmed()) && rs.update(&err);
-}
-
 bool OffsetJob::save(const QString& top, const QString& left, const QString& hight, Interaction& ui)
 {
-    for (attempts_ = 1; attempts_ <= kAttempts; ++attempts_) {
-        if (saveOnce(top, left, hight))
-            return true;
-    }
-    attempts_ = kAttempts;
-    ui.msg(QStringLiteral("記録エラー"), QString(), true);
-    return false;
+    // A record another program holds opens all the same; its Update fails and the save is tried again at once.
+    const Sql select = Sql("select * from offset where kubun = ") + Sql::n(kind_) + " And code = " + Sql::n(code_);
+    const auto fill = [&](Recordset& rs) {
+        if (rs.isNewRow() && (!fnSetFields(rs, QStringLiteral("kubun"), QString::number(kind_)) ||
+                              !fnSetFields(rs, QStringLiteral("code"), QString::number(code_))))
+            return false;
+        return fnSetFields(rs, QStringLiteral("top"), top.trimmed()) &&
+               fnSetFields(rs, QStringLiteral("left"), left.trimmed()) &&
+               fnSetFields(rs, QStringLiteral("hight"), hight.trimmed());
+    };
+    const RetryResult r =
+        retrySilently(kAttempts, [&](QString* error) { return editRecordGlobal(select, fill, error); });
+    attempts_ = r.attempts;
+    if (!r.ok)
+        ui.msg(QStringLiteral("記録エラー"), QString(), true);
+    return r.ok;
 }
 
 QString OffsetJob::format(double value, int width)

@@ -36,8 +36,6 @@ public:
     static QString fieldText(const QString& typed, int width = kFieldWidth);
 
 private:
-    bool saveOnce(const QString& top, const QString& left, const QString& hight);
-
     int kind_;
     int code_;
     int attempts_ = 0;

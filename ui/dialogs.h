@@ -2,6 +2,7 @@
 // The one way any code reaches the user with a modal message box. The program installs a Qt implementation,
 // the runner one that answers from its options, tests a scripted fake.
 #include <QString>
+#include <optional>
 
 namespace pel {
 
@@ -41,6 +42,21 @@ public:
     virtual int messageBox(const QString& text, int style, const QString& title) = 0;
     // Lets pending window messages run once (repaint before a dialog, yield inside long loops).
     virtual void processEvents() {}
+
+    enum class FileChoice { Open, Save };
+    // A folder the user picks, starting at start; nullopt when the user cancels.
+    virtual std::optional<QString> chooseFolder(const QString& title, const QString& start)
+    {
+        (void)title, (void)start;
+        return std::nullopt;
+    }
+    // A file to open or to save, starting at start, with a name filter ("テキスト (*.txt)"); nullopt on cancel.
+    virtual std::optional<QString> chooseFile(FileChoice kind, const QString& title, const QString& start,
+                                              const QString& filter)
+    {
+        (void)kind, (void)title, (void)start, (void)filter;
+        return std::nullopt;
+    }
 };
 
 // The service in force; never null (a silent one answering the default button until one is installed).

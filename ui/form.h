@@ -37,6 +37,12 @@ public:
 
     void done(int result) override;
 
+    // Busy: every input of the screen disabled and the toolbar at busyMask; idle again: inputs as they were and the
+    // toolbar at idleMask.
+    void setBusy(const QString& busyMask);
+    void setIdle(const QString& idleMask);
+    bool busy() const { return busy_; }
+
 protected:
     // The area under the toolbar where the screen puts its controls.
     QWidget* body() const { return body_; }
@@ -50,15 +56,10 @@ protected:
     // Other keys of the screen, after the common handling; return true when used.
     void setScreenKeys(FormKeys::ScreenKeys keys);
 
-    // Busy: every input of the screen disabled and the toolbar at busyMask; idle again: inputs as they were and the
-    // toolbar at idleMask.
-    void setBusy(const QString& busyMask);
-    void setIdle(const QString& idleMask);
-    bool busy() const { return busy_; }
 
     // Settings of mirabo.ini.
     QString getSetting(const QString& section, const QString& key, const QString& defaultValue = QString(),
-                       int size = 256) const;
+                       int size = 1024) const;
     bool putSetting(const QString& section, const QString& key, const QString& value) const;
 
     virtual void onLoad() {}

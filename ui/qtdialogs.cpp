@@ -4,6 +4,8 @@
 
 #include <QAbstractButton>
 #include <QApplication>
+#include <QDir>
+#include <QFileDialog>
 #include <QMessageBox>
 #include <QPushButton>
 
@@ -102,6 +104,28 @@ int QtDialogService::messageBox(const QString& text, int style, const QString& t
 void QtDialogService::processEvents()
 {
     QApplication::processEvents();
+}
+
+std::optional<QString> QtDialogService::chooseFolder(const QString& title, const QString& start)
+{
+    const QString dir = QFileDialog::getExistingDirectory(QApplication::activeWindow(), title, start);
+    if (dir.isEmpty())
+        return std::nullopt;
+    return QDir::toNativeSeparators(dir);
+}
+
+std::optional<QString> QtDialogService::chooseFile(FileChoice kind, const QString& title, const QString& start,
+                                                   const QString& filter)
+{
+    QWidget* parent = QApplication::activeWindow();
+    // Overwriting is the job's own question, not the dialog's.
+    const QString file = kind == FileChoice::Open
+                             ? QFileDialog::getOpenFileName(parent, title, start, filter)
+                             : QFileDialog::getSaveFileName(parent, title, start, filter, nullptr,
+                                                            QFileDialog::DontConfirmOverwrite);
+    if (file.isEmpty())
+        return std::nullopt;
+    return QDir::toNativeSeparators(file);
 }
 
 int StderrDialogService::messageBox(const QString& text, int style, const QString&)

@@ -25,6 +25,9 @@ class QtDialogService final : public DialogService {
 public:
     int messageBox(const QString& text, int style, const QString& title) override;
     void processEvents() override;
+    std::optional<QString> chooseFolder(const QString& title, const QString& start) override;
+    std::optional<QString> chooseFile(FileChoice kind, const QString& title, const QString& start,
+                                      const QString& filter) override;
 };
 
 // Text to stderr, default button answered, no window: for headless runs of the real program.

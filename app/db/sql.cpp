@@ -4,7 +4,7 @@
 
 namespace pel {
 
-Sql::Sql(const QString& fragment)
+Sql::Sql(const QString& fragment, Raw)
 {
     if (!fragment.isEmpty())
         parts_.push_back({Kind::Fragment, fragment});

@@ -112,7 +112,7 @@ void TstDb::unnamedAggregates()
     clsDbClass db;
     QVERIFY(db.OpenDb());
     Recordset rs;
-    QVERIFY2(db.DbSql(Sql(select), rs), qPrintable(db.ErrMsg()));
+    QVERIFY2(db.DbSql(Sql::raw(select), rs), qPrintable(db.ErrMsg()));
     QString f = field;
     QCOMPARE(fnGetFields(rs, f, index), value);
     QCOMPARE(f, readAs);
@@ -147,7 +147,7 @@ void TstDb::standardConversion()
     clsDbClass db;
     QVERIFY(db.OpenDb());
     Recordset rs;
-    QVERIFY2(db.DbSql(Sql(select), rs), qPrintable(db.ErrMsg()));
+    QVERIFY2(db.DbSql(Sql::raw(select), rs), qPrintable(db.ErrMsg()));
     QCOMPARE(rs.text(0), text);
 }
 
@@ -253,7 +253,7 @@ void TstDb::systemStatements()
     clsDbClass db;
     QVERIFY(db.OpenDb());
     Recordset rs;
-    QVERIFY2(db.DbSql(Sql(statement), rs), qPrintable(db.ErrMsg()));
+    QVERIFY2(db.DbSql(Sql::raw(statement), rs), qPrintable(db.ErrMsg()));
     QStringList row;
     for (int i = 0; i < rs.fieldCount(); ++i)
         row << rs.text(i);

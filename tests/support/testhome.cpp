@@ -126,7 +126,7 @@ QString TestHome::scalar(const QString& select)
     auto c = Connection::create();
     QString err;
     Recordset rs;
-    if (!c->open(fnConnectString(0, QStringLiteral("data1.dat")), &err) || !c->query(Sql(select), rs, &err)) {
+    if (!c->open(fnConnectString(0, QStringLiteral("data1.dat")), &err) || !c->query(Sql::raw(select), rs, &err)) {
         qWarning("%s", qPrintable(err));
         return QStringLiteral("<error>");
     }
@@ -147,13 +147,36 @@ int ScriptedDialogs::messageBox(const QString& text, int style, const QString& t
 {
     shown << title + QLatin1Char('|') + QString::number(style) + QLatin1Char('|') + text;
     styles << style;
-    if (steps_.isEmpty() || steps_.front().expected != text) {
+    if (steps_.isEmpty() || steps_.front().kind != Kind::Message || steps_.front().expected != text) {
         QTest::qFail(qPrintable(QStringLiteral("unexpected dialog: ") + text +
-                                (steps_.isEmpty() ? QString() : QStringLiteral(" (expected: ") + steps_.front().expected + QLatin1Char(')'))),
+                                (steps_.isEmpty() ? QString()
+                                                  : QStringLiteral(" (expected: ") + steps_.front().expected +
+                                                        QLatin1Char(')'))),
                      __FILE__, __LINE__);
         return defaultAnswer(style);
     }
     return steps_.takeFirst().answer;
+}
+
+std::optional<QString> ScriptedDialogs::choice(Kind kind, const QString& what)
+{
+    if (steps_.isEmpty() || steps_.front().kind != kind) {
+        QTest::qFail(qPrintable(QStringLiteral("unexpected choice: ") + what), __FILE__, __LINE__);
+        return std::nullopt;
+    }
+    return steps_.takeFirst().path;
+}
+
+std::optional<QString> ScriptedDialogs::chooseFolder(const QString&, const QString& start)
+{
+    shown << QStringLiteral("folder|") + start;
+    return choice(Kind::Folder, shown.back());
+}
+
+std::optional<QString> ScriptedDialogs::chooseFile(FileChoice, const QString&, const QString& start, const QString&)
+{
+    shown << QStringLiteral("file|") + start;
+    return choice(Kind::File, shown.back());
 }
 
 } // namespace pel::test

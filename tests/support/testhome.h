@@ -1,6 +1,7 @@
 #pragma once
 // Test fixtures: a program folder with a fresh data1.dat (SQLite) or a fresh PostgreSQL database, and a dialog
 // service that answers from a script and fails the test on a dialog nobody expected.
+#include "app/interaction.h"
 #include "ui/dialogs.h"
 
 #include <QList>
@@ -8,6 +9,7 @@
 #include <QStringList>
 #include <QTemporaryDir>
 #include <memory>
+#include <optional>
 
 namespace pel::test {
 
@@ -43,22 +45,49 @@ private:
 
 class ScriptedDialogs : public DialogService {
 public:
+    enum class Kind { Message, Folder, File };
     struct Step {
-        QString expected; // the exact text the dialog must show
+        Kind kind;
+        QString expected; // the exact text the dialog must show (messages)
         int answer;
+        std::optional<QString> path; // folder/file answer; nullopt = cancelled
     };
     ScriptedDialogs();
     ~ScriptedDialogs() override;
-    void expect(const QString& text, int answer) { steps_.append({text, answer}); }
+    void expect(const QString& text, int answer) { steps_.append({Kind::Message, text, answer, std::nullopt}); }
+    void expectFolder(const std::optional<QString>& folder) { steps_.append({Kind::Folder, {}, 0, folder}); }
+    void expectFile(const std::optional<QString>& file) { steps_.append({Kind::File, {}, 0, file}); }
     int messageBox(const QString& text, int style, const QString& title) override;
-    // Every dialog shown, as "title|style|text".
+    std::optional<QString> chooseFolder(const QString& title, const QString& start) override;
+    std::optional<QString> chooseFile(FileChoice kind, const QString& title, const QString& start,
+                                      const QString& filter) override;
+    // Every dialog shown, as "title|style|text"; folder and file choices as "folder|start" and "file|start".
     QStringList shown;
     QList<int> styles;
     bool done() const { return steps_.isEmpty(); }
 
 private:
+    std::optional<QString> choice(Kind kind, const QString& what);
     QList<Step> steps_;
     DialogService* previous_;
+};
+
+// A job's user as a test sees it: rows, progress and statuses recorded; cancel after a number of yields.
+class RecordingInteraction : public Interaction {
+public:
+    void lock(bool on) override { locks << on; }
+    void progress(int percent) override { progressValues << percent; }
+    void status(const QString& text) override { statuses << text; }
+    void yieldOnce() override { ++yields; }
+    void resultRow(const QStringList& row) override { rows << row; }
+    bool cancelRequested() override { return cancelAfterYields >= 0 && yields >= cancelAfterYields; }
+
+    QList<bool> locks;
+    QList<int> progressValues;
+    QStringList statuses;
+    QList<QStringList> rows;
+    int yields = 0;
+    int cancelAfterYields = -1; // -1: never
 };
 
 } // namespace pel::test
