@@ -112,6 +112,30 @@ QString quoted(const QString& n)
     return QLatin1Char('"') + n + QLatin1Char('"');
 }
 
+// SQLite stores whatever it is given; the suite's engine refuses a text in a number or date column and a text
+// longer than its column. The engine's error texts are given for these checks by the connection.
+QString sqliteCheck(const SchemaColumn& c)
+{
+    const QString n = quoted(c.name);
+    switch (c.type) {
+    case JetType::Text:
+        return QStringLiteral(" CHECK (length(%1) <= %2)").arg(n).arg(c.size);
+    case JetType::Boolean:
+    case JetType::Byte:
+    case JetType::Integer:
+    case JetType::Long:
+    case JetType::Currency:
+    case JetType::Single:
+    case JetType::Double:
+    case JetType::Decimal:
+        return QStringLiteral(" CHECK (typeof(%1) IN ('integer','real','null'))").arg(n);
+    case JetType::DateTime:
+        return QStringLiteral(" CHECK (%1 IS NULL OR %1 GLOB '[0-9][0-9][0-9][0-9][/-][0-9]*')").arg(n);
+    default:
+        return QString();
+    }
+}
+
 QString quotedList(const QStringList& names)
 {
     QStringList q;
@@ -147,9 +171,8 @@ QStringList schemaStatements(bool postgres)
                 d += QStringLiteral(" NOT NULL");
             if (!c.defaultValue.isEmpty())
                 d += QStringLiteral(" DEFAULT ") + c.defaultValue;
-            // SQLite does not hold a text to its declared size; the suite's engine refuses a longer text.
-            if (!postgres && c.type == JetType::Text)
-                d += QStringLiteral(" CHECK (length(%1) <= %2)").arg(quoted(c.name)).arg(c.size);
+            if (!postgres)
+                d += sqliteCheck(c);
             defs << d;
         }
         if (!t.primaryKey.isEmpty())
