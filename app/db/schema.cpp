@@ -117,23 +117,13 @@ QString quoted(const QString& n)
 QString sqliteCheck(const SchemaColumn& c)
 {
     const QString n = quoted(c.name);
-    switch (c.type) {
-    case JetType::Text:
-        return QStringLiteral(" CHECK (length(%1) <= %2)").arg(n).arg(c.size);
-    case JetType::Boolean:
-    case JetType::Byte:
-    case JetType::Integer:
-    case JetType::Long:
-    case JetType::Currency:
-    case JetType::Single:
-    case JetType::Double:
-    case JetType::Decimal:
+    if (isNumeric(c.type) || c.type == JetType::Boolean)
         return QStringLiteral(" CHECK (typeof(%1) IN ('integer','real','null'))").arg(n);
-    case JetType::DateTime:
+    if (c.type == JetType::Text)
+        return QStringLiteral(" CHECK (length(%1) <= %2)").arg(n).arg(c.size);
+    if (c.type == JetType::DateTime)
         return QStringLiteral(" CHECK (%1 IS NULL OR %1 GLOB '[0-9][0-9][0-9][0-9][/-][0-9]*')").arg(n);
-    default:
-        return QString();
-    }
+    return QString();
 }
 
 QString quotedList(const QStringList& names)
