@@ -4,15 +4,15 @@
 #include "jet/sqlite_attach.h"
 
 #include <QCoreApplication>
-#include <QFile>
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QSet>
-#include <QStorageInfo>
 #include <QSqlDriver>
 #include <QSqlError>
 #include <QSqlQuery>
 #include <QSqlRecord>
+#include <QStorageInfo>
 
 #include <sqlite3.h>
 
@@ -135,9 +135,9 @@ bool realNetworkProbe(const QString& folder)
     const std::wstring root = native.left(3).toStdWString();
     return GetDriveTypeW(root.c_str()) == DRIVE_REMOTE;
 #else
-    static const QSet<QByteArray> network = {"nfs", "nfs4", "cifs", "smb", "smb2", "smb3", "smbfs", "9p", "afs",
-                                             "ceph", "glusterfs", "lustre", "ncpfs", "fuse.sshfs", "davfs",
-                                             "fuse.davfs2", "fuse.glusterfs"};
+    static const QSet<QByteArray> network = {"nfs",   "nfs4",       "cifs",  "smb",         "smb2",          "smb3",
+                                             "smbfs", "9p",         "afs",   "ceph",        "glusterfs",     "lustre",
+                                             "ncpfs", "fuse.sshfs", "davfs", "fuse.davfs2", "fuse.glusterfs"};
     return network.contains(QStorageInfo(folder).fileSystemType());
 #endif
 }
@@ -171,10 +171,7 @@ QString unrecognisedFormat(const QString& path)
     return QStringLiteral("Unrecognized database format '%1'.").arg(path);
 }
 
-Connection::Connection()
-    : name_(QStringLiteral("pel008-%1").arg(++gConnectionSerial)), dialect_(makeSqliteDialect())
-{
-}
+Connection::Connection() : name_(QStringLiteral("pel008-%1").arg(++gConnectionSerial)), dialect_(makeSqliteDialect()) {}
 
 Connection::~Connection()
 {
@@ -634,10 +631,10 @@ std::vector<ColumnInfo> Connection::columns(const QString& table)
     std::vector<ColumnInfo> cols;
     QSqlQuery q(db_);
     if (backend_ == Backend::Postgres) {
-        q.prepare(QStringLiteral(
-            "select column_name, data_type, character_maximum_length, numeric_precision, numeric_scale "
-            "from information_schema.columns where table_schema = current_schema() and table_name = ? "
-            "order by ordinal_position"));
+        q.prepare(
+            QStringLiteral("select column_name, data_type, character_maximum_length, numeric_precision, numeric_scale "
+                           "from information_schema.columns where table_schema = current_schema() and table_name = ? "
+                           "order by ordinal_position"));
         q.addBindValue(key);
         if (q.exec())
             while (q.next()) {
@@ -673,9 +670,9 @@ BulkInsert::BulkInsert(Connection& connection, const QString& table, const QStri
         quoted << connection.dialect().quote(c);
         marks << QStringLiteral("?");
     }
-    prepared_ = query_.prepare(QStringLiteral("INSERT INTO %1 (%2) VALUES (%3)")
-                                   .arg(connection.dialect().quote(table), quoted.join(QLatin1Char(',')),
-                                        marks.join(QLatin1Char(','))));
+    prepared_ = query_.prepare(
+        QStringLiteral("INSERT INTO %1 (%2) VALUES (%3)")
+            .arg(connection.dialect().quote(table), quoted.join(QLatin1Char(',')), marks.join(QLatin1Char(','))));
     if (!prepared_)
         prepareError_ = errorText(query_.lastError());
 }

@@ -209,9 +209,10 @@ bool Recordset::update(QString* error)
         QStringList marks;
         for (qsizetype i = 0; i < cols.size(); ++i)
             marks << QStringLiteral("?");
-        sql = cols.isEmpty() ? QStringLiteral("INSERT INTO %1 DEFAULT VALUES").arg(d.quote(edit_->table))
-                             : QStringLiteral("INSERT INTO %1 (%2) VALUES (%3)")
-                                   .arg(d.quote(edit_->table), cols.join(QLatin1Char(',')), marks.join(QLatin1Char(',')));
+        sql = cols.isEmpty()
+                  ? QStringLiteral("INSERT INTO %1 DEFAULT VALUES").arg(d.quote(edit_->table))
+                  : QStringLiteral("INSERT INTO %1 (%2) VALUES (%3)")
+                        .arg(d.quote(edit_->table), cols.join(QLatin1Char(',')), marks.join(QLatin1Char(',')));
     } else {
         if (cols.isEmpty())
             return true;

@@ -50,10 +50,11 @@ Schema parse()
     text.remove(comment);
     static const QRegularExpression createTable(QStringLiteral(R"(^\s*CREATE\s+TABLE\s+(\w+)\s*\((.*)\)\s*$)"),
                                                 QRegularExpression::DotMatchesEverythingOption);
-    static const QRegularExpression createIndex(QStringLiteral(R"(^\s*CREATE\s+INDEX\s+(\w+)\s+ON\s+(\w+)\s*\((.*)\)\s*$)"),
-                                                QRegularExpression::DotMatchesEverythingOption);
-    static const QRegularExpression column(
-        QStringLiteral(R"(^(\w+)\s+(\w+(?:\s*\(\s*\d+\s*\))?)(.*)$)"), QRegularExpression::DotMatchesEverythingOption);
+    static const QRegularExpression createIndex(
+        QStringLiteral(R"(^\s*CREATE\s+INDEX\s+(\w+)\s+ON\s+(\w+)\s*\((.*)\)\s*$)"),
+        QRegularExpression::DotMatchesEverythingOption);
+    static const QRegularExpression column(QStringLiteral(R"(^(\w+)\s+(\w+(?:\s*\(\s*\d+\s*\))?)(.*)$)"),
+                                           QRegularExpression::DotMatchesEverythingOption);
     static const QRegularExpression defaultRe(QStringLiteral(R"(DEFAULT\s+('[^']*'|[-\w.]+))"));
     for (const QString& stmt : text.split(QLatin1Char(';'), Qt::SkipEmptyParts)) {
         if (stmt.trimmed().isEmpty())
@@ -93,17 +94,27 @@ Schema parse()
 QString pgType(const SchemaColumn& c)
 {
     switch (c.type) {
-    case JetType::Boolean: return QStringLiteral("boolean");
+    case JetType::Boolean:
+        return QStringLiteral("boolean");
     case JetType::Byte:
-    case JetType::Integer: return QStringLiteral("smallint");
-    case JetType::Long: return QStringLiteral("integer");
-    case JetType::Currency: return QStringLiteral("numeric(19,4)");
-    case JetType::Single: return QStringLiteral("real");
-    case JetType::Double: return QStringLiteral("double precision");
-    case JetType::DateTime: return QStringLiteral("timestamp(0) without time zone");
-    case JetType::Text: return QStringLiteral("varchar(%1)").arg(c.size);
-    case JetType::Memo: return QStringLiteral("text");
-    default: return QStringLiteral("bytea");
+    case JetType::Integer:
+        return QStringLiteral("smallint");
+    case JetType::Long:
+        return QStringLiteral("integer");
+    case JetType::Currency:
+        return QStringLiteral("numeric(19,4)");
+    case JetType::Single:
+        return QStringLiteral("real");
+    case JetType::Double:
+        return QStringLiteral("double precision");
+    case JetType::DateTime:
+        return QStringLiteral("timestamp(0) without time zone");
+    case JetType::Text:
+        return QStringLiteral("varchar(%1)").arg(c.size);
+    case JetType::Memo:
+        return QStringLiteral("text");
+    default:
+        return QStringLiteral("bytea");
     }
 }
 

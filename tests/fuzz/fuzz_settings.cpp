@@ -31,14 +31,19 @@ void settings(const QByteArray& bytes)
         f.write(bytes);
     }
     QString v;
-    static const char* const keys[][2] = {{"mirabo", "dbmode"}, {"mirabo", "dbpath"}, {"I-CAT", "MakeFile"},
-                                          {"CvsRead", "CheckWait"}, {"", ""}, {"[", "="}};
+    static const char* const keys[][2] = {{"mirabo", "dbmode"},
+                                          {"mirabo", "dbpath"},
+                                          {"I-CAT", "MakeFile"},
+                                          {"CvsRead", "CheckWait"},
+                                          {"", ""},
+                                          {"[", "="}};
     for (const auto& k : keys) {
         pel::fnGetIni(QString::fromLatin1(k[0]), QString::fromLatin1(k[1]), QStringLiteral("d"), v, 1024, path);
         (void)pel::fnGetIniInt(QString::fromLatin1(k[0]), QString::fromLatin1(k[1]), -1, path);
     }
     const QByteArray before = bytes;
-    if (pel::fnPutIni(QStringLiteral("CvsRead"), QStringLiteral("ReadFile"), QStringLiteral("C:\\受信\\MT.txt"), path)) {
+    if (pel::fnPutIni(QStringLiteral("CvsRead"), QStringLiteral("ReadFile"), QStringLiteral("C:\\受信\\MT.txt"),
+                      path)) {
         QString back;
         pel::fnGetIni(QStringLiteral("CvsRead"), QStringLiteral("ReadFile"), QString(), back, 1024, path);
         if (back != QStringLiteral("C:\\受信\\MT.txt"))
