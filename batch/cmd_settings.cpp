@@ -7,8 +7,10 @@
 
 #include <QJsonObject>
 
-namespace pel::batch {
-namespace {
+namespace pel::batch
+{
+namespace
+{
 
 int run(Context& ctx)
 {
@@ -34,8 +36,7 @@ int run(Context& ctx)
     if (!off && save && (agencyIndex(agency) < 0 || !haveCode))
         return ctx.usage(QStringLiteral("settings: --agency 908997|929023 and --company-code CODE go together"));
 
-    if (!fnOpenDB(1))
-        return Stopped;
+    if (!fnOpenDB(1)) return Stopped;
     int rc = Done;
     {
         clsDbClass db;
@@ -70,8 +71,7 @@ int run(Context& ctx)
     return rc;
 }
 
-const Registrar reg{
-    {"settings", "settings [--off | --agency 908997|929023 --company-code CODE]", &run}};
+const Registrar reg{{"settings", "settings [--off | --agency 908997|929023 --company-code CODE]", &run}};
 
 } // namespace
 } // namespace pel::batch

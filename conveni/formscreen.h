@@ -4,10 +4,11 @@
 
 #include <memory>
 
-namespace pel {
+namespace pel
+{
 
-template <class F>
-class FormScreen final : public Screen {
+template <class F> class FormScreen final : public Screen
+{
 public:
     void load() override { form_.load(); }
     void show() override { form_.show(); }

@@ -14,7 +14,8 @@
 #include <QPushButton>
 #include <QVBoxLayout>
 
-namespace pel {
+namespace pel
+{
 
 std::function<QStringList()> frmSetCvs2::printerNames = [] { return QPrinterInfo::availablePrinterNames(); };
 
@@ -74,10 +75,8 @@ frmSetCvs2::frmSetCvs2(QWidget* parent) : Form(parent)
     setAction(QStringLiteral("F6"), [this] { cancel(); });
     setAction(QStringLiteral("F12"), [this] { close(); });
     setScreenKeys([this](int key, Qt::KeyboardModifiers) {
-        if (key != Qt::Key_Escape)
-            return false;
-        if (toolbar() && toolbar()->button(QStringLiteral("F6"))->isEnabled())
-            cancel();
+        if (key != Qt::Key_Escape) return false;
+        if (toolbar() && toolbar()->button(QStringLiteral("F6"))->isEnabled()) cancel();
         return true;
     });
 }
@@ -112,15 +111,13 @@ void frmSetCvs2::loadSettings()
 {
     SettingsJob job(mclsDb);
     const SettingsJob::Loaded l = job.load();
-    if (l.index)
-        cboCFcode->setCurrentIndex(*l.index);
+    if (l.index) cboCFcode->setCurrentIndex(*l.index);
     txtCkcode->setText(l.code);
 }
 
 bool frmSetCvs2::eventFilter(QObject* watched, QEvent* event)
 {
-    if (event->type() == QEvent::FocusIn)
-        setMask(kMask);
+    if (event->type() == QEvent::FocusIn) setMask(kMask);
     return Form::eventFilter(watched, event);
 }
 
@@ -133,8 +130,7 @@ void frmSetCvs2::save()
     SettingsJob job(mclsDb);
     switch (job.save(chkCvs->isChecked(), agency, txtCkcode->text(), ui)) {
     case SettingsJob::Saved::CodeRefused:
-        if (txtCkcode->isEnabled())
-            txtCkcode->setFocus();
+        if (txtCkcode->isEnabled()) txtCkcode->setFocus();
         break;
     case SettingsJob::Saved::Yes:
         setMask(kMask);
@@ -148,8 +144,7 @@ void frmSetCvs2::save()
 void frmSetCvs2::cancel()
 {
     // only the agency and the code come back; the check box stays as it is
-    if (fnMsg(QStringLiteral("ｷｬﾝｾﾙ")) != answer::Yes)
-        return;
+    if (fnMsg(QStringLiteral("ｷｬﾝｾﾙ")) != answer::Yes) return;
     loadSettings();
     focusAfterSave();
 }
@@ -157,8 +152,7 @@ void frmSetCvs2::cancel()
 void frmSetCvs2::focusAfterSave()
 {
     if (!chkCvs->isChecked()) {
-        if (chkCvs->isEnabled())
-            chkCvs->setFocus();
+        if (chkCvs->isEnabled()) chkCvs->setFocus();
     } else {
         cboCFcode->setFocus();
     }

@@ -12,9 +12,11 @@ class QLabel;
 class QLineEdit;
 class QPushButton;
 
-namespace pel {
+namespace pel
+{
 
-class frmSetCvs2 : public Form {
+class frmSetCvs2 : public Form
+{
     Q_OBJECT
 public:
     static inline const QString kMask = QStringLiteral("1000-1100-0001");

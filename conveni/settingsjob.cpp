@@ -5,7 +5,8 @@
 #include "app/oplog.h"
 #include "ui/textrules.h"
 
-namespace pel {
+namespace pel
+{
 
 const QList<Agency>& agencies()
 {
@@ -20,16 +21,14 @@ int agencyIndex(const QString& code)
 {
     const QList<Agency>& list = agencies();
     for (int i = 0; i < list.size(); ++i)
-        if (list.at(i).code == code)
-            return i;
+        if (list.at(i).code == code) return i;
     return -1;
 }
 
 std::optional<bool> SettingsJob::opening()
 {
     Recordset rs;
-    if (!db_.DbSql(Sql("select * from sysfile where id=1"), rs) || rs.eof())
-        return std::nullopt;
+    if (!db_.DbSql(Sql("select * from sysfile where id=1"), rs) || rs.eof()) return std::nullopt;
     const bool used = fnToNum(fnGetFields(rs, QStringLiteral("conveni"))) != 0;
     for (const Agency& a : agencies()) {
         Recordset layout;
@@ -58,8 +57,7 @@ SettingsJob::Loaded SettingsJob::load()
         const QString conveni = fnGetFields(sys, QStringLiteral("conveni"));
         if (conveni == QLatin1String("1") || conveni == QLatin1String("2")) {
             const int i = agencyIndex(agency);
-            if (i >= 0)
-                l.index = i;
+            if (i >= 0) l.index = i;
         }
     }
     // shown even when collection is not used
@@ -132,8 +130,7 @@ SettingsJob::Saved SettingsJob::save(bool used, const QString& agencyCode, const
     }
     const QString question =
         kCaption + (used ? QStringLiteral(" を記録します") : QStringLiteral(" を記録します　（コンビニを使用しない）"));
-    if (ui.messageBox(question, mb::YesNo | mb::Information) != answer::Yes)
-        return Saved::Declined;
+    if (ui.messageBox(question, mb::YesNo | mb::Information) != answer::Yes) return Saved::Declined;
 
     ui.lock(true);
     bool ok = db_.BeginTns();
@@ -142,10 +139,8 @@ SettingsJob::Saved SettingsJob::save(bool used, const QString& agencyCode, const
         ok = editWithRetries(
             Sql("select * from sysfile where id=1"),
             [&](Recordset& rs) {
-                if (!used)
-                    return fnSetFields(rs, QStringLiteral("conveni"), QStringLiteral("0"));
-                if (index < 0)
-                    return true; // another code leaves conveni as it is
+                if (!used) return fnSetFields(rs, QStringLiteral("conveni"), QStringLiteral("0"));
+                if (index < 0) return true; // another code leaves conveni as it is
                 return fnSetFields(rs, QStringLiteral("conveni"), QString::number(index + 1));
             },
             &sysfileAttempts_);

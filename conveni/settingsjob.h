@@ -9,7 +9,8 @@
 #include <QString>
 #include <optional>
 
-namespace pel {
+namespace pel
+{
 
 // The two agencies the program knows, in the order of the screens' lists.
 struct Agency {
@@ -21,7 +22,8 @@ const QList<Agency>& agencies();
 // List index of an agency code; -1 for any other.
 int agencyIndex(const QString& code);
 
-class SettingsJob {
+class SettingsJob
+{
 public:
     static inline const QString kCaption = QStringLiteral("コンビニ収納代行設定");
     static constexpr int kAttempts = 11; // immediate save attempts per table

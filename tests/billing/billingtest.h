@@ -7,7 +7,8 @@
 #include <QString>
 #include <memory>
 
-namespace pel::test {
+namespace pel::test
+{
 
 inline QString catalogueText(const QString& key)
 {
@@ -18,13 +19,13 @@ inline QString catalogueText(const QString& key)
 
 // Another connection holding one record open for editing for as long as it lives, as another program of the suite
 // would.
-class RecordHolder {
+class RecordHolder
+{
 public:
     explicit RecordHolder(const Sql& select)
     {
         ok_ = db_.OpenDb() && db_.DbSqlEdit(select, rs_);
-        if (!ok_)
-            qWarning("%s", qPrintable(db_.ErrMsg()));
+        if (!ok_) qWarning("%s", qPrintable(db_.ErrMsg()));
     }
     ~RecordHolder()
     {

@@ -14,7 +14,8 @@
 
 using namespace pel;
 
-namespace {
+namespace
+{
 
 const QString kConfirm1 = QStringLiteral("ファイナンス会社の変更をしますがよろしいですか？");
 const QString kConfirm2 = QStringLiteral("本当に変更してもよろしいですか？\r\n再度、間違いがないか確認してください\r\n"
@@ -48,7 +49,8 @@ struct Opened {
 
 } // namespace
 
-class SettingsTest : public QObject {
+class SettingsTest : public QObject
+{
     Q_OBJECT
 private slots:
     void init();
@@ -109,8 +111,7 @@ void SettingsTest::openingEnds()
 {
     QFETCH(QString, statement);
     QFETCH(bool, ended);
-    if (!statement.isEmpty())
-        QVERIFY(home_->exec({statement}));
+    if (!statement.isEmpty()) QVERIFY(home_->exec({statement}));
     test::ScriptedDialogs dialogs; // ends silently
     Opened o;
     QCOMPARE(o.form.ended(), ended);
@@ -156,7 +157,8 @@ void SettingsTest::load()
     QCOMPARE(o.form.chkCvs->isChecked(), checked);
     QCOMPARE(o.form.cboCFcode->currentIndex(), index);
     QCOMPARE(o.form.cboCFcode->count(), 2);
-    QCOMPARE(o.form.cboCFcode->itemText(1), QStringLiteral("[929023]ＤＳＫ・コンビニ（furi_comシリーズ仕様 CSV出力仕様）"));
+    QCOMPARE(o.form.cboCFcode->itemText(1),
+             QStringLiteral("[929023]ＤＳＫ・コンビニ（furi_comシリーズ仕様 CSV出力仕様）"));
     QCOMPARE(o.form.txtCkcode->text(), code);
     QCOMPARE(o.form.txtCkcode->isEnabled(), checked);
     QCOMPARE(o.form.cboCFcode->isEnabled(), checked);
@@ -174,20 +176,25 @@ void SettingsTest::save_data()
     QTest::addColumn<QString>("focus");
     const int y = answer::Yes, n = answer::No, ok = answer::Ok;
     const Steps all{{kConfirm1, y}, {kConfirm2, y}, {kConfirm3, y}, {kSaveUsed, y}, {kSaved, ok}};
-    QTest::newRow("908997, four digits") << true << 0 << "4321" << all << "1|908997|4321" << "cboCFcode";
-    QTest::newRow("929023, five digits with spaces")
-        << true << 1 << " 12345 " << all << "2|929023| 12345 " << "cboCFcode";
+    QTest::newRow("908997, four digits") << true << 0 << "4321" << all << "1|908997|4321"
+                                         << "cboCFcode";
+    QTest::newRow("929023, five digits with spaces") << true << 1 << " 12345 " << all << "2|929023| 12345 "
+                                                     << "cboCFcode";
     QTest::newRow("908997, five digits") << true << 0 << "12345" << Steps{{"アプラスの企業コードは４桁です", ok}}
-                                         << "1|908997|1234" << "txtCkcode";
+                                         << "1|908997|1234"
+                                         << "txtCkcode";
     QTest::newRow("929023, four digits") << true << 1 << "1234" << Steps{{"ＤＳＫの企業コードは５桁です", ok}}
-                                         << "1|908997|1234" << "txtCkcode";
-    QTest::newRow("blank code") << true << 0 << "   " << Steps{{"企業コードを入力してください", ok}}
-                                << "1|908997|1234" << "txtCkcode";
+                                         << "1|908997|1234"
+                                         << "txtCkcode";
+    QTest::newRow("blank code") << true << 0 << "   " << Steps{{"企業コードを入力してください", ok}} << "1|908997|1234"
+                                << "txtCkcode";
     QTest::newRow("second confirmation No")
-        << true << 1 << "12345" << Steps{{kConfirm1, y}, {kConfirm2, n}} << "1|908997|1234" << "";
+        << true << 1 << "12345" << Steps{{kConfirm1, y}, {kConfirm2, n}} << "1|908997|1234"
+        << "";
     QTest::newRow("final question No") << true << 1 << "12345"
                                        << Steps{{kConfirm1, y}, {kConfirm2, y}, {kConfirm3, y}, {kSaveUsed, n}}
-                                       << "1|908997|1234" << "";
+                                       << "1|908997|1234"
+                                       << "";
     // unchecked: only conveni changes, the agency and code stay
     QTest::newRow("not used") << false << 1 << "" << Steps{{kSaveUnused, y}, {kSaved, ok}} << "0|908997|1234"
                               << "chkCvs";
