@@ -1,0 +1,51 @@
+#!/usr/bin/env bash
+# usage: bench.sh PEL008_BATCH [ORDERS]   prints the time of both and their ratio (goal: at most 2x)
+set -uo pipefail
+batch=${1:?pel008-batch}
+orders=${2:-100000}
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+command -v sqlite3 >/dev/null || { echo "bench-billing: sqlite3 not installed (scripts/setup)"; exit 0; }
+
+"$batch" --home "$work/home" demo --orders "$orders" >/dev/null 2>&1 || { echo "bench-billing: demo failed"; exit 0; }
+db=$work/home/data1.dat
+# a copy in which every order is a shipped convenience-store order already exported (re-output: no marking)
+sqlite3 "$db" "UPDATE jyuden SET pcode = 6, denku = 0, cflag = 1; UPDATE cvsset SET cfcode1 = '908997', ckcode1 = '1234';"
+mkdir -p "$work/out" "$work/cli"
+
+now() { date +%s.%N; }
+t0=$(now)
+"$batch" --home "$work/home" --yes export-billing --dir "$work/out" --agency 908997 --from-date 19000101 \
+  --to-date 29991231 --reoutput >/dev/null 2>&1
+t1=$(now)
+sqlite3 -csv "$db" >"$work/cli/customers.csv" <<'SQL'
+select d.denno, m.name, m.kana, '0', replace(m.zip, '-', ''), m.adr1, substr(m.adr2 || m.adr3 || m.adr4, 1, 20),
+       substr(m.adr2 || m.adr3 || m.adr4, 21, 20), case when m.tel <> '' then m.tel else m.keitai end,
+       case when m.code = o.code then '0' else '1' end, o.name, '0', replace(o.zip, '-', ''), o.adr1,
+       substr(o.adr2 || o.adr3 || o.adr4, 1, 20), substr(o.adr2 || o.adr3 || o.adr4, 21, 20)
+  from jyuden d, member m, member o
+ where d.mcode = m.code and d.omcode = o.code and d.denno between 1 and 99999999 and d.denku = 0 and d.cflag = 1
+   and d.sday between 19000101 and 29991231 and d.pcode = 6
+ order by d.sday, d.denno;
+SQL
+sqlite3 -csv "$db" >"$work/cli/billing.csv" <<'SQL'
+select d.denno, '1234', substr('0' || l.line, -2), d.total, d.utax, d.sday,
+       case when l.gcode = 'pQ3r8t5w2yKm' then '' else l.gcode end,
+       case when l.gcode = 'pQ3r8t5w2yKm' then l.zgname else coalesce(g.name, '') end,
+       l.suu, round(l.suu * l.tanka), round(l.total)
+  from jyuden d join member m on d.mcode = m.code join member o on d.omcode = o.code
+  join jyumei l on l.denno = d.denno left join goods g on g.code = l.gcode
+ where d.denno between 1 and 99999999 and d.denku = 0 and d.cflag = 1 and d.sday between 19000101 and 29991231
+   and d.pcode = 6
+ order by d.sday, d.denno, l.line;
+SQL
+t2=$(now)
+
+ours=$(awk -v a="$t0" -v b="$t1" 'BEGIN { print b - a }')
+cli=$(awk -v a="$t1" -v b="$t2" 'BEGIN { print b - a }')
+lines=$(cat "$work/out/請求一括登録.txt" 2>/dev/null | wc -l)
+printf 'bench-billing: %d orders, %d billing lines\n' "$orders" "$lines"
+printf '  pel008-batch export-billing  %8.3f s\n' "$ours"
+printf '  sqlite3 -csv (same rows)     %8.3f s\n' "$cli"
+printf '  ratio                        %8.2fx (goal: at most 2x)\n' "$(awk -v a="$ours" -v b="$cli" 'BEGIN { print (b > 0 ? a / b : 0) }')"
+exit 0

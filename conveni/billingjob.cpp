@@ -1,0 +1,397 @@
+#include "conveni/billingjob.h"
+
+#include "app/cp932.h"
+#include "app/db/dbglobals.h"
+#include "app/db/retry.h"
+#include "app/home.h"
+#include "app/oplog.h"
+#include "ui/textrules.h"
+
+#include <QDate>
+#include <QFile>
+#include <QHash>
+#include <QSet>
+
+#include <cmath>
+#include <memory>
+
+namespace pel
+{
+namespace
+{
+
+const QString kAborted = QStringLiteral("中止しました。");
+
+// One output file: every field between double quotes (quotes inside are not escaped), separated by commas, CR LF,
+// Shift-JIS as the system writes it. Characters Shift-JIS cannot hold are collected for the report.
+class BillingFile
+{
+public:
+    struct Field {
+        QString value;
+        const char* source = nullptr; // the columns it comes from, for the report; nullptr: never outside Shift-JIS
+    };
+
+    explicit BillingFile(const QString& path) : file_(path) {}
+    bool open() { return file_.open(QIODevice::WriteOnly | QIODevice::Truncate); }
+    void close() { file_.close(); }
+
+    void write(const QString& denno, const QList<Field>& fields, bool trailingComma, QList<Unencodable>& unencodable,
+               QSet<QString>& reported)
+    {
+        QString line;
+        for (qsizetype i = 0; i < fields.size(); ++i) {
+            if (i > 0) line += QLatin1Char(',');
+            line += QLatin1Char('"') + fields.at(i).value + QLatin1Char('"');
+        }
+        if (trailingComma) line += QLatin1Char(',');
+        line += QLatin1String("\r\n");
+        if (std::optional<QByteArray> bytes = Cp932::encode(line)) {
+            file_.write(*bytes);
+            return;
+        }
+        for (const Field& f : fields)
+            report(denno, f, unencodable, reported);
+        file_.write(Cp932::encodeLossy(line));
+    }
+
+private:
+    static void report(const QString& denno, const Field& f, QList<Unencodable>& unencodable, QSet<QString>& reported)
+    {
+        const QList<uint> codes = f.value.toUcs4();
+        for (uint code : codes) {
+            const QString ch = QString::fromUcs4(reinterpret_cast<const char32_t*>(&code), 1);
+            if (Cp932::encode(ch)) continue;
+            const QString source = f.source ? QString::fromLatin1(f.source) : QString();
+            const QString key = denno + QLatin1Char('\t') + source + QLatin1Char('\t') + ch;
+            if (reported.contains(key)) continue;
+            reported.insert(key);
+            unencodable.append({denno, source, ch});
+        }
+    }
+
+    QFile file_;
+};
+
+// The fields of the current row by name, looked up once.
+class Row
+{
+public:
+    Row(Recordset& rs) : rs_(rs) {}
+    QString operator()(const QString& name)
+    {
+        auto it = index_.constFind(name);
+        if (it == index_.constEnd()) it = index_.insert(name, rs_.fieldIndex(name));
+        if (*it < 0) {
+            QString f = name;
+            return fnGetFields(rs_, f, 1); // shows the missing field as the getter does
+        }
+        return rs_.text(*it);
+    }
+
+private:
+    Recordset& rs_;
+    QHash<QString, int> index_;
+};
+
+QString unencodableMessage(const QList<Unencodable>& list)
+{
+    QString text = QStringLiteral("Shift-JIS で書けない文字があります。ファイルでは「?」になっています。");
+    for (const Unencodable& u : list)
+        text += QStringLiteral("\r\n受注番号 %1　%2　「%3」 %4").arg(u.denno, u.field, u.character, u.codePoint());
+    return text;
+}
+
+} // namespace
+
+QString Unencodable::codePoint() const
+{
+    const QList<uint> codes = character.toUcs4();
+    return QStringLiteral("U+%1").arg(codes.isEmpty() ? 0u : codes.first(), 4, 16, QLatin1Char('0')).toUpper();
+}
+
+BillingJob::Opening BillingJob::opening()
+{
+    Opening o;
+    Recordset sys;
+    if (db_.DbSql(Sql("select conveni from sysfile where id = 1"), sys) && !sys.eof() &&
+        fnToNum(fnGetFields(sys, QStringLiteral("conveni"))) == 2)
+        o.agency = 1;
+    Recordset set;
+    if (db_.DbSql(Sql("select ckcode1 from cvsset where code=1"), set) && !set.eof())
+        o.companyCode = fnGetFields(set, QStringLiteral("ckcode1"));
+    return o;
+}
+
+QString BillingJob::noCompanyCodeMessage()
+{
+    return QStringLiteral(
+        "企業コードが設定されていません。\r\n\r\n「コンビニ収納代行設定」で、企業コードを登録してください。");
+}
+
+QStringList BillingJob::fileNames(int agency)
+{
+    if (agency == 1) return {QStringLiteral("コンビニ.csv")};
+    return {QStringLiteral("顧客一括登録.txt"), QStringLiteral("請求一括登録.txt")};
+}
+
+QString BillingJob::padNumber(const QString& value, int width, QChar pad)
+{
+    QString v = value.trimmed();
+    if (v.isEmpty()) v = QStringLiteral(" ");
+    return (QString(width, pad) + v).right(width);
+}
+
+QPair<QString, QString> BillingJob::splitName(const QString& name, const QString& sname)
+{
+    if (name == sname) return {name, QString()};
+    qsizetype p = name.indexOf(QLatin1Char(' '));
+    if (p < 0) p = name.indexOf(QChar(0x3000));
+    if (p < 0) return {name, QString()};
+    return {name.left(p), name.mid(p + 1)};
+}
+
+QStringList BillingJob::pieces(const QString& text, int bytes, int count)
+{
+    QString rest = text;
+    QStringList out;
+    for (int i = 0; i < count; ++i)
+        out << fnCutByte(rest, bytes);
+    return out;
+}
+
+QString BillingJob::clampAmount(double value)
+{
+    const double whole = std::nearbyint(value); // halves to even
+    const QString text = QString::number(static_cast<qint64>(whole));
+    if (text.size() > 6) return whole < 0 ? QStringLiteral("-999999") : QStringLiteral("999999");
+    return text;
+}
+
+QString BillingJob::shipDate(const QString& sday)
+{
+    // "@@@@/@@/@@": the text fills the placeholders from the right, blanks on the left
+    const QString s = fnPadLeft(sday, 8);
+    const qsizetype extra = s.size() - 8;
+    const QString formatted =
+        s.left(extra + 4) + QLatin1Char('/') + s.mid(extra + 4, 2) + QLatin1Char('/') + s.mid(extra + 6, 2);
+    return QDate::fromString(formatted, QStringLiteral("yyyy/MM/dd")).isValid() ? formatted : QString();
+}
+
+BillingResult BillingJob::run(const BillingRequest& request, Interaction& ui)
+{
+    BillingResult result;
+    ui.lock(true);
+    ui.status(QStringLiteral("処理中・・・"));
+    const auto finish = [&](BillingResult::Outcome outcome) {
+        result.outcome = outcome;
+        ui.status(QString());
+        ui.lock(false);
+        return result;
+    };
+
+    const bool csv = request.agency == 1;
+    const int nowidth = csv ? 17 : 14;
+    const Sql select = Sql("select *") + "  from jyuden d,member m,member o" + " where d.mcode=m.code" +
+                       "   and d.omcode=o.code" + "   and d.denno between " + Sql::n(request.fromNo) + " and " +
+                       Sql::n(request.toNo) + "   and d.denku = 0" +
+                       "   and d.cflag = " + Sql::n(request.reoutput ? QStringLiteral("1") : QStringLiteral("0")) +
+                       "   and d.sday between " + Sql::n(request.fromDate) + " and " + Sql::n(request.toDate) +
+                       "   and d.pcode=6" + " order by sday,denno";
+    Recordset rs;
+    (void)db_.DbSql(select, rs);
+    result.count = rs.isOpen() ? static_cast<int>(rs.recordCount()) : 0;
+    ui.yieldOnce();
+    if (result.count == 0) {
+        // the answer of this button set means nothing
+        ui.messageBox(QStringLiteral("該当件数は０件です"), mb::CancelTryContinue | mb::Information,
+                      QStringLiteral("確認"));
+        return finish(BillingResult::Outcome::NoOrders);
+    }
+    if (ui.messageBox(QStringLiteral("該当件数は、") + QString::number(result.count) +
+                          QStringLiteral("件です。作成しますか？"),
+                      mb::YesNo | mb::Information, QStringLiteral("確認")) != answer::Yes)
+        return finish(BillingResult::Outcome::Declined);
+
+    const std::optional<QString> folder =
+        ui.chooseFolder(QStringLiteral("コンビニＣＳＶを出力するフォルダを選択してください"), request.folder);
+    if (!folder || folder->isEmpty()) return finish(BillingResult::Outcome::NoFolder);
+    result.folder = *folder;
+
+    std::vector<std::unique_ptr<BillingFile>> files;
+    for (const QString& name : fileNames(request.agency)) {
+        result.files << joinPath(*folder, name);
+        files.push_back(std::make_unique<BillingFile>(result.files.last()));
+        if (!files.back()->open()) {
+            for (auto& f : files)
+                f->close();
+            return finish(BillingResult::Outcome::OpenFailed);
+        }
+    }
+    const auto closeAll = [&] {
+        for (auto& f : files)
+            f->close();
+    };
+
+    QStringList written;
+    written.reserve(result.count);
+    QSet<QString> reported;
+    QHash<QString, QString> goodsNames;
+    int lastLine = 0; // carries across orders: a tax record of an order without lines follows the previous order's
+    Row d(rs);
+    using F = BillingFile::Field;
+    for (rs.moveFirst(); !rs.eof(); rs.moveNext()) {
+        ui.yieldOnce();
+        if (ui.cancelRequested()) {
+            closeAll();
+            ui.messageBox(kAborted, mb::Information);
+            if (!result.unencodable.isEmpty()) ui.messageBox(unencodableMessage(result.unencodable), mb::Exclamation);
+            return finish(BillingResult::Outcome::Aborted);
+        }
+        const QString denno = d(QStringLiteral("denno"));
+        written << denno;
+        const QString padded = padNumber(denno, nowidth);
+        if (csv) {
+            if (written.size() == 1)
+                files[0]->write(QString(),
+                                {{QStringLiteral("コード")},
+                                 {QStringLiteral("名前")},
+                                 {QStringLiteral("郵便番号")},
+                                 {QStringLiteral("住所１")},
+                                 {QStringLiteral("住所２")},
+                                 {QStringLiteral("連絡先")},
+                                 {QStringLiteral("金額")}},
+                                false, result.unencodable, reported);
+            const QStringList adr = pieces(d(QStringLiteral("o.adr1")) + d(QStringLiteral("o.adr2")) +
+                                               d(QStringLiteral("o.adr3")) + d(QStringLiteral("o.adr4")),
+                                           60, 2);
+            const QString tel = d(QStringLiteral("o.tel"));
+            files[0]->write(denno,
+                            {{padded},
+                             {d(QStringLiteral("o.name")), "o.name"},
+                             {d(QStringLiteral("o.zip")), "o.zip"},
+                             {adr.at(0), "o.adr1+o.adr2+o.adr3+o.adr4"},
+                             {adr.at(1), "o.adr1+o.adr2+o.adr3+o.adr4"},
+                             tel.trimmed().isEmpty() ? F{d(QStringLiteral("o.keitai")), "o.keitai"} : F{tel, "o.tel"},
+                             {d(QStringLiteral("total"))}},
+                            false, result.unencodable, reported);
+        } else {
+            const auto [mFamily, mGiven] = splitName(d(QStringLiteral("m.name")), d(QStringLiteral("m.sname")));
+            const auto [oFamily, oGiven] = splitName(d(QStringLiteral("o.name")), d(QStringLiteral("o.sname")));
+            const QStringList madr =
+                pieces(d(QStringLiteral("m.adr2")) + d(QStringLiteral("m.adr3")) + d(QStringLiteral("m.adr4")), 40, 2);
+            const QStringList oadr =
+                pieces(d(QStringLiteral("o.adr2")) + d(QStringLiteral("o.adr3")) + d(QStringLiteral("o.adr4")), 40, 2);
+            const QString tel = d(QStringLiteral("m.tel"));
+            files[0]->write(denno,
+                            {{padded},
+                             {mFamily, "m.name"},
+                             {mGiven, "m.name"},
+                             {d(QStringLiteral("m.kana")), "m.kana"},
+                             {QStringLiteral("0")},
+                             {fnDelStr(d(QStringLiteral("m.zip")), QStringLiteral("-")), "m.zip"},
+                             {d(QStringLiteral("m.adr1")), "m.adr1"},
+                             {madr.at(0), "m.adr2+m.adr3+m.adr4"},
+                             {madr.at(1), "m.adr2+m.adr3+m.adr4"},
+                             tel.isEmpty() ? F{d(QStringLiteral("m.keitai")), "m.keitai"} : F{tel, "m.tel"},
+                             {d(QStringLiteral("m.code")) == d(QStringLiteral("o.code")) ? QStringLiteral("0")
+                                                                                         : QStringLiteral("1")},
+                             {oFamily, "o.name"},
+                             {oGiven, "o.name"},
+                             {QStringLiteral("0")},
+                             {fnDelStr(d(QStringLiteral("o.zip")), QStringLiteral("-")), "o.zip"},
+                             {d(QStringLiteral("o.adr1")), "o.adr1"},
+                             {oadr.at(0), "o.adr2+o.adr3+o.adr4"},
+                             {oadr.at(1), "o.adr2+o.adr3+o.adr4"}},
+                            false, result.unencodable, reported);
+
+            const QString total = d(QStringLiteral("total"));
+            const QString day = shipDate(d(QStringLiteral("sday")));
+            Recordset lines;
+            (void)db_.DbSql(Sql("select * from jyumei where denno=") + Sql::n(denno) + " order by denno,line", lines);
+            if (lines.isOpen()) {
+                Row l(lines);
+                for (lines.moveFirst(); !lines.eof(); lines.moveNext()) {
+                    lastLine = static_cast<int>(fnToNum(l(QStringLiteral("line"))));
+                    const QString gcode = l(QStringLiteral("gcode"));
+                    F goodsName;
+                    if (gcode == kFreeItem) {
+                        goodsName = {pieces(l(QStringLiteral("zgname")), 200, 1).at(0), "jyumei.zgname"};
+                    } else {
+                        auto it = goodsNames.constFind(gcode);
+                        if (it == goodsNames.constEnd()) {
+                            Recordset g;
+                            QString name;
+                            if (db_.DbSql(Sql("select name from goods where code=") + Sql::q(gcode), g) && !g.eof())
+                                name = fnGetFields(g, QStringLiteral("name"));
+                            it = goodsNames.insert(gcode, name);
+                        }
+                        goodsName = {*it, "goods.name"};
+                    }
+                    const QString suu = l(QStringLiteral("suu"));
+                    files[1]->write(denno,
+                                    {{padded},
+                                     {request.companyCode, "cvsset.ckcode1"},
+                                     {padNumber(QString::number(lastLine), 2)},
+                                     {total},
+                                     {d(QStringLiteral("utax"))},
+                                     {day},
+                                     {gcode == kFreeItem ? QString() : gcode, "jyumei.gcode"},
+                                     goodsName,
+                                     {suu},
+                                     {clampAmount(fnToNum(suu) * fnToNum(l(QStringLiteral("tanka"))))},
+                                     {clampAmount(fnToNum(l(QStringLiteral("total"))))}},
+                                    true, result.unencodable, reported);
+                }
+            }
+            const QString stax = d(QStringLiteral("stax"));
+            if (fnToNum(stax) != 0)
+                files[1]->write(denno,
+                                {{padded},
+                                 {request.companyCode, "cvsset.ckcode1"},
+                                 {padNumber(QString::number(lastLine + 1), 2)},
+                                 {total},
+                                 {QStringLiteral("0")},
+                                 {day},
+                                 {QString()},
+                                 {QStringLiteral("消費税")},
+                                 {QStringLiteral("1")},
+                                 {stax},
+                                 {stax}},
+                                true, result.unencodable, reported);
+        }
+        result.written = static_cast<int>(written.size());
+    }
+    closeAll();
+    opeLog(kCaption, 5);
+    ui.msg(QStringLiteral("ＣＳＶ出力"));
+    if (!result.unencodable.isEmpty()) ui.messageBox(unencodableMessage(result.unencodable), mb::Exclamation);
+
+    if (!request.reoutput && ui.messageBox(QStringLiteral("作成した、コンビニデータを出力済みに更新しますか？"),
+                                           mb::YesNo | mb::Question) == answer::Yes) {
+        bool ok = db_.BeginTns();
+        for (qsizetype i = 0; ok && i < written.size(); ++i) {
+            const Sql order = Sql("select * from jyuden where denno=") + Sql::n(written.at(i));
+            const RetryResult r = retrySilently(kAttempts, [&](QString* error) {
+                return editRecord(
+                    db_, order,
+                    [](Recordset& rec) { return fnSetFields(rec, QStringLiteral("cflag"), QStringLiteral("1")); },
+                    error);
+            });
+            result.markAttempts = r.attempts;
+            ok = r.ok;
+        }
+        if (ok) ok = db_.CommitTns();
+        if (!ok) {
+            (void)db_.RollbackTns();
+            result.markFailed = true;
+            ui.msg(QStringLiteral("記録エラー"));
+        } else {
+            result.marked = static_cast<int>(written.size());
+            opeLog(kCaption, 2, QString::number(written.size()) + QStringLiteral("件、印刷済みに更新"));
+        }
+    }
+    return finish(BillingResult::Outcome::Written);
+}
+
+} // namespace pel

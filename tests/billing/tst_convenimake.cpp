@@ -1,0 +1,258 @@
+// frmConveniMake on the fixed database: opening presets, the activation close, the entry check, a run with its
+// marking, the abort with F6, and the rollback while another connection holds an order.
+#include "app/db/dbglobals.h"
+#include "app/home.h"
+#include "app/inifile.h"
+#include "app/startup.h"
+#include "conveni/frmconvenimake.h"
+#include "tests/billing/billingtest.h"
+#include "tests/billing/fixture.h"
+#include "ui/dateentry.h"
+#include "ui/textrules.h"
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDate>
+#include <QDateEdit>
+#include <QFile>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QTest>
+
+using namespace pel;
+
+namespace
+{
+
+const QString kMark = QStringLiteral("作成した、コンビニデータを出力済みに更新しますか？");
+
+// The script of a test, and F6 pressed in the screen at a chosen yield of the run.
+class Dialogs : public test::ScriptedDialogs
+{
+public:
+    QWidget* pressF6In = nullptr;
+    int pressAtYield = -1;
+    int yields = 0;
+    void processEvents() override
+    {
+        if (++yields == pressAtYield && pressF6In)
+            QTest::keyClick(QApplication::focusWidget() ? QApplication::focusWidget() : pressF6In, Qt::Key_F6);
+    }
+};
+
+struct Opened {
+    frmConveniMake form;
+    explicit Opened(const QStringList& args = {QStringLiteral("6")})
+    {
+        gstrArgs = args;
+        gintArgCnt = static_cast<qint16>(args.size());
+        form.load();
+        form.show();
+        QApplication::setActiveWindow(&form);
+        (void)QTest::qWaitForWindowActive(&form);
+        QCoreApplication::processEvents(); // the activation check
+    }
+    void range(const QString& from, const QString& to, const QString& first, const QString& last)
+    {
+        form.dates->entry(0)->setYmd(from.toLongLong());
+        form.dates->entry(1)->setYmd(to.toLongLong());
+        form.txtDenno[0]->setText(first);
+        form.txtDenno[1]->setText(last);
+    }
+};
+
+} // namespace
+
+class ConveniMakeTest : public QObject
+{
+    Q_OBJECT
+private slots:
+    void init();
+    void cleanup();
+    void opening_data();
+    void opening();
+    void closesWithoutCompanyCode();
+    void entryCheckEmptyBox();
+    void entryCheckSwaps();
+    void runMarksAndRemembersFolder();
+    void abortWithF6();
+    void markingRolledBack();
+
+private:
+    std::unique_ptr<test::TestHome> home_;
+    std::unique_ptr<QTemporaryDir> out_;
+};
+
+void ConveniMakeTest::init()
+{
+    qputenv("PEL008_LOCK_WAIT_MS", "20");
+    if (test::backendUnderTest() == test::Backend::Postgres && test::testServer().isEmpty())
+        QSKIP("PEL008_TEST_PG is not set");
+    home_ = std::make_unique<test::TestHome>();
+    QVERIFY2(home_->ok(), qPrintable(home_->error()));
+    QVERIFY(test::fillBillingDatabase(*home_));
+    // no character outside Shift-JIS here: the report has its own tests
+    QVERIFY(home_->exec({QStringLiteral("UPDATE member SET name = '吉田 一郎', sname = '吉田' WHERE code = 4")}));
+    out_ = std::make_unique<QTemporaryDir>();
+    QVERIFY(fnOpenDB(1));
+}
+
+void ConveniMakeTest::cleanup()
+{
+    fnCloseDB(1);
+    home_.reset();
+}
+
+void ConveniMakeTest::opening_data()
+{
+    QTest::addColumn<QString>("conveni");
+    QTest::addColumn<QStringList>("args");
+    QTest::addColumn<int>("index");
+    QTest::addColumn<QStringList>("shown"); // yy mm dd of both dates, both order numbers
+    QTest::addColumn<bool>("reoutput");
+    const QString today = QDate::currentDate().toString(QStringLiteral("yyyyMMdd"));
+    const QStringList todays{today.left(4), fnPadLeft(QString::number(today.mid(4, 2).toInt()), 2),
+                             fnPadLeft(QString::number(today.mid(6, 2).toInt()), 2)};
+    QTest::newRow("defaults") << "1" << QStringList{"6"} << 0 << todays + todays + QStringList{"1", "99999999"}
+                              << false;
+    QTest::newRow("929023 and presets") << "2" << QStringList{"6", "x", "20240105", "20240131", "104", "101", "1"} << 1
+                                        << QStringList{"2024", " 1", " 5", "2024", " 1", "31", "104", "101"} << true;
+}
+
+void ConveniMakeTest::opening()
+{
+    QFETCH(QString, conveni);
+    QFETCH(QStringList, args);
+    QFETCH(int, index);
+    QFETCH(QStringList, shown);
+    QFETCH(bool, reoutput);
+    QVERIFY(home_->exec({QStringLiteral("UPDATE sysfile SET conveni = ") + conveni}));
+    QVERIFY(fnPutIni(QStringLiteral("ConveniMake"), QStringLiteral("FilePath"), out_->path(), iniPath()));
+    test::ScriptedDialogs dialogs;
+    Opened o(args);
+    QVERIFY(o.form.isVisible());
+    QCOMPARE(o.form.cboConveni->currentIndex(), index);
+    QCOMPARE(o.form.cboConveni->itemText(0),
+             QStringLiteral("[908997]アプラス・コンビニ（おまかせ袋仕様 CSV出力仕様）"));
+    QStringList actual;
+    for (int i = 0; i < 2; ++i)
+        actual << o.form.txtYy(i)->text() << o.form.txtMm(i)->text() << o.form.txtDd(i)->text();
+    actual << o.form.txtDenno[0]->text() << o.form.txtDenno[1]->text();
+    QCOMPARE(actual, shown);
+    QCOMPARE(o.form.chkSaiPrint->isChecked(), reoutput);
+    QCOMPARE(o.form.folder(), out_->path());
+}
+
+void ConveniMakeTest::closesWithoutCompanyCode()
+{
+    QVERIFY(home_->exec({QStringLiteral("UPDATE cvsset SET ckcode1 = ''")}));
+    test::ScriptedDialogs dialogs;
+    dialogs.expect(
+        QStringLiteral("企業コードが設定されていません。\r\n\r\n「コンビニ収納代行設定」で、企業コードを登録して"
+                       "ください。"),
+        answer::Ok);
+    Opened o;
+    QVERIFY(dialogs.done());
+    QCOMPARE(dialogs.styles, QList<int>{mb::Critical});
+    QVERIFY(!o.form.isVisible());
+}
+
+void ConveniMakeTest::entryCheckEmptyBox()
+{
+    test::ScriptedDialogs dialogs;
+    Opened o;
+    o.form.txtDd(1)->clear();
+    o.form.txtDenno[0]->clear(); // index 0 is checked first
+    dialogs.expect(test::catalogueText(QStringLiteral("未記入")), answer::Ok);
+    o.form.cmdFile->click();
+    QVERIFY(dialogs.done());
+    QCOMPARE(QApplication::focusWidget(), o.form.txtDenno[0]);
+}
+
+void ConveniMakeTest::entryCheckSwaps()
+{
+    test::ScriptedDialogs dialogs;
+    Opened o;
+    o.range(QStringLiteral("20240131"), QStringLiteral("20240101"), QStringLiteral("104"), QStringLiteral("101"));
+    dialogs.expect(QStringLiteral("該当件数は、4件です。作成しますか？"), answer::No);
+    o.form.cmdFile->click();
+    QVERIFY(dialogs.done());
+    QCOMPARE(o.form.dates->entry(0)->ymd(), 20240101LL);
+    QCOMPARE(o.form.dates->entry(1)->ymd(), 20240131LL);
+    QCOMPARE(o.form.dates->entry(0)->dtpDay()->date(), QDate(2024, 1, 1));
+    QCOMPARE(o.form.txtDenno[0]->text(), QStringLiteral("     101"));
+    QCOMPARE(o.form.txtDenno[1]->text(), QStringLiteral("     104"));
+    // the closing state
+    QCOMPARE(QApplication::focusWidget(), o.form.txtMm(0));
+    QVERIFY(o.form.cmdFile->isEnabled());
+    QVERIFY(!o.form.toolbar()->button(QStringLiteral("F6"))->isEnabled());
+}
+
+void ConveniMakeTest::runMarksAndRemembersFolder()
+{
+    QVERIFY(fnPutIni(QStringLiteral("ConveniMake"), QStringLiteral("FilePath"), QStringLiteral("/old"), iniPath()));
+    test::ScriptedDialogs dialogs;
+    {
+        Opened o;
+        o.range(QStringLiteral("20240101"), QStringLiteral("20240131"), QStringLiteral("1"), QStringLiteral("103"));
+        dialogs.expect(QStringLiteral("該当件数は、3件です。作成しますか？"), answer::Yes);
+        dialogs.expectFolder(out_->path());
+        dialogs.expect(test::catalogueText(QStringLiteral("ＣＳＶ出力")), answer::Ok);
+        dialogs.expect(kMark, answer::Yes);
+        o.form.cmdFile->click();
+        QVERIFY(dialogs.done());
+        QVERIFY(dialogs.shown.contains(QStringLiteral("folder|/old")));
+        QCOMPARE(home_->scalar(QStringLiteral("select sum(cflag) from jyuden where denno <= 104")),
+                 QStringLiteral("3"));
+        QCOMPARE(o.form.lblMsg->text(), QString());
+        o.form.close();
+    }
+    QString folder;
+    fnGetIni(QStringLiteral("ConveniMake"), QStringLiteral("FilePath"), QString(), folder, 1024, iniPath());
+    QCOMPARE(folder, out_->path());
+}
+
+void ConveniMakeTest::abortWithF6()
+{
+    Dialogs dialogs;
+    Opened o;
+    o.range(QStringLiteral("20240101"), QStringLiteral("20240131"), QStringLiteral("1"), QStringLiteral("99999999"));
+    dialogs.pressF6In = &o.form;
+    dialogs.pressAtYield = 3; // after the count, before the first order, before the second
+    dialogs.expect(QStringLiteral("該当件数は、4件です。作成しますか？"), answer::Yes);
+    dialogs.expectFolder(out_->path());
+    dialogs.expect(test::catalogueText(QStringLiteral("処理中止")), answer::Yes);
+    dialogs.expect(QStringLiteral("中止しました。"), answer::Ok);
+    o.form.cmdFile->click();
+    QVERIFY(dialogs.done());
+    QFile customers(out_->filePath(QStringLiteral("顧客一括登録.txt")));
+    QVERIFY(customers.open(QIODevice::ReadOnly));
+    QCOMPARE(customers.readAll().count("\r\n"), 1);
+    QCOMPARE(home_->scalar(QStringLiteral("select sum(cflag) from jyuden where denno <= 104")), QStringLiteral("0"));
+    QCOMPARE(QApplication::focusWidget(), o.form.txtMm(0));
+}
+
+void ConveniMakeTest::markingRolledBack()
+{
+    test::ScriptedDialogs dialogs;
+    Opened o;
+    o.range(QStringLiteral("20240101"), QStringLiteral("20240131"), QStringLiteral("1"), QStringLiteral("99999999"));
+    dialogs.expect(QStringLiteral("該当件数は、4件です。作成しますか？"), answer::Yes);
+    dialogs.expectFolder(out_->path());
+    dialogs.expect(test::catalogueText(QStringLiteral("ＣＳＶ出力")), answer::Ok);
+    dialogs.expect(kMark, answer::Yes);
+    dialogs.expect(test::catalogueText(QStringLiteral("記録エラー")), answer::Ok);
+    {
+        test::RecordHolder holder(Sql("select * from jyuden where denno=104"));
+        QVERIFY(holder.ok());
+        o.form.cmdFile->click();
+    }
+    QVERIFY(dialogs.done());
+    QCOMPARE(home_->scalar(QStringLiteral("select sum(cflag) from jyuden where denno <= 104")), QStringLiteral("0"));
+    QCOMPARE(QApplication::focusWidget(), o.form.txtMm(0));
+    QVERIFY(o.form.txtDenno[0]->isEnabled());
+}
+
+QTEST_MAIN(ConveniMakeTest)
+#include "tst_convenimake.moc"

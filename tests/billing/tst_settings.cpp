@@ -1,0 +1,288 @@
+// frmSetCvs2 and its job against a fresh database: opening checks, load, save with its questions, cancel, and a
+// save against a record another connection holds.
+#include "app/db/dbglobals.h"
+#include "conveni/frmsetcvs2.h"
+#include "conveni/settingsjob.h"
+#include "tests/billing/billingtest.h"
+#include "tests/support/testhome.h"
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QTest>
+
+using namespace pel;
+
+namespace
+{
+
+const QString kConfirm1 = QStringLiteral("ファイナンス会社の変更をしますがよろしいですか？");
+const QString kConfirm2 = QStringLiteral("本当に変更してもよろしいですか？\r\n再度、間違いがないか確認してください\r\n"
+                                         "契約外のファイナンス会社を選択した場合、正しい入金データを取得できません");
+const QString kConfirm3 =
+    QStringLiteral("ファイナンス会社の変更をする場合、企業コードの変更もしてください\r\n変更しましたか？");
+const QString kSaveUsed = QStringLiteral("コンビニ収納代行設定 を記録します");
+const QString kSaveUnused = QStringLiteral("コンビニ収納代行設定 を記録します　（コンビニを使用しない）");
+const QString kSaved = QStringLiteral("記録しました。");
+const QString kNoPrinter = QStringLiteral("プリンターがインストールされていません。確認してください。");
+
+struct Opened {
+    frmSetCvs2 form;
+    Opened()
+    {
+        form.load();
+        if (!form.ended()) {
+            form.show();
+            QApplication::setActiveWindow(&form);
+            (void)QTest::qWaitForWindowActive(&form);
+        }
+    }
+    // A key pressed in the control that has the focus.
+    void press(Qt::Key key)
+    {
+        QWidget* w = QApplication::focusWidget();
+        QVERIFY(w);
+        QTest::keyClick(w, key);
+    }
+};
+
+} // namespace
+
+class SettingsTest : public QObject
+{
+    Q_OBJECT
+private slots:
+    void init();
+    void cleanup();
+    void openingEnds_data();
+    void openingEnds();
+    void noPrinter();
+    void load_data();
+    void load();
+    void save_data();
+    void save();
+    void cancelKeepsTheCheckBox();
+    void saveAgainstHeldRecord();
+
+private:
+    QString stored() const
+    {
+        return home_->scalar(QStringLiteral("select conveni from sysfile where id=1")) + QLatin1Char('|') +
+               home_->scalar(QStringLiteral("select cfcode1 from cvsset where code=1")) + QLatin1Char('|') +
+               home_->scalar(QStringLiteral("select ckcode1 from cvsset where code=1"));
+    }
+    std::unique_ptr<test::TestHome> home_;
+};
+
+void SettingsTest::init()
+{
+    qputenv("PEL008_LOCK_WAIT_MS", "20");
+    if (test::backendUnderTest() == test::Backend::Postgres && test::testServer().isEmpty())
+        QSKIP("PEL008_TEST_PG is not set");
+    frmSetCvs2::printerNames = [] { return QStringList{QStringLiteral("printer")}; };
+    home_ = std::make_unique<test::TestHome>();
+    QVERIFY2(home_->ok(), qPrintable(home_->error()));
+    QVERIFY(home_->exec({QStringLiteral("INSERT INTO sysfile (id, name, conveni) VALUES (1, 'shop', 1)"),
+                         QStringLiteral("INSERT INTO cvsini (code, kubun) VALUES ('908997', 0)"),
+                         QStringLiteral("INSERT INTO cvsini (code, kubun) VALUES ('929023', 0)"),
+                         QStringLiteral("INSERT INTO cvsset (code, cfcode1, ckcode1, cvkbn) VALUES (1, '908997', "
+                                        "'1234', 1)")}));
+    QVERIFY(fnOpenDB(1));
+}
+
+void SettingsTest::cleanup()
+{
+    fnCloseDB(1);
+    home_.reset();
+}
+
+void SettingsTest::openingEnds_data()
+{
+    QTest::addColumn<QString>("statement");
+    QTest::addColumn<bool>("ended");
+    QTest::newRow("all there") << QString() << false;
+    QTest::newRow("no sysfile row") << "DELETE FROM sysfile" << true;
+    QTest::newRow("no 908997 layout") << "DELETE FROM cvsini WHERE code = '908997'" << true;
+    QTest::newRow("929023 layout of kind 1 only") << "UPDATE cvsini SET kubun = 1 WHERE code = '929023'" << true;
+}
+
+void SettingsTest::openingEnds()
+{
+    QFETCH(QString, statement);
+    QFETCH(bool, ended);
+    if (!statement.isEmpty()) QVERIFY(home_->exec({statement}));
+    test::ScriptedDialogs dialogs; // ends silently
+    Opened o;
+    QCOMPARE(o.form.ended(), ended);
+}
+
+void SettingsTest::noPrinter()
+{
+    frmSetCvs2::printerNames = [] { return QStringList(); };
+    test::ScriptedDialogs dialogs;
+    dialogs.expect(kNoPrinter, answer::Ok);
+    Opened o;
+    QVERIFY(dialogs.done());
+    QCOMPARE(dialogs.styles, QList<int>{mb::Exclamation});
+    QVERIFY(!o.form.ended()); // the screen goes on
+    QCOMPARE(o.form.txtCkcode->text(), QStringLiteral("1234"));
+}
+
+void SettingsTest::load_data()
+{
+    QTest::addColumn<QStringList>("statements");
+    QTest::addColumn<bool>("checked");
+    QTest::addColumn<int>("index");
+    QTest::addColumn<QString>("code");
+    QTest::newRow("929023 in use") << QStringList{"UPDATE sysfile SET conveni = 2",
+                                                  "UPDATE cvsset SET cfcode1 = '929023', ckcode1 = ' 12345 '"}
+                                   << true << 1 << "12345";
+    // the code is shown, the agency stays at the first item
+    QTest::newRow("not used") << QStringList{"UPDATE sysfile SET conveni = 0", "UPDATE cvsset SET cfcode1 = '929023'"}
+                              << false << 0 << "1234";
+    QTest::newRow("no agency stored") << QStringList{"UPDATE cvsset SET cfcode1 = '  '"} << true << 0 << "";
+    QTest::newRow("no cvsset row") << QStringList{"DELETE FROM cvsset"} << true << 0 << "";
+}
+
+void SettingsTest::load()
+{
+    QFETCH(QStringList, statements);
+    QFETCH(bool, checked);
+    QFETCH(int, index);
+    QFETCH(QString, code);
+    QVERIFY(home_->exec(statements));
+    test::ScriptedDialogs dialogs;
+    Opened o;
+    QCOMPARE(o.form.chkCvs->isChecked(), checked);
+    QCOMPARE(o.form.cboCFcode->currentIndex(), index);
+    QCOMPARE(o.form.cboCFcode->count(), 2);
+    QCOMPARE(o.form.cboCFcode->itemText(1),
+             QStringLiteral("[929023]ＤＳＫ・コンビニ（furi_comシリーズ仕様 CSV出力仕様）"));
+    QCOMPARE(o.form.txtCkcode->text(), code);
+    QCOMPARE(o.form.txtCkcode->isEnabled(), checked);
+    QCOMPARE(o.form.cboCFcode->isEnabled(), checked);
+}
+
+void SettingsTest::save_data()
+{
+    // Each step: the text shown and the answer given.
+    using Steps = QList<QPair<QString, int>>;
+    QTest::addColumn<bool>("checked");
+    QTest::addColumn<int>("index");
+    QTest::addColumn<QString>("code");
+    QTest::addColumn<Steps>("steps");
+    QTest::addColumn<QString>("stored");
+    QTest::addColumn<QString>("focus");
+    const int y = answer::Yes, n = answer::No, ok = answer::Ok;
+    const Steps all{{kConfirm1, y}, {kConfirm2, y}, {kConfirm3, y}, {kSaveUsed, y}, {kSaved, ok}};
+    QTest::newRow("908997, four digits") << true << 0 << "4321" << all << "1|908997|4321"
+                                         << "cboCFcode";
+    QTest::newRow("929023, five digits with spaces") << true << 1 << " 12345 " << all << "2|929023| 12345 "
+                                                     << "cboCFcode";
+    QTest::newRow("908997, five digits") << true << 0 << "12345" << Steps{{"アプラスの企業コードは４桁です", ok}}
+                                         << "1|908997|1234"
+                                         << "txtCkcode";
+    QTest::newRow("929023, four digits") << true << 1 << "1234" << Steps{{"ＤＳＫの企業コードは５桁です", ok}}
+                                         << "1|908997|1234"
+                                         << "txtCkcode";
+    QTest::newRow("blank code") << true << 0 << "   " << Steps{{"企業コードを入力してください", ok}} << "1|908997|1234"
+                                << "txtCkcode";
+    QTest::newRow("second confirmation No")
+        << true << 1 << "12345" << Steps{{kConfirm1, y}, {kConfirm2, n}} << "1|908997|1234"
+        << "";
+    QTest::newRow("final question No") << true << 1 << "12345"
+                                       << Steps{{kConfirm1, y}, {kConfirm2, y}, {kConfirm3, y}, {kSaveUsed, n}}
+                                       << "1|908997|1234"
+                                       << "";
+    // unchecked: only conveni changes, the agency and code stay
+    QTest::newRow("not used") << false << 1 << "" << Steps{{kSaveUnused, y}, {kSaved, ok}} << "0|908997|1234"
+                              << "chkCvs";
+}
+
+void SettingsTest::save()
+{
+    using Steps = QList<QPair<QString, int>>;
+    QFETCH(bool, checked);
+    QFETCH(int, index);
+    QFETCH(QString, code);
+    QFETCH(Steps, steps);
+    QFETCH(QString, stored);
+    QFETCH(QString, focus);
+    test::ScriptedDialogs dialogs;
+    Opened o;
+    o.form.chkCvs->setChecked(checked);
+    o.form.cboCFcode->setCurrentIndex(index);
+    o.form.txtCkcode->setText(code);
+    o.form.chkCvs->setFocus();
+    for (const auto& [text, answer] : steps)
+        dialogs.expect(text, answer);
+    o.press(Qt::Key_F5);
+    QVERIFY(dialogs.done());
+    QCOMPARE(this->stored(), stored);
+    if (!focus.isEmpty())
+        QCOMPARE(QApplication::focusWidget() ? QApplication::focusWidget()->objectName() : QString(), focus);
+    const bool saved = steps.last().first == kSaved;
+    QCOMPARE(home_->scalar(QStringLiteral("select count(*) from operatlog where kubun = 2")), saved ? "1" : "0");
+    if (saved)
+        QCOMPARE(home_->scalar(QStringLiteral("select naiyou from operatlog where kubun = 2")),
+                 checked ? QStringLiteral("コンビニを使用する") : QStringLiteral("コンビニを使用しない"));
+    // the confirmations default to No
+    for (int i = 0; i < dialogs.shown.size(); ++i)
+        if (dialogs.shown.at(i).endsWith(kConfirm1))
+            QCOMPARE(dialogs.styles.at(i), mb::YesNo | mb::Information | mb::DefaultButton2);
+}
+
+void SettingsTest::cancelKeepsTheCheckBox()
+{
+    test::ScriptedDialogs dialogs;
+    Opened o;
+    o.form.chkCvs->click();
+    QVERIFY(!o.form.txtCkcode->isEnabled());
+    o.form.cboCFcode->setCurrentIndex(1);
+    o.form.txtCkcode->setText(QStringLiteral("99999"));
+    dialogs.expect(test::catalogueText(QStringLiteral("ｷｬﾝｾﾙ")), answer::No);
+    o.form.cmdCancel->click();
+    QCOMPARE(o.form.txtCkcode->text(), QStringLiteral("99999"));
+    dialogs.expect(test::catalogueText(QStringLiteral("ｷｬﾝｾﾙ")), answer::Yes);
+    o.form.cboCFcode->setFocus();
+    o.press(Qt::Key_Escape); // Escape is F6
+    QVERIFY(dialogs.done());
+    QCOMPARE(o.form.txtCkcode->text(), QStringLiteral("1234"));
+    QCOMPARE(o.form.cboCFcode->currentIndex(), 0);
+    QVERIFY(!o.form.chkCvs->isChecked());
+}
+
+void SettingsTest::saveAgainstHeldRecord()
+{
+    test::ScriptedDialogs dialogs;
+    for (const char* table : {"sysfile", "cvsset"}) {
+        const Sql select = QByteArray(table) == "sysfile" ? Sql("select * from sysfile where id=1")
+                                                          : Sql("select * from cvsset where code=1");
+        test::RecordHolder holder(select);
+        QVERIFY(holder.ok());
+        clsDbClass db;
+        QVERIFY(db.OpenDb());
+        SettingsJob job(db);
+        test::RecordingInteraction ui;
+        for (const QString& q : {kConfirm1, kConfirm2, kConfirm3, kSaveUsed})
+            dialogs.expect(q, answer::Yes);
+        dialogs.expect(test::catalogueText(QStringLiteral("記録エラー")), answer::Ok);
+        QCOMPARE(job.save(true, QStringLiteral("929023"), QStringLiteral("54321"), ui), SettingsJob::Saved::Failed);
+        QVERIFY(dialogs.done());
+        // SQLite holds the whole database for an edit: there the first table already fails
+        if (QByteArray(table) == "sysfile" || home_->backend() == test::Backend::Sqlite) {
+            QCOMPARE(job.sysfileAttempts(), SettingsJob::kAttempts);
+        } else {
+            QCOMPARE(job.sysfileAttempts(), 1);
+            QCOMPARE(job.cvssetAttempts(), SettingsJob::kAttempts);
+        }
+        QCOMPARE(ui.locks, (QList<bool>{true, false}));
+        db.CloseDb();
+    }
+    // both tables rolled back
+    QCOMPARE(stored(), QStringLiteral("1|908997|1234"));
+}
+
+QTEST_MAIN(SettingsTest)
+#include "tst_settings.moc"
