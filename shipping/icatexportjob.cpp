@@ -12,10 +12,8 @@
 #include <limits>
 #include <vector>
 
-namespace pel
-{
-namespace
-{
+namespace pel {
+namespace {
 
 const QString kComma = QStringLiteral(",");
 const QString kIdeographicSpace = QStringLiteral("　");

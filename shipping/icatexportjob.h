@@ -11,8 +11,7 @@
 #include <QString>
 #include <functional>
 
-namespace pel
-{
+namespace pel {
 
 // A character of an order that has no CP932 form: the line carries "?" in its place, as the system writes it.
 struct IcatUnencodable {

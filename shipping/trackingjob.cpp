@@ -10,8 +10,7 @@
 #include <cmath>
 #include <limits>
 
-namespace pel
-{
+namespace pel {
 
 std::optional<qint32> TrackingImportJob::toLong(const QString& field)
 {

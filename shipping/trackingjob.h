@@ -8,8 +8,7 @@
 #include <QString>
 #include <optional>
 
-namespace pel
-{
+namespace pel {
 
 class TrackingImportJob
 {

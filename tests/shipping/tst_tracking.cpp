@@ -11,8 +11,7 @@
 
 using namespace pel;
 
-namespace
-{
+namespace {
 
 const QString kOk = QStringLiteral("正常に終了しました");
 const QString kErrors = QStringLiteral("エラーデータがあります。確認して下さい");
