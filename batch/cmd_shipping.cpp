@@ -9,10 +9,8 @@
 #include <QJsonArray>
 #include <QRegularExpression>
 
-namespace pel::batch
-{
-namespace
-{
+namespace pel::batch {
+namespace {
 
 // --append: under --yes the overwrite question is answered No (append); everything else as the runner answers.
 class AppendDialogs final : public DialogService
