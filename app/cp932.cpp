@@ -113,7 +113,7 @@ QByteArray Cp932::encodeLossy(QStringView text)
         if (auto b = encode(text.mid(i, n)))
             out += *b;
         else
-            out += "??";
+            out += QByteArray(n, '?'); // one per UTF-16 unit, as the system converts
         i += n;
     }
     return out;
@@ -123,7 +123,14 @@ qsizetype Cp932::byteLength(QStringView text)
 {
     if (auto b = encode(text))
         return b->size();
-    return encodeLossy(text).size();
+    qsizetype bytes = 0;
+    for (qsizetype i = 0; i < text.size();) {
+        const qsizetype n = (text[i].isHighSurrogate() && i + 1 < text.size()) ? 2 : 1;
+        const auto b = encode(text.mid(i, n));
+        bytes += b ? b->size() : 2;
+        i += n;
+    }
+    return bytes;
 }
 
 } // namespace pel

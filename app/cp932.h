@@ -19,8 +19,8 @@ public:
     // Encodes strictly: a character without a CP932 form is an error naming that character and its position;
     // nothing is ever replaced by a substitute.
     static std::optional<QByteArray> encode(QStringView text, Cp932Error* error = nullptr);
-    // Encodes what can be encoded, dropping nothing: unmappable characters become '?' (used only where a
-    // length must be measured, never for writing files).
+    // The text as the system converts it: a character without a CP932 form becomes one '?' per UTF-16 unit.
+    // Writers that use it report every such character themselves.
     static QByteArray encodeLossy(QStringView text);
     // Number of CP932 bytes of the text (an unmappable character counts two, like a double-byte one).
     static qsizetype byteLength(QStringView text);

@@ -4,10 +4,13 @@
 #include "app/db/connection.h"
 #include "app/db/schema.h"
 #include "app/inifile.h"
+#include "app/interaction.h"
+#include "shipping/icatexportjob.h"
 
 #include <QDate>
 #include <QDir>
 #include <QFile>
+#include <QMap>
 #include <QSaveFile>
 
 #include <random>
@@ -158,6 +161,81 @@ const LayoutRow kLayouts[] = {
       {"ccvstenpo", 9}}},
 };
 
+
+// Answers every question of the export with its default button (Yes to the count), silently.
+class QuietDialogs final : public DialogService {
+public:
+    int messageBox(const QString&, int style, const QString&) override { return defaultAnswer(style); }
+};
+
+// The result file I-CAT gives back: the shipping lines of up to ten label-printed orders of kinds 9 and 10 without a
+// tracking number, as the export job writes them, each with a tracking number added, and one unknown order.
+bool writeIcatResult(const QString& home, const std::vector<Order>& orders, const QString& path, QString* error)
+{
+    std::vector<const Order*> wanted;
+    for (const Order& o : orders)
+        if (o.oflag && (o.hcode == 9 || o.hcode == 10) && o.okurino.isEmpty() && wanted.size() < 10)
+            wanted.push_back(&o);
+    QStringList lines;
+    QString first;
+    if (!wanted.empty()) {
+        // the job works on the program folder's database
+        const QByteArray previousHome = qgetenv("PEL008_HOME");
+        qputenv("PEL008_HOME", QDir(home).absolutePath().toLocal8Bit());
+        QuietDialogs quiet;
+        DialogService* previousDialogs = setDialogService(&quiet);
+        QMap<int, QString> byDenno;
+        int firstDay = wanted.front()->sday, lastDay = firstDay;
+        for (const Order* o : wanted)
+            firstDay = std::min(firstDay, o->sday), lastDay = std::max(lastDay, o->sday);
+        {
+            clsDbClass db;
+            if (db.OpenDb()) {
+                IcatExportJob job(db);
+                job.loadShop();
+                for (const int kind : {9, 10}) {
+                    const QString part = QDir(home).filePath(QStringLiteral("out/icat_kind%1.csv").arg(kind));
+                    QFile::remove(part);
+                    IcatExportJob::Input in;
+                    for (int i = 0; i < 2; ++i) {
+                        const QString day = QString::number(i == 0 ? firstDay : lastDay);
+                        in.yy[i] = day.left(4), in.mm[i] = day.mid(4, 2), in.dd[i] = day.mid(6, 2);
+                    }
+                    in.denno[0] = QString::number(wanted.front()->denno);
+                    in.denno[1] = QString::number(wanted.back()->denno);
+                    in.file = part;
+                    in.kind = kind;
+                    in.reprint = true; // the orders are label-printed already
+                    Interaction ui;
+                    job.run(in, ui);
+                    QFile f(part);
+                    if (f.open(QIODevice::ReadOnly))
+                        for (const QByteArray& l : f.readAll().split('\n'))
+                            if (!l.trimmed().isEmpty()) {
+                                const QString line = Cp932::decode(l.trimmed()).value_or(QString());
+                                byDenno.insert(line.section(QLatin1Char(','), 1, 1).toInt(), line);
+                            }
+                    f.remove();
+                }
+            }
+            db.CloseDb();
+        }
+        setDialogService(previousDialogs);
+        qputenv("PEL008_HOME", previousHome);
+        for (const Order* o : wanted)
+            if (byDenno.contains(o->denno)) {
+                if (first.isEmpty())
+                    first = byDenno.value(o->denno);
+                lines << byDenno.value(o->denno) + QStringLiteral(",4%1").arg(digits(o->denno, 11));
+            }
+    }
+    if (!first.isEmpty()) {
+        QStringList unknown = first.split(QLatin1Char(','));
+        unknown[1] = QStringLiteral("99999999");
+        lines << unknown.join(QLatin1Char(',')) + QStringLiteral(",499999999999");
+    }
+    return writeCp932(path, lines, error);
+}
 } // namespace
 
 bool makeDemoHome(const QString& home, const Options& options, Summary* summary, QString* error)
@@ -443,38 +521,6 @@ bool makeDemoHome(const QString& home, const Options& options, Summary* summary,
             return false;
         written << QStringLiteral("samples/MT929023.csv");
     }
-    // the carrier's result file: shipping lines of label-printed orders, tracking number as field 47
-    {
-        QStringList lines;
-        int count = 0;
-        for (const Order& o : orders) {
-            if (!o.oflag || (o.hcode != 9 && o.hcode != 10) || !o.okurino.isEmpty())
-                continue;
-            const Member& r = members[static_cast<size_t>(o.omcode - 1)];
-            QStringList f(46);
-            f[0] = QStringLiteral("%1/%2/%3").arg(o.sday / 10000).arg(digits(o.sday / 100 % 100, 2)).arg(digits(o.sday % 100, 2));
-            f[1] = QString::number(o.denno);
-            f[2] = o.hcode == 10 ? QStringLiteral("2") : QStringLiteral("0");
-            f[4] = QString::number(o.omcode);
-            f[5] = r.tel.isEmpty() ? r.keitai : r.tel;
-            f[7] = r.name;
-            f[8] = QString(r.zip).remove(QLatin1Char('-'));
-            f[9] = r.adr1 + r.adr2 + QStringLiteral("　") + r.adr3 + r.adr4;
-            f[13] = r.sex == 3 ? QStringLiteral("御中") : QStringLiteral("様");
-            f[33] = QString::number(o.total);
-            lines << f.join(QLatin1Char(',')) + QStringLiteral(",4%1").arg(digits(o.denno, 11));
-            if (++count >= 10)
-                break;
-        }
-        QStringList unknown(46);
-        unknown[0] = QStringLiteral("2026/01/01");
-        unknown[1] = QStringLiteral("99999999");
-        lines << unknown.join(QLatin1Char(',')) + QStringLiteral(",499999999999");
-        if (!writeCp932(samples + QStringLiteral("/icat_result.csv"), lines, error))
-            return false;
-        written << QStringLiteral("samples/icat_result.csv");
-    }
-
     // mirabo.ini: the database beside the program, the screens' remembered paths on the samples
     const QString ini = dir.filePath(QStringLiteral("mirabo.ini"));
     const QString native = QDir::toNativeSeparators(dir.absolutePath());
@@ -486,6 +532,11 @@ bool makeDemoHome(const QString& home, const Options& options, Summary* summary,
     fnPutIni(QStringLiteral("I-CAT"), QStringLiteral("ReadFile"), native + sep + QStringLiteral("samples") + sep + QStringLiteral("icat_result.csv"), ini);
     fnPutIni(QStringLiteral("I-CAT"), QStringLiteral("ErrFile"), native + sep + QStringLiteral("out") + sep + QStringLiteral("icat_error.txt"), ini);
     fnPutIni(QStringLiteral("ConveniMake"), QStringLiteral("FilePath"), native + sep + QStringLiteral("out"), ini);
+
+    // the carrier's result file: the export job's own lines of label-printed orders, tracking number as field 47
+    if (!writeIcatResult(home, orders, samples + QStringLiteral("/icat_result.csv"), error))
+        return false;
+    written << QStringLiteral("samples/icat_result.csv");
 
     summary->orders = options.orders;
     summary->lines = lineTotal;

@@ -46,13 +46,6 @@ int daysInMonth(long long year, long long month)
     }
 }
 
-long long trioToYmd(const QString& yy, const QString& mm, const QString& dd)
-{
-    if (yy.trimmed().isEmpty() || mm.trimmed().isEmpty() || dd.trimmed().isEmpty())
-        return 0;
-    return numberOf(yy) * 10000 + numberOf(mm) * 100 + numberOf(dd);
-}
-
 DateEntry::DateEntry(int index, QWidget* parent) : QWidget(parent), index_(index)
 {
     yy_ = makeBox(QStringLiteral("txtYy"), index, 4, this);

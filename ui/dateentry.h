@@ -1,5 +1,6 @@
 #pragma once
 // Date entry: year, month and day boxes with a picker, kept consistent with each other; used as a start/end pair.
+#include "ui/textrules.h"
 #include <QString>
 #include <QWidget>
 
@@ -10,8 +11,6 @@ namespace pel {
 
 // Largest day of a month (a month outside 1..12 allows 31).
 int daysInMonth(long long year, long long month);
-// yyyymmdd from the three texts; 0 unless all three trimmed texts are non-empty.
-long long trioToYmd(const QString& yy, const QString& mm, const QString& dd);
 
 // One date: txtYy (max 4), txtMm (2), txtDd (2) and the picker dtpDay.
 class DateEntry : public QWidget {

@@ -87,4 +87,12 @@ int fnByteLen(const QString& text)
     return static_cast<int>(Cp932::byteLength(text));
 }
 
+long long trioToYmd(const QString& yy, const QString& mm, const QString& dd)
+{
+    if (yy.trimmed().isEmpty() || mm.trimmed().isEmpty() || dd.trimmed().isEmpty())
+        return 0;
+    const auto n = [](const QString& t) { return static_cast<long long>(fnToNum(t)); };
+    return n(yy) * 10000 + n(mm) * 100 + n(dd);
+}
+
 } // namespace pel

@@ -24,4 +24,7 @@ QString fnPadLeft(const QString& text, int width, QChar fill = QLatin1Char(' '))
 // Shift-JIS byte length of a text, a double-byte character counting two.
 int fnByteLen(const QString& text);
 
+// yyyymmdd from the three texts of a date entry; 0 unless all three trimmed texts are non-empty.
+long long trioToYmd(const QString& yy, const QString& mm, const QString& dd);
+
 } // namespace pel

@@ -7,4 +7,5 @@ target_sources(pel008_gui PRIVATE
   ${CMAKE_CURRENT_LIST_DIR}/dateentry.cpp ${CMAKE_CURRENT_LIST_DIR}/dateentry.h
   ${CMAKE_CURRENT_LIST_DIR}/form.cpp ${CMAKE_CURRENT_LIST_DIR}/form.h
   ${CMAKE_CURRENT_LIST_DIR}/forminteraction.cpp ${CMAKE_CURRENT_LIST_DIR}/forminteraction.h
+  ${CMAKE_CURRENT_LIST_DIR}/formscreen.h
 )

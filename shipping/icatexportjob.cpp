@@ -1,0 +1,352 @@
+#include "shipping/icatexportjob.h"
+
+#include "app/cp932.h"
+#include "app/oplog.h"
+#include "ui/textrules.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QRegularExpression>
+
+#include <cmath>
+#include <limits>
+#include <vector>
+
+namespace pel {
+namespace {
+
+const QString kComma = QStringLiteral(",");
+const QString kIdeographicSpace = QStringLiteral("　");
+
+// The order-number boxes as 32-bit integers: rounded half to even, kept within the type.
+qint32 toLong(const QString& text)
+{
+    const double v = std::nearbyint(fnToNum(text));
+    if (v > std::numeric_limits<qint32>::max()) return std::numeric_limits<qint32>::max();
+    if (v < std::numeric_limits<qint32>::min()) return std::numeric_limits<qint32>::min();
+    return static_cast<qint32>(v);
+}
+
+// A number as the engine converts it strictly: an empty text or a stray letter is not one.
+bool strictNumber(const QString& text, double* value)
+{
+    static const QRegularExpression number(QStringLiteral(R"(^\s*[+-]?(\d+\.?\d*|\.\d+)\s*$)"));
+    if (!number.match(text).hasMatch()) return false;
+    *value = text.trimmed().toDouble();
+    return true;
+}
+
+QString timeSlot(const QString& htime)
+{
+    static const QString kSlots[] = {QStringLiteral("0812"), QStringLiteral("1214"), QStringLiteral("1416"),
+                                     QStringLiteral("1618"), QStringLiteral("1820"), QStringLiteral("2021")};
+    if (htime.size() == 1 && htime[0] >= u'1' && htime[0] <= u'6') return kSlots[htime[0].unicode() - u'1'];
+    return QString();
+}
+
+// The columns of the export query, looked up once per run rather than once per record.
+struct Columns {
+    enum : int {
+        Sday,
+        Denno,
+        Hcode,
+        Chilled,
+        Omcode,
+        MTel,
+        MKeitai,
+        MName,
+        MZip,
+        MAdr1,
+        MAdr2,
+        MAdr3,
+        MAdr4,
+        MSex,
+        Gift,
+        JmTel,
+        JmKeitai,
+        JmName,
+        JmZip,
+        JmAdr1,
+        JmAdr2,
+        JmAdr3,
+        JmAdr4,
+        Memo,
+        Haiday,
+        Htime,
+        Total,
+        Count
+    };
+    int index[Count];
+    explicit Columns(const Recordset& rs)
+    {
+        static const char* const names[Count] = {
+            "sday",   "denno",   "hcode",   "chilled", "omcode",  "m.tel",  "m.keitai", "m.name",    "m.zip",
+            "m.adr1", "m.adr2",  "m.adr3",  "m.adr4",  "m.sex",   "gift",   "jm.tel",   "jm.keitai", "jm.name",
+            "jm.zip", "jm.adr1", "jm.adr2", "jm.adr3", "jm.adr4", "d.memo", "haiday",   "htime",     "total"};
+        for (int i = 0; i < Count; ++i)
+            index[i] = rs.fieldIndex(QString::fromLatin1(names[i]));
+    }
+    QString text(const Recordset& rs, int column) const
+    {
+        return index[column] < 0 ? QString() : rs.text(index[column]);
+    }
+};
+
+struct Sender {
+    QString tel, name, zip, adr1, adr2, adr3, adr4;
+};
+
+// The 46 fields of one order's line.
+QStringList lineFields(const Recordset& rs, const Columns& c, const Sender& shop)
+{
+    const auto t = [&](int column) { return c.text(rs, column); };
+    QStringList f(IcatExportJob::kFields);
+    f[0] = IcatExportJob::datePattern(t(Columns::Sday));
+    f[1] = t(Columns::Denno);
+    const double hcode = fnToNum(t(Columns::Hcode));
+    f[2] = (hcode == 4 || hcode == 6 || hcode == 8 || hcode == 10) ? QStringLiteral("2") : QStringLiteral("0");
+    // the carrier numbers the two cool classes the other way round
+    const QString chilled = t(Columns::Chilled);
+    f[3] = chilled == QLatin1String("1")   ? QStringLiteral("2")
+           : chilled == QLatin1String("2") ? QStringLiteral("1")
+                                           : QString();
+    f[4] = t(Columns::Omcode);
+    const QString tel = t(Columns::MTel);
+    f[5] = !tel.isEmpty() ? tel : t(Columns::MKeitai);
+    f[7] = t(Columns::MName);
+    f[8] = fnDelStr(t(Columns::MZip), QStringLiteral("-"));
+    f[9] = t(Columns::MAdr1) + t(Columns::MAdr2) + kIdeographicSpace + t(Columns::MAdr3) + t(Columns::MAdr4);
+    f[13] = fnToNum(t(Columns::MSex)) == 3 ? QStringLiteral("御中") : QStringLiteral("様");
+    Sender s = shop;
+    if (fnToNum(t(Columns::Gift)) != 0) {
+        s.tel = t(Columns::JmTel);
+        if (s.tel.isEmpty()) s.tel = t(Columns::JmKeitai);
+        s = {s.tel,
+             t(Columns::JmName),
+             t(Columns::JmZip),
+             t(Columns::JmAdr1),
+             t(Columns::JmAdr2),
+             t(Columns::JmAdr3),
+             t(Columns::JmAdr4)};
+    }
+    f[15] = s.tel;
+    f[17] = s.name;
+    f[18] = fnDelStr(s.zip, QStringLiteral("-"));
+    f[19] = s.adr1 + s.adr2 + kIdeographicSpace + s.adr3 + s.adr4;
+    f[30] = t(Columns::Memo).left(24);
+    const QString haiday = t(Columns::Haiday);
+    double day = 0;
+    if (strictNumber(haiday, &day) && day != 0) f[31] = IcatExportJob::datePattern(haiday);
+    f[32] = timeSlot(t(Columns::Htime));
+    f[33] = t(Columns::Total);
+    return f;
+}
+
+// The line in CP932; a character without a CP932 form is written as the system converts it ("?" per UTF-16 unit)
+// and listed.
+QByteArray encodeLine(QStringList fields, qint64 denno, QList<IcatUnencodable>& unencodable)
+{
+    if (auto bytes = Cp932::encode(fields.join(kComma))) return *bytes;
+    for (int i = 0; i < fields.size(); ++i) {
+        if (Cp932::encode(fields[i])) continue;
+        const QString field = fields[i];
+        QString written;
+        for (qsizetype k = 0; k < field.size();) {
+            const bool pair = field[k].isHighSurrogate() && k + 1 < field.size() && field[k + 1].isLowSurrogate();
+            const QString ch = field.mid(k, pair ? 2 : 1);
+            if (Cp932::encode(ch)) {
+                written += ch;
+            } else {
+                unencodable.append({denno, i + 1, ch, ch.toUcs4().value(0)});
+                written += QString(ch.size(), QLatin1Char('?'));
+            }
+            k += ch.size();
+        }
+        fields[i] = written;
+    }
+    return Cp932::encode(fields.join(kComma)).value_or(QByteArray());
+}
+
+} // namespace
+
+void IcatExportJob::loadShop()
+{
+    shop_.close();
+    (void)db_.DbSql(Sql("select * from sysfile where id = 1"), shop_);
+}
+
+QList<QPair<QString, int>> IcatExportJob::labelKinds()
+{
+    const auto shop = [&](const char* column) {
+        return shop_.isOpen() && !shop_.eof() ? shop_.text(shop_.fieldIndex(QString::fromLatin1(column))) : QString();
+    };
+    const Sql query = fnToNum(shop("rnou")) == 1
+                          ? Sql("select 1 as jj,* from bunrui where kubun=3 and jun>0 ") + " union all" +
+                                " select 2 as jj,* from bunrui where kubun=3 and jun=0" + " order by jj,jun,code"
+                          : Sql("select 1 as jj,* from bunrui where kubun=3 and code>6 and jun>0") + " union all" +
+                                " select 2 as jj,* from bunrui where kubun=3 and code>6 and jun=0" + " union all" +
+                                " select 3 as jj,* from bunrui where kubun=3 and code<=6 and jun>0" + " union all" +
+                                " select 4 as jj,* from bunrui where kubun=3 and code<=6 and jun=0" +
+                                " order by jj,jun,code";
+    QList<QPair<QString, int>> kinds;
+    Recordset rs;
+    if (!db_.DbSql(query, rs)) return kinds;
+    const int code = rs.fieldIndex(QStringLiteral("code")), name = rs.fieldIndex(QStringLiteral("name"));
+    for (; !rs.eof(); rs.moveNext()) {
+        // only these two are kinds that I-CAT prints
+        const double c = fnToNum(rs.text(code));
+        if (c == 9 || c == 10) kinds.append({rs.text(name), static_cast<int>(c)});
+    }
+    return kinds;
+}
+
+int IcatExportJob::firstEmpty(const Input& in)
+{
+    const QString* fields[] = {&in.yy[0], &in.mm[0],    &in.dd[0],    &in.yy[1], &in.mm[1],
+                               &in.dd[1], &in.denno[0], &in.denno[1], &in.file};
+    for (int i = 0; i < 9; ++i)
+        if (fields[i]->trimmed().isEmpty()) return i;
+    return -1;
+}
+
+IcatExportJob::Selection IcatExportJob::selection(const Input& in)
+{
+    Selection s;
+    s.dateFrom = trioToYmd(in.yy[0], in.mm[0], in.dd[0]);
+    s.dateTo = trioToYmd(in.yy[1], in.mm[1], in.dd[1]);
+    if (s.dateFrom > s.dateTo) {
+        std::swap(s.dateFrom, s.dateTo);
+        s.datesSwapped = true;
+    }
+    s.dennoFrom = toLong(in.denno[0]);
+    s.dennoTo = toLong(in.denno[1]);
+    if (s.dennoFrom > s.dennoTo) {
+        std::swap(s.dennoFrom, s.dennoTo);
+        s.numbersSwapped = true;
+    }
+    return s;
+}
+
+QString IcatExportJob::datePattern(const QString& digits)
+{
+    // filled from the right; what does not fit stays in front of the first group
+    const QString t = fnPadLeft(digits, 8);
+    const qsizetype extra = t.size() - 8;
+    return t.left(extra + 4) + QLatin1Char('/') + t.mid(extra + 4, 2) + QLatin1Char('/') + t.mid(extra + 6, 2);
+}
+
+QString IcatExportJob::unencodableReport(const QList<IcatUnencodable>& list)
+{
+    constexpr int kShown = 30;
+    QString text = QStringLiteral("Shift-JIS にない文字を「?」で書き出しました（%1 文字）").arg(list.size());
+    for (qsizetype i = 0; i < list.size() && i < kShown; ++i) {
+        const IcatUnencodable& u = list[i];
+        text += QStringLiteral("\r\n受注番号 %1　項目 %2　「%3」 U+%4")
+                    .arg(u.denno)
+                    .arg(u.field)
+                    .arg(u.character)
+                    .arg(QString::number(u.codePoint, 16).toUpper().rightJustified(4, QLatin1Char('0')));
+    }
+    if (list.size() > kShown) text += QStringLiteral("\r\nほか %1 文字").arg(list.size() - kShown);
+    return text;
+}
+
+IcatExportJob::Result IcatExportJob::run(const Input& in, Interaction& ui)
+{
+    Result r;
+    r.missing = firstEmpty(in);
+    if (r.missing >= 0) {
+        r.outcome = Outcome::Missing;
+        ui.msg(QStringLiteral("未記入"));
+        return r;
+    }
+    ui.lock(true);
+    ui.status(QStringLiteral("処理中・・・"));
+    ui.yieldOnce();
+    const auto unlock = [&](Outcome outcome) {
+        r.outcome = outcome;
+        ui.status(QString());
+        ui.lock(false);
+        return r;
+    };
+
+    r.selection = selection(in);
+    if ((r.selection.datesSwapped || r.selection.numbersSwapped) && showSelection) showSelection(r.selection);
+    const Selection& s = r.selection;
+
+    // From here on a statement that fails is passed over, as the run always did.
+    const Sql query =
+        Sql("select *") + "  from jyuden d,member m,member jm" + " where d.omcode=m.code" + "   and d.mcode = jm.code" +
+        "   and d.denno between " + Sql::n(s.dennoFrom) + " and " + Sql::n(s.dennoTo) + "   and d.denku = 0" +
+        "   and d.oflag =" + (in.reprint ? Sql("1") : Sql("0")) + "   and d.sday between " + Sql::n(s.dateFrom) +
+        " and " + Sql::n(s.dateTo) + "   and d.hcode = " + Sql::n(in.kind) + " order by sday,denno";
+    Recordset rs;
+    r.count = db_.DbSql(query, rs) ? rs.recordCount() : 0;
+    if (r.count == 0) {
+        // the button code is the one the screen always used; the answer does not matter
+        ui.messageBox(QStringLiteral("該当件数は０件です"), mb::Information | mb::CancelTryContinue,
+                      QStringLiteral("確認"));
+        return unlock(Outcome::NoOrders);
+    }
+    if (ui.messageBox(QStringLiteral("該当件数は") + QString::number(r.count) +
+                          QStringLiteral("件です。作成しますか？"),
+                      mb::Information | mb::YesNo, QStringLiteral("確認")) != answer::Yes)
+        return unlock(Outcome::Refused);
+
+    QIODevice::OpenMode mode = QIODevice::WriteOnly | QIODevice::Truncate;
+    if (QFileInfo(in.file).isFile()) {
+        const int a = ui.messageBox(QStringLiteral("ファイル <") + in.file + QStringLiteral("> が存在します。") +
+                                        QStringLiteral("\r\nデータを上書しますか？\r\nはい:上書 いいえ:追加"),
+                                    mb::Question | mb::YesNoCancel, QStringLiteral("確認"));
+        if (a == answer::No)
+            mode = QIODevice::WriteOnly | QIODevice::Append;
+        else if (a != answer::Yes)
+            return unlock(Outcome::Abandoned);
+    }
+    // A file that cannot be opened (a missing folder) writes nothing; the run goes on all the same.
+    QFile file(in.file);
+    const bool open = file.open(mode);
+
+    std::vector<qint64> exported;
+    exported.reserve(static_cast<size_t>(r.count));
+    const Columns columns(rs);
+    Sender shop;
+    if (shop_.isOpen() && !shop_.eof()) {
+        const auto v = [&](const char* c) { return shop_.text(shop_.fieldIndex(QString::fromLatin1(c))); };
+        shop = {v("tel"), v("name"), v("zip"), v("adr1"), v("adr2"), v("adr3"), v("adr4")};
+    }
+    for (rs.moveFirst(); !rs.eof(); rs.moveNext()) {
+        // the flag stays set after a No, so the question comes again before every following order
+        if (ui.cancelRequested() && ui.msg(QStringLiteral("処理中止"), QString(), true) == answer::Yes)
+            return unlock(Outcome::Stopped);
+        const QStringList fields = lineFields(rs, columns, shop);
+        const qint64 denno = fields[1].toLongLong();
+        QByteArray line = encodeLine(fields, denno, r.unencodable);
+        line += "\r\n";
+        if (open && file.write(line) == line.size()) ++r.written;
+        exported.push_back(denno);
+        ui.yieldOnce();
+    }
+    r.exported = static_cast<qint64>(exported.size());
+    file.close();
+    ui.msg(QStringLiteral("ＣＳＶ出力"));
+    if (!r.unencodable.isEmpty()) ui.messageBox(unencodableReport(r.unencodable), mb::Exclamation, kProductTitle);
+
+    // A reprint flags orders that are flagged already: nothing to ask.
+    const bool mark = in.reprint || ui.messageBox(QStringLiteral("印刷した受注伝票を送り状印刷済みに更新しますか？"),
+                                                  mb::Question | mb::YesNo, QStringLiteral("確認")) == answer::Yes;
+    if (mark) {
+        // one transaction per order: a failure part-way keeps the orders flagged before it
+        for (const qint64 denno : exported) {
+            (void)db_.BeginTns();
+            if (db_.DbSqlExec(Sql("update jyuden set oflag = 1 where denno = ") + Sql::n(denno)))
+                r.marked += db_.RecCnt();
+            (void)db_.CommitTns();
+            ui.yieldOnce();
+        }
+        opeLog(kCaption, 2, QString::number(r.marked) + QStringLiteral("件"));
+    }
+    return unlock(Outcome::Done);
+}
+
+} // namespace pel

@@ -1,0 +1,107 @@
+#include "shipping/trackingjob.h"
+
+#include "app/cp932.h"
+#include "app/oplog.h"
+#include "app/startup.h"
+
+#include <QFile>
+#include <QRegularExpression>
+
+#include <cmath>
+#include <limits>
+
+namespace pel {
+
+std::optional<qint32> TrackingImportJob::toLong(const QString& field)
+{
+    static const QRegularExpression number(QStringLiteral(R"(^\s*[+-]?(\d+\.?\d*|\.\d+)\s*$)"));
+    if (!number.match(field).hasMatch()) return std::nullopt;
+    // halves go to the even neighbour, as the conversion rounds
+    const double v = std::nearbyint(field.trimmed().toDouble());
+    if (!(v >= std::numeric_limits<qint32>::min() && v <= std::numeric_limits<qint32>::max())) return std::nullopt;
+    return static_cast<qint32>(v);
+}
+
+bool TrackingImportJob::readLine(const QByteArray& raw, Values& values)
+{
+    const auto text = Cp932::decode(raw);
+    if (!text) return false;
+    QStringList fields;
+    const int n = fnSplitQuoted(*text, fields, QStringLiteral(","));
+    if (n >= 2)
+        if (const auto denno = toLong(fields[2])) values.denno = *denno;
+    if (n >= kTrackingField) values.tracking = fields[kTrackingField];
+    return true;
+}
+
+TrackingImportJob::Result TrackingImportJob::run(const QString& input, const QString& errorLog, Interaction& ui)
+{
+    Result r;
+    ui.lock(true);
+    ui.status(QStringLiteral("処理中・・・"));
+    ui.yieldOnce();
+    const auto unlock = [&](Outcome outcome) {
+        r.outcome = outcome;
+        ui.status(QString());
+        ui.lock(false);
+        return r;
+    };
+
+    QFile in(input);
+    if (input.isEmpty() || !in.open(QIODevice::ReadOnly)) {
+        ui.msg(QStringLiteral("ファイルエラー"));
+        return unlock(Outcome::InputError);
+    }
+    // created anew by every run, also when no line is rejected
+    QFile log(errorLog);
+    if (errorLog.isEmpty() || !log.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+        in.close();
+        ui.msg(QStringLiteral("ファイルエラー"));
+        return unlock(Outcome::LogError);
+    }
+
+    static const QByteArray kRejected = *Cp932::encode(u"【受注伝票なし】,");
+    Values values;
+    while (!in.atEnd()) {
+        QByteArray line = in.readLine();
+        if (line.endsWith('\n')) line.chop(line.endsWith("\r\n") ? 2 : 1);
+        ++r.lines;
+        bool found = false;
+        if (readLine(line, values)) {
+            // From here on a statement that fails is passed over: a tracking number with letters is not stored.
+            Recordset rs;
+            const qint64 count =
+                db_.DbSql(Sql("select * from jyuden where denno=") + Sql::n(values.denno), rs) ? db_.RecCnt() : 0;
+            if (count == 1) {
+                found = true;
+                (void)db_.BeginTns();
+                if (db_.DbSqlExec(Sql("update jyuden set okurino=") + Sql::n(values.tracking) +
+                                  " where denno=" + Sql::n(values.denno)) &&
+                    db_.RecCnt() > 0)
+                    ++r.updated;
+                (void)db_.CommitTns();
+            }
+        } else {
+            ++r.undecodable;
+        }
+        if (!found) {
+            // the line as it was read, byte for byte
+            log.write(kRejected + line + "\r\n");
+            ++r.rejected;
+        }
+        ui.yieldOnce();
+        if (ui.cancelRequested()) return unlock(Outcome::Stopped);
+    }
+    in.close();
+    log.close();
+    ui.yieldOnce();
+    if (r.rejected == 0)
+        ui.messageBox(QStringLiteral("正常に終了しました"), mb::Information, QStringLiteral("終了"));
+    else
+        ui.messageBox(QStringLiteral("エラーデータがあります。確認して下さい"), mb::Critical,
+                      QStringLiteral("エラー確認"));
+    opeLog(kCaption, 1, QString::number(r.lines) + QStringLiteral("件"));
+    return unlock(Outcome::Done);
+}
+
+} // namespace pel

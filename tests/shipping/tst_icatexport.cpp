@@ -1,0 +1,433 @@
+// The I-CAT export job on a small database: the file line by line against a golden file, the selection, the
+// questions and their answers, cancel, a folder that does not exist, and a run of more orders than 16 bits count.
+#include "app/cp932.h"
+#include "app/db/dbglobals.h"
+#include "shipping/icatexportjob.h"
+#include "tests/shipping/orders.h"
+#include "tests/support/testhome.h"
+#include "ui/msgcatalog.h"
+
+#include <QFile>
+#include <QTest>
+
+using namespace pel;
+
+namespace {
+
+const QString kCount5 = QStringLiteral("該当件数は5件です。作成しますか？");
+const QString kMark = QStringLiteral("印刷した受注伝票を送り状印刷済みに更新しますか？");
+
+QString catalogue(const char* key)
+{
+    CatalogueEntry e;
+    catalogueEntry(QString::fromUtf8(key), QString(), &e);
+    return e.text;
+}
+
+QString fileQuestion(const QString& path)
+{
+    return QStringLiteral("ファイル <") + path +
+           QStringLiteral("> が存在します。\r\nデータを上書しますか？\r\nはい:上書 いいえ:追加");
+}
+
+
+QStringList golden()
+{
+    QFile f(QStringLiteral(SHIPPING_TEST_DATA "/icat_export.golden"));
+    if (!f.open(QIODevice::ReadOnly)) return {};
+    QStringList lines = QString::fromUtf8(f.readAll()).split(QLatin1Char('\n'));
+    lines.removeLast();
+    return lines;
+}
+
+// The file as the carrier reads it: CP932 lines ended by CR LF.
+QStringList readBack(const QString& path)
+{
+    QFile f(path);
+    if (!f.open(QIODevice::ReadOnly)) return {};
+    const QByteArray bytes = f.readAll();
+    if (!bytes.isEmpty() && !bytes.endsWith("\r\n")) return {QStringLiteral("<no CR LF at the end>")};
+    QStringList lines;
+    for (const QByteArray& l : bytes.split('\n')) {
+        if (l.isEmpty()) continue;
+        if (!l.endsWith('\r')) return {QStringLiteral("<bare LF>")};
+        lines << Cp932::decode(l.chopped(1)).value_or(QStringLiteral("<not CP932>"));
+    }
+    return lines;
+}
+
+IcatExportJob::Input input(const QString& file, int kind = 9)
+{
+    IcatExportJob::Input in;
+    in.yy[0] = QStringLiteral("2025"), in.mm[0] = QStringLiteral(" 3"), in.dd[0] = QStringLiteral(" 1");
+    in.yy[1] = QStringLiteral("2025"), in.mm[1] = QStringLiteral(" 3"), in.dd[1] = QStringLiteral("10");
+    in.denno[0] = QStringLiteral("       1"), in.denno[1] = QStringLiteral("99999999");
+    in.file = file;
+    in.kind = kind;
+    return in;
+}
+
+QStringList dennos(const QStringList& lines)
+{
+    QStringList d;
+    for (const QString& l : lines)
+        d << l.section(QLatin1Char(','), 1, 1);
+    return d;
+}
+
+} // namespace
+
+class IcatExportTest : public QObject
+{
+    Q_OBJECT
+private slots:
+    void init();
+    void cleanup();
+    void labelKinds_data();
+    void labelKinds();
+    void goldenFile();
+    void selection_data();
+    void selection();
+    void requiredFields_data();
+    void requiredFields();
+    void existingFile_data();
+    void existingFile();
+    void nothingToExport();
+    void missingFolderStillOffersMarking();
+    void cancelAskedBeforeEveryRecord();
+    void moreOrdersThanSixteenBits();
+
+private:
+    IcatExportJob::Result run(const IcatExportJob::Input& in, test::RecordingInteraction* ui = nullptr);
+    QString flagged();
+    std::unique_ptr<test::TestHome> home_;
+    std::unique_ptr<clsDbClass> db_;
+};
+
+void IcatExportTest::init()
+{
+    if (test::backendUnderTest() == test::Backend::Postgres && test::testServer().isEmpty())
+        QSKIP("PEL008_TEST_PG is not set");
+    home_ = std::make_unique<test::TestHome>();
+    QVERIFY2(home_->ok(), qPrintable(home_->error()));
+    QVERIFY(home_->exec(shippingTestRows()));
+    QVERIFY(fnOpenDB(1));
+    db_ = std::make_unique<clsDbClass>();
+    QVERIFY(db_->OpenDb());
+}
+
+void IcatExportTest::cleanup()
+{
+    db_.reset();
+    fnCloseDB(1);
+    home_.reset();
+}
+
+IcatExportJob::Result IcatExportTest::run(const IcatExportJob::Input& in, test::RecordingInteraction* ui)
+{
+    test::RecordingInteraction own;
+    IcatExportJob job(*db_);
+    job.loadShop();
+    return job.run(in, ui ? *ui : own);
+}
+
+QString IcatExportTest::flagged()
+{
+    QStringList d;
+    for (int denno : {101, 102, 103, 104, 105, 106, 107, 108, 110})
+        if (home_->scalar(QStringLiteral("SELECT oflag FROM jyuden WHERE denno = %1").arg(denno)) == QLatin1String("1"))
+            d << QString::number(denno);
+    return d.join(QLatin1Char(' '));
+}
+
+void IcatExportTest::labelKinds_data()
+{
+    QTest::addColumn<int>("rnou");
+    QTest::addColumn<int>("jun9");
+    QTest::addColumn<int>("jun10");
+    QTest::addColumn<QList<int>>("codes");
+    // display order first, kinds without one after; every other kind is left out
+    QTest::newRow("by display order") << 0 << 2 << 1 << QList<int>{10, 9};
+    QTest::newRow("without display order last") << 0 << 0 << 3 << QList<int>{10, 9};
+    QTest::newRow("rnou 1") << 1 << 1 << 2 << QList<int>{9, 10};
+    QTest::newRow("rnou 1, none ordered") << 1 << 0 << 0 << QList<int>{9, 10};
+}
+
+void IcatExportTest::labelKinds()
+{
+    QFETCH(int, rnou);
+    QFETCH(int, jun9);
+    QFETCH(int, jun10);
+    QFETCH(QList<int>, codes);
+    QVERIFY(home_->exec({QStringLiteral("UPDATE sysfile SET rnou = %1").arg(rnou),
+                         QStringLiteral("INSERT INTO bunrui (kubun,code,name,jun) VALUES (3,1,'ゆうパック',1),"
+                                        "(3,8,'タイム',1),(3,9,'宅急便',%1),(3,10,'コレクト',%2),(3,12,'クール',0),"
+                                        "(2,9,'別の分類',1)")
+                             .arg(jun9)
+                             .arg(jun10)}));
+    IcatExportJob job(*db_);
+    job.loadShop();
+    QList<int> got;
+    for (const auto& k : job.labelKinds())
+        got << k.second;
+    QCOMPARE(got, codes);
+}
+
+void IcatExportTest::goldenFile()
+{
+    const QString path = home_->file(QStringLiteral("icat.csv"));
+    test::ScriptedDialogs dialogs;
+    dialogs.expect(kCount5, answer::Yes);
+    dialogs.expect(catalogue("ＣＳＶ出力"), answer::Ok);
+    const QList<IcatUnencodable> unencodable = {{104, 8, QStringLiteral("𠮷"), 0x20BB7},
+                                                {104, 18, QStringLiteral("𠮷"), 0x20BB7},
+                                                {104, 31, QStringLiteral("🍣"), 0x1F363}};
+    dialogs.expect(IcatExportJob::unencodableReport(unencodable), answer::Ok);
+    dialogs.expect(kMark, answer::Yes);
+    test::RecordingInteraction ui;
+    const auto r = run(input(path), &ui);
+    QVERIFY(dialogs.done());
+    QCOMPARE(int(r.outcome), int(IcatExportJob::Outcome::Done));
+    const QStringList expected = golden();
+    const QStringList lines = readBack(path);
+    QCOMPARE(lines.size(), expected.size());
+    for (int i = 0; i < lines.size(); ++i)
+        QCOMPARE(lines[i], expected[i]);
+    QCOMPARE(r.unencodable.size(), unencodable.size());
+    for (int i = 0; i < unencodable.size(); ++i) {
+        QCOMPARE(r.unencodable[i].denno, unencodable[i].denno);
+        QCOMPARE(r.unencodable[i].field, unencodable[i].field);
+        QCOMPARE(r.unencodable[i].character, unencodable[i].character);
+        QCOMPARE(r.unencodable[i].codePoint, unencodable[i].codePoint);
+    }
+    QCOMPARE(r.count, 5);
+    QCOMPARE(r.written, 5);
+    QCOMPARE(r.marked, 5);
+    QCOMPARE(flagged(), QStringLiteral("101 102 103 104 106 110"));
+    QCOMPARE(ui.locks, (QList<bool>{true, false}));
+    QCOMPARE(ui.statuses, (QStringList{QStringLiteral("処理中・・・"), QString()}));
+    QCOMPARE(home_->scalar(QStringLiteral("SELECT count(*) FROM operatlog WHERE syori = 'Ｉ-ＣＡＴデータ作成'")),
+             QStringLiteral("1"));
+}
+
+void IcatExportTest::selection_data()
+{
+    QTest::addColumn<QStringList>("range"); // from date, to date, from number, to number
+    QTest::addColumn<int>("kind");
+    QTest::addColumn<bool>("reprint");
+    QTest::addColumn<QString>("exported");
+    QTest::addColumn<QString>("flaggedAfter");
+    QTest::addColumn<bool>("swapped");
+    QTest::newRow("number range") << QStringList{"20250301", "20250310", "102", "103"} << 9 << false << "102 103"
+                                  << "102 103 106" << false;
+    QTest::newRow("swapped dates and numbers")
+        << QStringList{"20250310", "20250301", " 110", "105"} << 9 << false << "110"
+        << "106 110" << true;
+    QTest::newRow("other kind") << QStringList{"20250301", "20250310", "1", "99999999"} << 10 << false << "105"
+                                << "105 106" << false;
+    QTest::newRow("reprint: flagged orders only, no question")
+        << QStringList{"20250301", "20250310", "1", "99999999"} << 9 << true << "106"
+        << "106" << false;
+    QTest::newRow("end date takes in the later order")
+        << QStringList{"20250303", "20250311", "1", "99999999"} << 9 << false << "108"
+        << "106 108" << false;
+}
+
+void IcatExportTest::selection()
+{
+    QFETCH(QStringList, range);
+    QFETCH(int, kind);
+    QFETCH(bool, reprint);
+    QFETCH(QString, exported);
+    QFETCH(QString, flaggedAfter);
+    QFETCH(bool, swapped);
+    const QString path = home_->file(QStringLiteral("icat.csv"));
+    IcatExportJob::Input in = input(path, kind);
+    for (int i = 0; i < 2; ++i) {
+        in.yy[i] = range[i].left(4), in.mm[i] = range[i].mid(4, 2), in.dd[i] = range[i].mid(6, 2);
+        in.denno[i] = range[2 + i];
+    }
+    in.reprint = reprint;
+    const int n = int(exported.count(QLatin1Char(' '))) + 1;
+    test::ScriptedDialogs dialogs;
+    dialogs.expect(QStringLiteral("該当件数は%1件です。作成しますか？").arg(n), answer::Yes);
+    dialogs.expect(catalogue("ＣＳＶ出力"), answer::Ok);
+    if (!reprint) dialogs.expect(kMark, answer::Yes);
+    IcatExportJob job(*db_);
+    job.loadShop();
+    std::optional<IcatExportJob::Selection> shown;
+    job.showSelection = [&](const IcatExportJob::Selection& s) { shown = s; };
+    test::RecordingInteraction ui;
+    const auto r = job.run(in, ui);
+    QVERIFY(dialogs.done());
+    QStringList got = dennos(readBack(path));
+    got.sort();
+    QCOMPARE(got.join(QLatin1Char(' ')), exported);
+    QCOMPARE(flagged(), flaggedAfter);
+    QCOMPARE(shown.has_value(), swapped);
+    QVERIFY(r.selection.dateFrom <= r.selection.dateTo && r.selection.dennoFrom <= r.selection.dennoTo);
+    if (swapped) {
+        QCOMPARE(shown->dateFrom, 20250301);
+        QCOMPARE(shown->dennoTo, 110);
+    }
+}
+
+void IcatExportTest::requiredFields_data()
+{
+    QTest::addColumn<int>("field");
+    for (int i = 0; i < 9; ++i)
+        QTest::newRow(qPrintable(QString::number(i))) << i;
+}
+
+void IcatExportTest::requiredFields()
+{
+    QFETCH(int, field);
+    IcatExportJob::Input in = input(home_->file(QStringLiteral("icat.csv")));
+    QString* fields[] = {&in.yy[0], &in.mm[0],    &in.dd[0],    &in.yy[1], &in.mm[1],
+                         &in.dd[1], &in.denno[0], &in.denno[1], &in.file};
+    *fields[field] = QStringLiteral("  ");
+    if (field < 8) *fields[field + 1] = QString(); // a later empty field is not the one named
+    test::ScriptedDialogs dialogs;
+    dialogs.expect(catalogue("未記入"), answer::Ok);
+    test::RecordingInteraction ui;
+    const auto r = run(in, &ui);
+    QVERIFY(dialogs.done());
+    QCOMPARE(int(r.outcome), int(IcatExportJob::Outcome::Missing));
+    QCOMPARE(r.missing, field);
+    QVERIFY(ui.locks.isEmpty());
+}
+
+void IcatExportTest::existingFile_data()
+{
+    QTest::addColumn<int>("answer");
+    QTest::addColumn<int>("lines");
+    QTest::addColumn<QString>("flaggedAfter");
+    QTest::newRow("yes overwrites") << int(answer::Yes) << 5 << "101 102 103 104 106 110";
+    QTest::newRow("no appends") << int(answer::No) << 7 << "101 102 103 104 106 110";
+    QTest::newRow("cancel writes nothing") << int(answer::Cancel) << 2 << "106";
+}
+
+void IcatExportTest::existingFile()
+{
+    QFETCH(int, answer);
+    QFETCH(int, lines);
+    QFETCH(QString, flaggedAfter);
+    const QString path = home_->file(QStringLiteral("icat.csv"));
+    {
+        QFile f(path);
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write("old,1\r\nold,2\r\n");
+    }
+    test::ScriptedDialogs dialogs;
+    dialogs.expect(kCount5, answer::Yes);
+    dialogs.expect(fileQuestion(path), answer);
+    if (answer != answer::Cancel) {
+        dialogs.expect(catalogue("ＣＳＶ出力"), answer::Ok);
+        dialogs.expect(IcatExportJob::unencodableReport({{104, 8, QStringLiteral("𠮷"), 0x20BB7},
+                                                         {104, 18, QStringLiteral("𠮷"), 0x20BB7},
+                                                         {104, 31, QStringLiteral("🍣"), 0x1F363}}),
+                       answer::Ok);
+        dialogs.expect(kMark, answer::Yes);
+    }
+    const auto r = run(input(path));
+    QVERIFY(dialogs.done());
+    QCOMPARE(dialogs.styles.value(1), 35);
+    const QStringList got = readBack(path);
+    QCOMPARE(got.size(), lines);
+    if (answer == answer::No) {
+        QCOMPARE(got.mid(0, 2), (QStringList{"old,1", "old,2"}));
+        QCOMPARE(got.mid(2), golden());
+    }
+    QCOMPARE(flagged(), flaggedAfter);
+    QCOMPARE(int(r.outcome),
+             int(answer == answer::Cancel ? IcatExportJob::Outcome::Abandoned : IcatExportJob::Outcome::Done));
+}
+
+void IcatExportTest::nothingToExport()
+{
+    const QString path = home_->file(QStringLiteral("icat.csv"));
+    IcatExportJob::Input in = input(path);
+    in.denno[0] = in.denno[1] = QStringLiteral("109");
+    test::ScriptedDialogs dialogs;
+    dialogs.expect(QStringLiteral("該当件数は０件です"), answer::Ok);
+    const auto r = run(in);
+    QVERIFY(dialogs.done());
+    QCOMPARE(dialogs.styles.value(0), 70);
+    QCOMPARE(dialogs.shown.value(0).section(QLatin1Char('|'), 0, 0), QStringLiteral("確認"));
+    QCOMPARE(int(r.outcome), int(IcatExportJob::Outcome::NoOrders));
+    QVERIFY(!QFile::exists(path));
+
+    // refusing the count writes nothing either
+    test::ScriptedDialogs refuse;
+    refuse.expect(kCount5, answer::No);
+    QCOMPARE(int(run(input(path)).outcome), int(IcatExportJob::Outcome::Refused));
+    QVERIFY(refuse.done());
+    QCOMPARE(refuse.styles.value(0), 68);
+    QVERIFY(!QFile::exists(path));
+    QCOMPARE(flagged(), QStringLiteral("106"));
+}
+
+void IcatExportTest::missingFolderStillOffersMarking()
+{
+    const QString path = home_->file(QStringLiteral("no such folder/icat.csv"));
+    test::ScriptedDialogs dialogs;
+    dialogs.expect(kCount5, answer::Yes);
+    dialogs.expect(catalogue("ＣＳＶ出力"), answer::Ok);
+    dialogs.expect(IcatExportJob::unencodableReport({{104, 8, QStringLiteral("𠮷"), 0x20BB7},
+                                                     {104, 18, QStringLiteral("𠮷"), 0x20BB7},
+                                                     {104, 31, QStringLiteral("🍣"), 0x1F363}}),
+                   answer::Ok);
+    dialogs.expect(kMark, answer::Yes);
+    const auto r = run(input(path));
+    QVERIFY(dialogs.done());
+    QCOMPARE(int(r.outcome), int(IcatExportJob::Outcome::Done));
+    QCOMPARE(r.written, 0);
+    QCOMPARE(r.exported, 5);
+    QVERIFY(!QFile::exists(path));
+    QCOMPARE(flagged(), QStringLiteral("101 102 103 104 106 110"));
+}
+
+void IcatExportTest::cancelAskedBeforeEveryRecord()
+{
+    const QString path = home_->file(QStringLiteral("icat.csv"));
+    test::ScriptedDialogs dialogs;
+    dialogs.expect(kCount5, answer::Yes);
+    dialogs.expect(catalogue("処理中止"), answer::No);
+    dialogs.expect(catalogue("処理中止"), answer::Yes);
+    test::RecordingInteraction ui;
+    ui.cancelAfterYields = 2; // F6 confirmed while the first order was written
+    const auto r = run(input(path), &ui);
+    QVERIFY(dialogs.done());
+    QCOMPARE(int(r.outcome), int(IcatExportJob::Outcome::Stopped));
+    QCOMPARE(readBack(path), golden().mid(0, 2));
+    QCOMPARE(flagged(), QStringLiteral("106"));
+    QCOMPARE(ui.locks, (QList<bool>{true, false}));
+}
+
+void IcatExportTest::moreOrdersThanSixteenBits()
+{
+    constexpr int n = 100000;
+    QVERIFY(home_->exec({QStringLiteral("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < %1) "
+                                        "INSERT INTO jyuden (denno,mcode,omcode,sday,hcode,total) "
+                                        "SELECT 1000 + i, 1, 2, 20250305, 10, i FROM n")
+                             .arg(n)}));
+    const QString path = home_->file(QStringLiteral("many.csv"));
+    test::ScriptedDialogs dialogs;
+    dialogs.expect(QStringLiteral("該当件数は%1件です。作成しますか？").arg(n + 1), answer::Yes);
+    dialogs.expect(catalogue("ＣＳＶ出力"), answer::Ok);
+    dialogs.expect(kMark, answer::Yes);
+    const auto r = run(input(path, 10));
+    QVERIFY(dialogs.done());
+    QCOMPARE(r.count, n + 1);
+    QCOMPARE(r.written, n + 1);
+    QCOMPARE(r.marked, n + 1);
+    const QStringList lines = readBack(path);
+    QCOMPARE(lines.size(), n + 1);
+    QCOMPARE(lines.value(1).section(QLatin1Char(','), 1, 1), QStringLiteral("1001"));
+    QCOMPARE(lines.last().section(QLatin1Char(','), 1, 1), QString::number(1000 + n));
+    QCOMPARE(lines.last().section(QLatin1Char(','), 33, 33), QString::number(n));
+    QCOMPARE(home_->scalar(QStringLiteral("SELECT count(*) FROM jyuden WHERE oflag = 1")), QString::number(n + 2));
+}
+
+QTEST_GUILESS_MAIN(IcatExportTest)
+#include "tst_icatexport.moc"

@@ -1,0 +1,287 @@
+// frmICatMake and frmICatRead on the small shop: start, presets, an export and an import through the screens with
+// scripted dialogs, F6 during the run, the required-field check and the remembered paths.
+#include "app/cp932.h"
+#include "app/db/dbglobals.h"
+#include "app/home.h"
+#include "app/inifile.h"
+#include "app/startup.h"
+#include "shipping/frmicatmake.h"
+#include "shipping/frmicatread.h"
+#include "tests/shipping/orders.h"
+#include "tests/support/testhome.h"
+#include "ui/dateentry.h"
+#include "ui/functionbar.h"
+#include "ui/msgcatalog.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDateEdit>
+#include <QFile>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QTest>
+
+#include <functional>
+
+using namespace pel;
+
+namespace {
+
+QString catalogue(const char* key)
+{
+    CatalogueEntry e;
+    catalogueEntry(QString::fromUtf8(key), QString(), &e);
+    return e.text;
+}
+
+// Scripted dialogs that also let a test act while the job yields (F6 pressed mid-run).
+class YieldingDialogs : public test::ScriptedDialogs
+{
+public:
+    void processEvents() override
+    {
+        ++yields;
+        if (onYield) onYield(yields);
+    }
+    int yields = 0;
+    std::function<void(int)> onYield;
+};
+
+QStringList fileLines(const QString& path)
+{
+    QFile f(path);
+    if (!f.open(QIODevice::ReadOnly)) return {};
+    QStringList lines;
+    for (const QByteArray& l : f.readAll().split('\n'))
+        if (!l.isEmpty()) lines << Cp932::decode(l.chopped(1)).value_or(QString());
+    return lines;
+}
+
+QList<IcatUnencodable> order104()
+{
+    return {{104, 8, QStringLiteral("𠮷"), 0x20BB7},
+            {104, 18, QStringLiteral("𠮷"), 0x20BB7},
+            {104, 31, QStringLiteral("🍣"), 0x1F363}};
+}
+
+} // namespace
+
+class ShippingFormsTest : public QObject
+{
+    Q_OBJECT
+private slots:
+    void init();
+    void cleanup();
+    void makeScreenStarts();
+    void presetFromArguments_data();
+    void presetFromArguments();
+    void presetProperties();
+    void exportThroughTheScreen();
+    void requiredFieldGetsTheFocus();
+    void f6AsksAgainBeforeTheNextOrder();
+    void readScreenImports();
+
+private:
+    std::unique_ptr<test::TestHome> home_;
+};
+
+void ShippingFormsTest::init()
+{
+    if (test::backendUnderTest() == test::Backend::Postgres && test::testServer().isEmpty())
+        QSKIP("PEL008_TEST_PG is not set");
+    home_ = std::make_unique<test::TestHome>();
+    QVERIFY2(home_->ok(), qPrintable(home_->error()));
+    QStringList rows = shippingTestRows();
+    rows << QStringLiteral("INSERT INTO bunrui (kubun,code,name,jun) VALUES (3,1,'ゆうパック',1),(3,9,'宅急便',1),"
+                           "(3,10,'宅急便コレクト',2),(3,12,'クール',0)");
+    QVERIFY(home_->exec(rows));
+    fnPutIni(QStringLiteral("I-CAT"), QStringLiteral("MakeFile"), home_->file(QStringLiteral("icat.csv")), iniPath());
+    QVERIFY(fnOpenDB(1));
+    gstrArgs = QStringList{QStringLiteral("1")};
+}
+
+void ShippingFormsTest::cleanup()
+{
+    gstrArgs.clear();
+    fnCloseDB(1);
+    home_.reset();
+}
+
+void ShippingFormsTest::makeScreenStarts()
+{
+    test::ScriptedDialogs dialogs;
+    frmICatMake f;
+    f.load();
+    QCOMPARE(f.windowTitle(), QStringLiteral("Ｉ-ＣＡＴデータ作成"));
+    QCOMPARE(f.cboHaisou->count(), 2);
+    QCOMPARE(f.cboHaisou->itemText(0), QStringLiteral("宅急便"));
+    QCOMPARE(f.cboHaisou->itemData(1).toInt(), 10);
+    QCOMPARE(f.cboHaisou->currentIndex(), 0);
+    QVERIFY(f.cboHaisou->isEnabled());
+    QCOMPARE(f.txtDenno[0]->text(), QStringLiteral("       1"));
+    QCOMPARE(f.txtDenno[1]->text(), QStringLiteral("99999999"));
+    QCOMPARE(f.txtFile->text(), home_->file(QStringLiteral("icat.csv")));
+    const QString today = QDate::currentDate().toString(QStringLiteral("yyyyMMdd"));
+    QCOMPARE(f.dates->entry(1)->ymd(), today.toLongLong());
+    QVERIFY(!f.toolbar()->button(QStringLiteral("F4"))->isEnabled());
+    QVERIFY(f.toolbar()->button(QStringLiteral("F6"))->isEnabled());
+    f.txtFile->setText(home_->file(QStringLiteral("other.csv")));
+    f.unload();
+    QString saved;
+    fnGetIni(QStringLiteral("I-CAT"), QStringLiteral("MakeFile"), QString(), saved, 1024, iniPath());
+    QCOMPARE(saved, home_->file(QStringLiteral("other.csv")));
+}
+
+void ShippingFormsTest::presetFromArguments_data()
+{
+    QTest::addColumn<QString>("kind");
+    QTest::addColumn<int>("index");
+    QTest::newRow("second entry") << "10" << 1;
+    QTest::newRow("kind not listed: first entry stays") << "12" << 0;
+}
+
+void ShippingFormsTest::presetFromArguments()
+{
+    QFETCH(QString, kind);
+    QFETCH(int, index);
+    gstrArgs = QStringList{"1", kind, "20250301", "20250310", "101", "104", "1"};
+    test::ScriptedDialogs dialogs;
+    frmICatMake f;
+    f.load();
+    QCOMPARE(f.cboHaisou->currentIndex(), index);
+    QVERIFY(!f.cboHaisou->isEnabled());
+    QCOMPARE(f.dates->entry(0)->ymd(), 20250301);
+    QCOMPARE(f.dates->entry(1)->ymd(), 20250310);
+    QCOMPARE(f.dates->entry(1)->dtpDay()->date(), QDate(2025, 3, 10));
+    QCOMPARE(f.txtDenno[0]->text(), QStringLiteral("101"));
+    QCOMPARE(f.txtDenno[1]->text(), QStringLiteral("104"));
+    QVERIFY(f.chkSaiPrint->isChecked());
+}
+
+void ShippingFormsTest::presetProperties()
+{
+    test::ScriptedDialogs dialogs;
+    frmICatMake f;
+    f.load();
+    f.setHcode(10);
+    f.setSday(20250302);
+    f.setDenno(104);
+    f.setSaiPrint(1);
+    QCOMPARE(f.cboHaisou->currentData().toInt(), 10);
+    QCOMPARE(f.dates->entry(0)->ymd(), 20250302);
+    QCOMPARE(f.dates->entry(1)->ymd(), 20250302);
+    QCOMPARE(f.txtDenno[1]->text(), QStringLiteral("104"));
+    QVERIFY(f.chkSaiPrint->isChecked());
+}
+
+void ShippingFormsTest::exportThroughTheScreen()
+{
+    test::ScriptedDialogs dialogs;
+    frmICatMake f;
+    f.load();
+    f.show();
+    QApplication::setActiveWindow(&f);
+    QVERIFY(QTest::qWaitForWindowActive(&f));
+    f.dates->entry(0)->setYmd(20250310); // later than the end: swapped by the run
+    f.dates->entry(1)->setYmd(20250301);
+    dialogs.expect(QStringLiteral("該当件数は5件です。作成しますか？"), answer::Yes);
+    dialogs.expect(catalogue("ＣＳＶ出力"), answer::Ok);
+    dialogs.expect(IcatExportJob::unencodableReport(order104()), answer::Ok);
+    dialogs.expect(QStringLiteral("印刷した受注伝票を送り状印刷済みに更新しますか？"), answer::Yes);
+    QTest::mouseClick(f.cmdFile, Qt::LeftButton);
+    QVERIFY(dialogs.done());
+    QCOMPARE(fileLines(home_->file(QStringLiteral("icat.csv"))).size(), 5);
+    QCOMPARE(f.dates->entry(0)->ymd(), 20250301);
+    QCOMPARE(f.dates->entry(1)->ymd(), 20250310);
+    QCOMPARE(f.dates->entry(0)->dtpDay()->date(), QDate(2025, 3, 1));
+    QVERIFY(f.txtFile->isEnabled() && f.cmdFile->isEnabled());
+    QVERIFY(f.lblMsg->text().isEmpty());
+    QVERIFY(!f.toolbar()->button(QStringLiteral("F6"))->isEnabled()); // until the focus next leaves the file box
+    QCOMPARE(QApplication::focusWidget(), f.cboHaisou);
+    QCOMPARE(home_->scalar(QStringLiteral("SELECT count(*) FROM jyuden WHERE oflag = 1")), QStringLiteral("6"));
+}
+
+void ShippingFormsTest::requiredFieldGetsTheFocus()
+{
+    test::ScriptedDialogs dialogs;
+    frmICatMake f;
+    f.load();
+    f.show();
+    QApplication::setActiveWindow(&f);
+    QVERIFY(QTest::qWaitForWindowActive(&f));
+    f.txtDenno[1]->clear();
+    f.txtFile->clear();
+    dialogs.expect(catalogue("未記入"), answer::Ok);
+    QTest::mouseClick(f.cmdFile, Qt::LeftButton);
+    QVERIFY(dialogs.done());
+    QCOMPARE(QApplication::focusWidget(), f.txtDenno[1]);
+}
+
+void ShippingFormsTest::f6AsksAgainBeforeTheNextOrder()
+{
+    YieldingDialogs dialogs;
+    frmICatMake f;
+    f.load();
+    f.dates->entry(0)->setYmd(20250301);
+    f.dates->entry(1)->setYmd(20250310);
+    // F6 pressed while the first order is written (the toolbar key, only live during the run)
+    dialogs.onYield = [&](int n) {
+        if (n == 2) f.toolbar()->press(6);
+    };
+    dialogs.expect(QStringLiteral("該当件数は5件です。作成しますか？"), answer::Yes);
+    dialogs.expect(catalogue("処理中止"), answer::Yes); // F6
+    dialogs.expect(catalogue("処理中止"), answer::No);  // before the second order
+    dialogs.expect(catalogue("処理中止"), answer::Yes); // before the third
+    f.cmdFile_Click();
+    QVERIFY(dialogs.done());
+    QCOMPARE(fileLines(home_->file(QStringLiteral("icat.csv"))).size(), 2);
+    QCOMPARE(home_->scalar(QStringLiteral("SELECT count(*) FROM jyuden WHERE oflag = 1")), QStringLiteral("1"));
+    QVERIFY(!f.busy());
+}
+
+void ShippingFormsTest::readScreenImports()
+{
+    const QString in = home_->file(QStringLiteral("result.csv")), log = home_->file(QStringLiteral("err.txt"));
+    fnPutIni(QStringLiteral("I-CAT"), QStringLiteral("ReadFile"), in, iniPath());
+    fnPutIni(QStringLiteral("I-CAT"), QStringLiteral("ErrFile"), log, iniPath());
+    QStringList f46(46);
+    f46[1] = QStringLiteral("101");
+    QFile result(in);
+    QVERIFY(result.open(QIODevice::WriteOnly));
+    result.write(f46.join(QLatin1Char(',')).toLatin1() + ",412345678901\r\n");
+    result.close();
+
+    test::ScriptedDialogs dialogs;
+    frmICatRead f;
+    f.load();
+    f.show();
+    QApplication::setActiveWindow(&f);
+    QVERIFY(QTest::qWaitForWindowActive(&f));
+    QCOMPARE(f.windowTitle(), QStringLiteral("Ｉ-ＣＡＴデータ読込"));
+    QCOMPARE(f.txtFile[0]->text(), in);
+    QCOMPARE(f.txtFile[1]->text(), log);
+    f.txtFile[1]->setFocus();
+    QVERIFY(f.toolbar()->button(QStringLiteral("F4"))->isEnabled());
+    dialogs.expectFile(home_->file(QStringLiteral("chosen.txt")));
+    QTest::keyClick(f.txtFile[1], Qt::Key_F4);
+    QCOMPARE(f.txtFile[1]->text(), home_->file(QStringLiteral("chosen.txt")));
+    f.txtFile[1]->setText(log);
+    dialogs.expect(QStringLiteral("正常に終了しました"), answer::Ok);
+    QTest::mouseClick(f.cmdRead, Qt::LeftButton);
+    QVERIFY(dialogs.done());
+    QCOMPARE(home_->scalar(QStringLiteral("SELECT okurino FROM jyuden WHERE denno = 101")),
+             QStringLiteral("412345678901"));
+    QVERIFY(QFile::exists(log));
+    QCOMPARE(QApplication::focusWidget(), f.txtFile[0]);
+    f.txtFile[1]->setText(home_->file(QStringLiteral("err2.txt")));
+    f.unload();
+    QString saved;
+    fnGetIni(QStringLiteral("I-CAT"), QStringLiteral("ErrFile"), QString(), saved, 1024, iniPath());
+    QCOMPARE(saved, home_->file(QStringLiteral("err2.txt")));
+}
+
+QTEST_MAIN(ShippingFormsTest)
+#include "tst_shippingforms.moc"

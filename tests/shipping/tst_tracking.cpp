@@ -1,0 +1,253 @@
+// The tracking number import job: result files line by line against a few orders, the error log, the closing
+// messages, files that cannot be opened, cancel, and the line reader on its own.
+#include "app/cp932.h"
+#include "app/db/dbglobals.h"
+#include "shipping/trackingjob.h"
+#include "tests/support/testhome.h"
+#include "ui/msgcatalog.h"
+
+#include <QFile>
+#include <QTest>
+
+using namespace pel;
+
+namespace {
+
+const QString kOk = QStringLiteral("正常に終了しました");
+const QString kErrors = QStringLiteral("エラーデータがあります。確認して下さい");
+
+QString fileError()
+{
+    CatalogueEntry e;
+    catalogueEntry(QStringLiteral("ファイルエラー"), QString(), &e);
+    return e.text;
+}
+
+// A result line: the shipping line's 46 fields, the tracking number as field 47.
+QString resultLine(const QString& denno, const QString& tracking, const QString& name = QStringLiteral("山田 太郎"))
+{
+    QStringList f(46);
+    f[0] = QStringLiteral("2025/03/01");
+    f[1] = denno;
+    f[7] = name;
+    return f.join(QLatin1Char(',')) + QLatin1Char(',') + tracking;
+}
+
+bool writeFile(const QString& path, const QStringList& lines)
+{
+    QByteArray bytes;
+    for (const QString& l : lines)
+        bytes += Cp932::encode(l).value_or("<not CP932>") + "\r\n";
+    QFile f(path);
+    return f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size();
+}
+
+QByteArray cp932(const QString& text)
+{
+    return Cp932::encode(text).value_or("<not CP932>");
+}
+
+QStringList readLines(const QString& path)
+{
+    QFile f(path);
+    if (!f.open(QIODevice::ReadOnly)) return {QStringLiteral("<missing>")};
+    QStringList lines;
+    for (const QByteArray& l : f.readAll().split('\n'))
+        if (!l.isEmpty())
+            lines << Cp932::decode(l.endsWith('\r') ? l.chopped(1) : l).value_or(QStringLiteral("<not CP932>")) +
+                         (l.endsWith('\r') ? QString() : QStringLiteral("<no CR>"));
+    return lines;
+}
+
+} // namespace
+
+class TrackingTest : public QObject
+{
+    Q_OBJECT
+private slots:
+    void init();
+    void cleanup();
+    void import_data();
+    void import();
+    void filesThatCannotBeOpened_data();
+    void filesThatCannotBeOpened();
+    void cancelKeepsEarlierUpdates();
+    void readLine_data();
+    void readLine();
+
+private:
+    QStringList okurino();
+    std::unique_ptr<test::TestHome> home_;
+    std::unique_ptr<clsDbClass> db_;
+};
+
+void TrackingTest::init()
+{
+    if (test::backendUnderTest() == test::Backend::Postgres && test::testServer().isEmpty())
+        QSKIP("PEL008_TEST_PG is not set");
+    home_ = std::make_unique<test::TestHome>();
+    QVERIFY2(home_->ok(), qPrintable(home_->error()));
+    QVERIFY(home_->exec({QStringLiteral("INSERT INTO jyuden (denno,okurino,total,memo) VALUES (201,'',1000,'a'),"
+                                        "(202,'400000000002',2000,'b'),(203,'',3000,'c'),(204,'777',4000,'d')")}));
+    QVERIFY(fnOpenDB(1));
+    db_ = std::make_unique<clsDbClass>();
+    QVERIFY(db_->OpenDb());
+}
+
+void TrackingTest::cleanup()
+{
+    db_.reset();
+    fnCloseDB(1);
+    home_.reset();
+}
+
+QStringList TrackingTest::okurino()
+{
+    QStringList v;
+    for (int denno = 201; denno <= 204; ++denno)
+        v << home_->scalar(QStringLiteral("SELECT okurino FROM jyuden WHERE denno = %1").arg(denno));
+    return v;
+}
+
+void TrackingTest::import_data()
+{
+    QTest::addColumn<QStringList>("lines");
+    QTest::addColumn<QStringList>("stored"); // okurino of 201..204 afterwards
+    QTest::addColumn<QStringList>("rejected");
+    QTest::addColumn<qint64>("updated");
+    const QStringList untouched{"", "400000000002", "", "777"};
+
+    QTest::newRow("empty file") << QStringList{} << untouched << QStringList{} << qint64(0);
+    QTest::newRow("quoted comma in a field")
+        << QStringList{"\"2025/03/01\",\"201\",\"0\",,,,,\"山田, 太郎\"" + QString(",").repeated(38) +
+                       ",\"412345678901\""}
+        << QStringList{"412345678901", "400000000002", "", "777"} << QStringList{} << qint64(1);
+    QTest::newRow("overwrites a stored number")
+        << QStringList{resultLine("202", "412345678902")} << QStringList{"", "412345678902", "", "777"} << QStringList{}
+        << qint64(1);
+    QTest::newRow("last line wins") << QStringList{resultLine("203", "411111111111"), resultLine("203", "422222222222")}
+                                    << QStringList{"", "400000000002", "422222222222", "777"} << QStringList{}
+                                    << qint64(2);
+    QTest::newRow("letters: not stored, not rejected")
+        << QStringList{resultLine("204", "4123AB"), resultLine("201", "1 or 1=1"), resultLine("203", "")} << untouched
+        << QStringList{} << qint64(0);
+    const QString unknown = resultLine("999", "499999999999", QStringLiteral("髙橋 一郎"));
+    QTest::newRow("unknown order rejected, the rest goes on")
+        << QStringList{unknown, resultLine("201", "412345678901")}
+        << QStringList{"412345678901", "400000000002", "", "777"}
+        << QStringList{QStringLiteral("【受注伝票なし】,") + unknown} << qint64(1);
+    QTest::newRow("short line keeps the previous values")
+        << QStringList{resultLine("201", "412345678901"), "x,203"}
+        << QStringList{"412345678901", "400000000002", "412345678901", "777"} << QStringList{} << qint64(2);
+    QTest::newRow("first line without an order number: order 0")
+        << QStringList{"見出し,受注番号", resultLine("abc", "4")} << untouched
+        << QStringList{"【受注伝票なし】,見出し,受注番号", QStringLiteral("【受注伝票なし】,") + resultLine("abc", "4")}
+        << qint64(0);
+}
+
+void TrackingTest::import()
+{
+    QFETCH(QStringList, lines);
+    QFETCH(QStringList, stored);
+    QFETCH(QStringList, rejected);
+    QFETCH(qint64, updated);
+    const QString in = home_->file(QStringLiteral("result.csv")), log = home_->file(QStringLiteral("error.txt"));
+    QVERIFY(writeFile(in, lines));
+    QVERIFY(writeFile(log, {QStringLiteral("left from an earlier run")}));
+    test::ScriptedDialogs dialogs;
+    dialogs.expect(rejected.isEmpty() ? kOk : kErrors, answer::Ok);
+    test::RecordingInteraction ui;
+    TrackingImportJob job(*db_);
+    const auto r = job.run(in, log, ui);
+    QVERIFY(dialogs.done());
+    QCOMPARE(dialogs.shown.value(0).section(QLatin1Char('|'), 0, 1),
+             rejected.isEmpty() ? QStringLiteral("終了|64") : QStringLiteral("エラー確認|16"));
+    QCOMPARE(int(r.outcome), int(TrackingImportJob::Outcome::Done));
+    QCOMPARE(okurino(), stored);
+    QCOMPARE(readLines(log), rejected);
+    QCOMPARE(r.lines, qint64(lines.size()));
+    QCOMPARE(r.updated, updated);
+    QCOMPARE(r.rejected, qint64(rejected.size()));
+    QCOMPARE(ui.locks, (QList<bool>{true, false}));
+    // no other column moves
+    QCOMPARE(home_->scalar(QStringLiteral("SELECT sum(total) FROM jyuden")).toDouble(), 10000.0);
+    QCOMPARE(home_->scalar(QStringLiteral("SELECT count(*) FROM operatlog WHERE syori = 'Ｉ-ＣＡＴデータ読込'")),
+             QStringLiteral("1"));
+}
+
+void TrackingTest::filesThatCannotBeOpened_data()
+{
+    QTest::addColumn<bool>("inputMissing");
+    QTest::addColumn<int>("outcome");
+    QTest::newRow("result file") << true << int(TrackingImportJob::Outcome::InputError);
+    QTest::newRow("error log") << false << int(TrackingImportJob::Outcome::LogError);
+}
+
+void TrackingTest::filesThatCannotBeOpened()
+{
+    QFETCH(bool, inputMissing);
+    QFETCH(int, outcome);
+    const QString in = home_->file(QStringLiteral("result.csv"));
+    QVERIFY(writeFile(in, {resultLine("201", "412345678901")}));
+    test::ScriptedDialogs dialogs;
+    dialogs.expect(fileError(), answer::Ok);
+    test::RecordingInteraction ui;
+    TrackingImportJob job(*db_);
+    const auto r = inputMissing ? job.run(home_->file(QStringLiteral("none.csv")), home_->file("e.txt"), ui)
+                                : job.run(in, home_->file(QStringLiteral("no folder/e.txt")), ui);
+    QVERIFY(dialogs.done());
+    QCOMPARE(int(r.outcome), outcome);
+    QCOMPARE(okurino().value(0), QString());
+    QCOMPARE(QFile::exists(home_->file("e.txt")), false);
+    QCOMPARE(ui.locks, (QList<bool>{true, false}));
+}
+
+void TrackingTest::cancelKeepsEarlierUpdates()
+{
+    const QString in = home_->file(QStringLiteral("result.csv")), log = home_->file(QStringLiteral("error.txt"));
+    QVERIFY(writeFile(in, {resultLine("201", "411"), resultLine("999", "499"), resultLine("203", "433")}));
+    test::ScriptedDialogs dialogs; // no closing message
+    test::RecordingInteraction ui;
+    ui.cancelAfterYields = 3; // F6 confirmed while the second line was read
+    TrackingImportJob job(*db_);
+    const auto r = job.run(in, log, ui);
+    QVERIFY(dialogs.done());
+    QCOMPARE(int(r.outcome), int(TrackingImportJob::Outcome::Stopped));
+    QCOMPARE(okurino(), (QStringList{"411", "400000000002", "", "777"}));
+    QCOMPARE(readLines(log).size(), 1);
+    QCOMPARE(home_->scalar(QStringLiteral("SELECT count(*) FROM operatlog WHERE syori = 'Ｉ-ＣＡＴデータ読込'")),
+             QStringLiteral("0"));
+}
+
+void TrackingTest::readLine_data()
+{
+    QTest::addColumn<QByteArray>("raw");
+    QTest::addColumn<bool>("decoded");
+    QTest::addColumn<qint32>("denno");
+    QTest::addColumn<QString>("tracking");
+    // the values before the line: order 7, tracking "old"
+    QTest::newRow("both fields") << cp932(resultLine("12", "499")) << true << 12 << "499";
+    QTest::newRow("quotes dropped, blanks kept") << cp932(resultLine("\"13\"", " 4\"9\"9 ")) << true << 13 << " 499 ";
+    QTest::newRow("empty line") << QByteArray() << true << 7 << "old";
+    QTest::newRow("not a number") << cp932(resultLine("1x", "5")) << true << 7 << "5";
+    QTest::newRow("rounded half to even") << cp932(resultLine("12.5", "5")) << true << 12 << "5";
+    QTest::newRow("beyond 32 bits") << cp932(resultLine("2147483648", "5")) << true << 7 << "5";
+    QTest::newRow("negative") << cp932(resultLine("-3", "5")) << true << -3 << "5";
+    QTest::newRow("46 fields") << QByteArray("a,15") + QByteArray(44, ',') << true << 15 << "old";
+    QTest::newRow("not CP932") << QByteArray("a,\x81\x20,x") << false << 7 << "old";
+}
+
+void TrackingTest::readLine()
+{
+    QFETCH(QByteArray, raw);
+    QFETCH(bool, decoded);
+    QFETCH(qint32, denno);
+    QFETCH(QString, tracking);
+    TrackingImportJob::Values v{7, QStringLiteral("old")};
+    QCOMPARE(TrackingImportJob::readLine(raw, v), decoded);
+    QCOMPARE(v.denno, denno);
+    QCOMPARE(v.tracking, tracking);
+}
+
+QTEST_GUILESS_MAIN(TrackingTest)
+#include "tst_tracking.moc"
