@@ -167,6 +167,9 @@ std::string Database::error() const
 
 Status Database::open(const std::string& path, const std::string& password)
 {
+    path_ = path;
+    notice_.clear();
+    if (Status s = recoverJournal(path); s != OK) return s;
     std::ifstream in(path, std::ios::binary);
     if (!in) return fail(ERR_IO, "Cannot open '" + path + "'.");
     in.seekg(0, std::ios::end);
@@ -177,6 +180,7 @@ Status Database::open(const std::string& path, const std::string& password)
     std::vector<std::uint8_t> bytes(static_cast<std::size_t>(size));
     in.seekg(0);
     if (!in.read(reinterpret_cast<char*>(bytes.data()), size)) return fail(ERR_IO, "Cannot read '" + path + "'.");
+    stampChanged(true);
     return openMemory(std::move(bytes), password);
 }
 
@@ -251,9 +255,10 @@ const std::uint8_t* Database::page(std::uint32_t n) const
     return bytes_.data() + std::size_t(n) * kPageSize;
 }
 
-Status Database::rowBytes(std::uint32_t pg, unsigned row, const std::uint8_t** p, std::size_t* len,
-                          unsigned* flags) const
+Status Database::rowBytes(std::uint32_t pg, unsigned row, const std::uint8_t** p, std::size_t* len, unsigned* flags,
+                          bool countRead) const
 {
+    if (!countRead) pageReads_.fetch_sub(1, std::memory_order_relaxed); // the same row again: no new read
     const std::uint8_t* d = page(pg);
     if (!d) return fail(ERR_CORRUPT, "Row pointer to page " + std::to_string(pg) + " is outside the file.");
     if (d[0] != 0x01)
@@ -329,6 +334,7 @@ Status Database::readTable(std::uint32_t tdefPage, Table& t) const
     r.pos = 16;
     t.tdefPage = tdefPage;
     t.rowCount = r.u32();
+    t.autoNumber = r.u32();
     r.pos = 40;
     t.system = r.u8() == 0x53;
     t.maxCols = r.u16();
@@ -337,7 +343,7 @@ Status Database::readTable(std::uint32_t tdefPage, Table& t) const
     std::uint32_t numIdx = r.u32();
     std::uint32_t numReal = r.u32();
     t.usageMap = r.u32();
-    r.u32(); // free-space map
+    t.freeMap = r.u32();
     if (numIdx > 1000 || numReal > 1000 || numCols > 4096)
         return fail(ERR_CORRUPT, "Table definition on page " + std::to_string(tdefPage) + " has impossible counts.");
     r.skip(12 * std::size_t(numReal));
@@ -376,7 +382,7 @@ Status Database::readTable(std::uint32_t tdefPage, Table& t) const
             std::uint8_t order = r.u8();
             if (num != 0xFFFF) ri.colNums.emplace_back(num, order == 0x01);
         }
-        r.u32(); // usage map
+        ri.idx.usageMap = r.u32();
         ri.idx.rootPage = r.u32();
         ri.idx.flags = r.u8();
         r.skip(9);

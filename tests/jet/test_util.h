@@ -57,6 +57,7 @@ inline std::string scratchCopy(const std::string& file, const std::string& as)
     std::filesystem::create_directories(dir);
     auto dst = dir / as;
     std::filesystem::copy_file(corpus(file), dst, std::filesystem::copy_options::overwrite_existing);
+    std::filesystem::permissions(dst, std::filesystem::perms::owner_write, std::filesystem::perm_options::add);
     return dst.string();
 }
 
