@@ -1,6 +1,6 @@
 #pragma once
-// Read side of the Jet 4 engine. Status-code API: every call returns a Status; the text of the last
-// failure stays on the handle (Database::error()). Nothing here throws to the caller.
+// Jet 4 engine: reads, and writes inside transactions. Status-code API: every call returns a Status; the text of the
+// last failure stays on the handle (Database::error()). Nothing here throws to the caller.
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -220,9 +220,6 @@ public:
     Status updateRow(const Table& t, RowId id, const std::vector<Value>& values);
     Status deleteRow(const Table& t, RowId id);
     Status readRow(const Table& t, RowId id, std::vector<Value>& out) const;
-
-    // Consistency walk of every user table and index (jet/check.cpp): one line per problem in `out`.
-    Status check(std::vector<std::string>& out) const;
 
 private:
     Status loadHeader(const std::string& password);
