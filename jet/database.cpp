@@ -384,8 +384,9 @@ Status Database::readTable(std::uint32_t tdefPage, Table& t) const
         }
         ri.idx.usageMap = r.u32();
         ri.idx.rootPage = r.u32();
-        ri.idx.flags = r.u8();
-        r.skip(9);
+        r.skip(4);
+        ri.idx.flags = r.u8(); // 0x01 unique, 0x02 ignore nulls, 0x08 required
+        r.skip(5);
     }
     std::vector<LogicalIndex> logical(numIdx);
     for (LogicalIndex& li : logical) {
@@ -483,42 +484,54 @@ const Table* Database::table(const std::string& name) const
     return nullptr;
 }
 
-Status Database::dataPages(const Table& t, std::vector<std::uint32_t>& out) const
+Status Database::mapPages(std::uint32_t mapPtr, std::vector<std::uint32_t>& out) const
 {
     out.clear();
     const std::uint8_t* m;
     std::size_t n;
     unsigned flags;
-    if (Status s = rowBytes(t.usageMap >> 8, t.usageMap & 0xFF, &m, &n, &flags); s != OK)
-        return fail(s, "Usage map of table '" + t.name + "': " + error());
-    if (n < 1) return fail(ERR_CORRUPT, "Usage map of table '" + t.name + "' is empty.");
-    std::uint32_t total = pageCount();
-    auto consider = [&](std::uint64_t pg) {
-        if (pg == 0 || pg >= total) return;
-        const std::uint8_t* d = page(static_cast<std::uint32_t>(pg));
-        if (d[0] == 0x01 && le32(d + 4) == t.tdefPage) out.push_back(static_cast<std::uint32_t>(pg));
-    };
+    if (Status s = rowBytes(mapPtr >> 8, mapPtr & 0xFF, &m, &n, &flags); s != OK) return s;
+    if (n < 1) return fail(ERR_CORRUPT, "A usage map is empty.");
     if (m[0] == 0) {
-        if (n < 5) return fail(ERR_CORRUPT, "Usage map of table '" + t.name + "' is truncated.");
+        if (n < 5) return fail(ERR_CORRUPT, "A usage map is truncated.");
         std::uint64_t start = le32(m + 1);
         for (std::size_t i = 5; i < n; ++i)
             for (int b = 0; b < 8; ++b)
-                if (m[i] >> b & 1) consider(start + (i - 5) * 8 + std::size_t(b));
+                if (m[i] >> b & 1) {
+                    std::uint64_t pg = start + (i - 5) * 8 + std::size_t(b);
+                    if (pg <= 0xFFFFFFFFu) out.push_back(static_cast<std::uint32_t>(pg));
+                }
     } else if (m[0] == 1) {
         constexpr std::size_t perPage = (kPageSize - 4) * 8;
         for (std::size_t k = 0; 1 + 4 * k + 4 <= n; ++k) {
             std::uint32_t mp = le32(m + 1 + 4 * k);
             if (mp == 0) continue;
             const std::uint8_t* d = page(mp);
-            if (!d || d[0] != 0x05)
-                return fail(ERR_CORRUPT, "Usage map of table '" + t.name + "' points to a page that is not a map.");
+            if (!d || d[0] != 0x05) return fail(ERR_CORRUPT, "A usage map points to a page that is not a map.");
             for (std::size_t i = 4; i < kPageSize; ++i)
                 if (d[i])
                     for (int b = 0; b < 8; ++b)
-                        if (d[i] >> b & 1) consider(k * perPage + (i - 4) * 8 + std::size_t(b));
+                        if (d[i] >> b & 1) {
+                            std::uint64_t pg = k * perPage + (i - 4) * 8 + std::size_t(b);
+                            if (pg <= 0xFFFFFFFFu) out.push_back(static_cast<std::uint32_t>(pg));
+                        }
         }
     } else {
-        return fail(ERR_CORRUPT, "Usage map of table '" + t.name + "' has unknown type.");
+        return fail(ERR_CORRUPT, "A usage map has an unknown type.");
+    }
+    return OK;
+}
+
+Status Database::dataPages(const Table& t, std::vector<std::uint32_t>& out) const
+{
+    std::vector<std::uint32_t> all;
+    out.clear();
+    if (Status s = mapPages(t.usageMap, all); s != OK) return fail(s, "Usage map of table '" + t.name + "': " + error());
+    std::uint32_t total = pageCount();
+    for (std::uint32_t pg : all) {
+        if (pg == 0 || pg >= total) continue;
+        const std::uint8_t* d = page(pg);
+        if (d[0] == 0x01 && le32(d + 4) == t.tdefPage) out.push_back(pg);
     }
     return OK;
 }

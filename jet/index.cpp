@@ -1,6 +1,7 @@
 // Index B-trees: seeks on the first column of a real index.
 #include "jet/bytes.h"
 #include "jet/jet.h"
+#include "jet/keys.h"
 
 #include <algorithm>
 #include <cmath>
@@ -15,52 +16,123 @@ using namespace detail;
 namespace
 {
 
-constexpr std::size_t kEntriesStart = 0x1E0; // entry area; the start bitmap sits at 0x1B before it
-constexpr std::size_t kMaskStart = 0x1B;
+constexpr std::size_t kEntriesStart = kIndexEntriesStart;
+constexpr std::size_t kMaskStart = kIndexMaskStart;
 // Page header: prev 12, next 16, tail 20, shared prefix length 24.
 
-// Order-preserving key bytes of a numeric value: 0x7F flag, big-endian with the sign bit flipped
-// (floats: all bits flipped when negative). Descending indexes store the complement.
-// General sort order (1033), Jet 4: primary weights of the characters whose weights we know, ending in
-// 0x01; case does not enter the key. Other characters (punctuation, accents, q v x y z, non-Latin) get
-// extra bytes we do not produce, so such values do not seek.
-bool encodeText(const std::string& s, std::string& out)
+bool seekableType(const Column& c)
 {
-    static const std::uint8_t letters[26] = {0x4A, 0x4C, 0x4D, 0x4F, 0x51, 0x53, 0x55, 0x57, 0x59,
-                                             0x5B, 0x5C, 0x5E, 0x60, 0x62, 0x64, 0x66, 0,    0x69,
-                                             0x6B, 0x6D, 0x6F, 0,    0x73, 0,    0,    0};
-    if (s.empty() || s.size() > 100 || s.front() == ' ' || s.back() == ' ') return false;
+    switch (c.type) {
+    case Type::Text:
+        return c.sortOrder == 0x409 || c.sortOrder == 0x411;
+    case Type::Byte:
+    case Type::Int:
+    case Type::Long:
+    case Type::Money:
+    case Type::Float:
+    case Type::Double:
+    case Type::DateTime:
+        return true;
+    default:
+        return false;
+    }
+}
+
+// Compares the leading bytes of an entry's key with a bound of the first column.
+int comparePrefix(const std::string& key, const std::string& bound)
+{
+    std::size_t n = std::min(key.size(), bound.size());
+    int c = std::memcmp(key.data(), bound.data(), n);
+    if (c != 0) return c < 0 ? -1 : 1;
+    return key.size() < bound.size() ? -1 : 0;
+}
+
+using Entry = IndexEntry;
+
+std::string firstChar(const std::string& s, std::size_t at = 0)
+{
+    if (at >= s.size()) return {};
+    std::size_t n = 1;
+    auto c = static_cast<unsigned char>(s[at]);
+    if (c >= 0xF0)
+        n = 4;
+    else if (c >= 0xE0)
+        n = 3;
+    else if (c >= 0xC0)
+        n = 2;
+    return s.substr(at, std::min(n, s.size() - at));
+}
+
+// Sort weights the corpus files confirm (General 1033, the legacy weights Jet 4 stores): digits, the Latin
+// letters but z (case does not enter the key), the space and the underscore. Japanese (1041) files use the same
+// bytes for ASCII letters and digits; nothing else of either order is known well enough to write.
+const char* latinWeight(char32_t ch)
+{
+    static const char* const letters[26] = {"\x4A", "\x4C", "\x4D", "\x4F", "\x51", "\x53", "\x55", "\x57", "\x59",
+                                            "\x5B", "\x5C", "\x5E", "\x60", "\x62", "\x64", "\x66", "\x68", "\x69",
+                                            "\x6B", "\x6D", "\x6F", "\x71", "\x73", "\x75", "\x76", nullptr};
+    static const char* const digits[10] = {"\x36", "\x38", "\x3A", "\x3C", "\x3E",
+                                           "\x40", "\x42", "\x44", "\x46", "\x48"};
+    if (ch >= '0' && ch <= '9') return digits[ch - '0'];
+    if (ch >= 'a' && ch <= 'z') return letters[ch - 'a'];
+    if (ch >= 'A' && ch <= 'Z') return letters[ch - 'A'];
+    return nullptr;
+}
+
+bool encodeText(const std::string& s, std::uint16_t sortOrder, std::string& out, std::string* bad)
+{
+    bool general = sortOrder == 0x409;
+    if (!general && sortOrder != 0x411) {
+        if (bad) *bad = firstChar(s);
+        return false;
+    }
+    // Keys of empty values and of values with leading or trailing blanks are not confirmed.
+    if (s.empty() || s.size() > 1020) {
+        if (bad) *bad = s.empty() ? "\"\"" : firstChar(s, 1020);
+        return false;
+    }
+    if (s.front() == ' ' || s.back() == ' ') {
+        if (bad) *bad = "\" \"";
+        return false;
+    }
     out.push_back(static_cast<char>(0x7F));
-    for (char ch : s) {
-        std::uint8_t w = 0;
-        if (ch >= '0' && ch <= '9')
-            w = static_cast<std::uint8_t>(0x36 + 2 * (ch - '0'));
-        else if (ch >= 'a' && ch <= 'z')
-            w = letters[ch - 'a'];
-        else if (ch >= 'A' && ch <= 'Z')
-            w = letters[ch - 'A'];
-        else if (ch == ' ')
-            w = 0x07;
-        if (w == 0) return false;
-        out.push_back(static_cast<char>(w));
+    for (std::size_t i = 0; i < s.size();) {
+        std::string one = firstChar(s, i);
+        i += one.size();
+        char32_t ch = one.size() == 1 ? static_cast<unsigned char>(one[0]) : 0;
+        const char* w = ch ? latinWeight(ch) : nullptr;
+        if (!w && general && ch == ' ') w = "\x07";
+        if (!w && general && ch == '_') w = "\x2B\x03";
+        if (!w) {
+            if (bad) *bad = one;
+            return false;
+        }
+        out += w;
     }
     out.push_back(static_cast<char>(0x01));
+    out.push_back(static_cast<char>(0x00));
     return true;
 }
 
-bool encodeKey(const Value& v, bool ascending, std::string& out)
+} // namespace
+
+namespace detail
+{
+
+bool encodeKey(const Column& c, const Value& v, bool ascending, std::string& out, std::string* bad)
 {
     out.clear();
-    if (v.type == Type::Text) {
-        if (!encodeText(v.s, out)) return false;
-        if (!ascending)
-            for (char& c : out)
-                c = static_cast<char>(~c);
+    if (c.type == Type::Text) {
+        // Descending text keys are not confirmed.
+        if (!ascending || !encodeText(v.s, c.sortOrder, out, bad)) {
+            if (!ascending && bad) *bad = firstChar(v.s);
+            return false;
+        }
         return true;
     }
     std::uint64_t bits = 0;
     int size = 0;
-    switch (v.type) {
+    switch (c.type) {
     case Type::Byte:
         bits = static_cast<std::uint64_t>(v.i) & 0xFF;
         size = 1;
@@ -94,52 +166,59 @@ bool encodeKey(const Value& v, bool ascending, std::string& out)
         break;
     }
     default:
+        if (bad) *bad = c.type == Type::Bool ? "Yes/No" : "?";
         return false;
     }
     out.push_back(static_cast<char>(0x7F));
     for (int k = size - 1; k >= 0; --k)
         out.push_back(static_cast<char>(bits >> (8 * k) & 0xFF));
     if (!ascending)
-        for (char& c : out)
-            c = static_cast<char>(~c);
+        for (char& ch : out)
+            ch = static_cast<char>(~ch);
     return true;
 }
 
-bool seekableType(const Column& c)
+bool rowKey(const Table& t, const RealIndex& ri, const std::vector<Value>& v, std::string& key, bool* allNull,
+            std::string* bad)
 {
-    switch (c.type) {
-    case Type::Text:
-        return c.sortOrder == 0x409;
-    case Type::Byte:
-    case Type::Int:
-    case Type::Long:
-    case Type::Money:
-    case Type::Float:
-    case Type::Double:
-    case Type::DateTime:
-        return true;
-    default:
-        return false;
+    key.clear();
+    *allNull = true;
+    for (const IndexColumn& ic : ri.columns) {
+        if (ic.column < 0 || static_cast<std::size_t>(ic.column) >= v.size()) {
+            if (bad) *bad = "?";
+            return false;
+        }
+        const Column& c = t.columns[static_cast<std::size_t>(ic.column)];
+        const Value& x = v[static_cast<std::size_t>(ic.column)];
+        if (c.type == Type::Bool) {
+            // Yes/No keys are not confirmed.
+            *allNull = false;
+            if (bad) *bad = "Yes/No";
+            return false;
+        }
+        if (x.null) {
+            key += static_cast<char>(ic.ascending ? 0x00 : 0xFF);
+            continue;
+        }
+        *allNull = false;
+        std::string part;
+        if (!encodeKey(c, x, ic.ascending, part, bad)) return false;
+        key += part;
     }
+    return true;
 }
 
-// Compares the leading bytes of an entry's key with a bound of the first column.
-int comparePrefix(const std::string& key, const std::string& bound)
+std::string entryOf(const std::string& key, RowId id)
 {
-    std::size_t n = std::min(key.size(), bound.size());
-    int c = std::memcmp(key.data(), bound.data(), n);
-    if (c != 0) return c < 0 ? -1 : 1;
-    return key.size() < bound.size() ? -1 : 0;
+    std::string p = key;
+    p += static_cast<char>(id >> 24 & 0xFF);
+    p += static_cast<char>(id >> 16 & 0xFF);
+    p += static_cast<char>(id >> 8 & 0xFF);
+    p += static_cast<char>(id & 0xFF);
+    return p;
 }
 
-struct Entry {
-    std::string key;
-    std::uint32_t page = 0;
-    unsigned row = 0;
-    std::uint32_t child = 0;
-};
-
-bool parseIndexPage(const std::uint8_t* d, std::vector<Entry>& out)
+bool parseIndexPage(const std::uint8_t* d, std::vector<IndexEntry>& out)
 {
     out.clear();
     bool leaf = d[0] == 0x04;
@@ -173,7 +252,7 @@ bool parseIndexPage(const std::uint8_t* d, std::vector<Entry>& out)
     return true;
 }
 
-} // namespace
+} // namespace detail
 
 int Database::seekableIndex(const Table& t, int column) const
 {
@@ -200,8 +279,20 @@ Status Database::indexSeek(const Table& t, int realIndex, const KeyBound& lo, co
     if (t.columns[static_cast<std::size_t>(ri.columns[0].column)].type == Type::Text &&
         (!lo.present || !hi.present || !lo.inclusive || !hi.inclusive || lo.value.s != hi.value.s))
         return OK;
+    const Column& col = t.columns[static_cast<std::size_t>(ri.columns[0].column)];
+    // Bounds: whole keys for numbers; for text the weights up to the 01 that ends them, a prefix of every stored
+    // key of that value.
+    auto bound = [&](const KeyBound& b, std::string& key) {
+        if (col.type != Type::Text) return encodeKey(col, b.value, asc, key, nullptr);
+        if (!encodeKey(col, b.value, true, key, nullptr)) return false;
+        key.pop_back();
+        if (!asc)
+            for (char& ch : key)
+                ch = static_cast<char>(~ch);
+        return true;
+    };
     std::string loKey, hiKey;
-    if ((lo.present && !encodeKey(lo.value, asc, loKey)) || (hi.present && !encodeKey(hi.value, asc, hiKey))) return OK;
+    if ((lo.present && !bound(lo, loKey)) || (hi.present && !bound(hi, hiKey))) return OK;
     // A descending index stores complements: the byte order of the bounds swaps.
     bool hasLo = lo.present, hasHi = hi.present, loIncl = lo.inclusive, hiIncl = hi.inclusive;
     if (!asc) {
@@ -284,26 +375,7 @@ constexpr std::size_t kEntryRoom = kPageSize - kEntriesStart;
 
 std::string pointerBytes(RowId id)
 {
-    std::string p(4, '\0');
-    p[0] = static_cast<char>(id >> 24 & 0xFF);
-    p[1] = static_cast<char>(id >> 16 & 0xFF);
-    p[2] = static_cast<char>(id >> 8 & 0xFF);
-    p[3] = static_cast<char>(id & 0xFF);
-    return p;
-}
-
-std::string firstChar(const std::string& s)
-{
-    if (s.empty()) return s;
-    std::size_t n = 1;
-    auto c = static_cast<unsigned char>(s[0]);
-    if (c >= 0xF0)
-        n = 4;
-    else if (c >= 0xE0)
-        n = 3;
-    else if (c >= 0xC0)
-        n = 2;
-    return s.substr(0, std::min(n, s.size()));
+    return entryOf({}, id);
 }
 
 } // namespace
@@ -331,37 +403,18 @@ Status Database::indexWrite(const Table& t, const std::vector<Value>* before, co
                 name = li.name;
                 break;
             }
-        // Key bytes of one row; false in *ok when a column's key is one we cannot produce.
+        // Key bytes of one row; ERR_KEY, naming what we cannot write, when a column's key is not one we produce.
         auto keyOf = [&](const std::vector<Value>& v, std::string& key, bool& allNull) -> Status {
-            key.clear();
-            allNull = true;
-            for (const IndexColumn& ic : ri.columns) {
-                if (ic.column < 0) return fail(ERR_CORRUPT, "Index '" + name + "' names a missing column.");
-                const Column& c = t.columns[static_cast<std::size_t>(ic.column)];
-                const Value& x = v[static_cast<std::size_t>(ic.column)];
-                if (x.null && c.type != Type::Bool) {
-                    key += static_cast<char>(ic.ascending ? 0x00 : 0xFF);
-                    continue;
-                }
-                allNull = false;
-                Value typed = x;
-                typed.type = c.type;
-                std::string part;
-                if (c.type == Type::Text || c.type == Type::Memo) {
-                    return fail(ERR_KEY, t.name + "の索引 " + name + " に書き込めない文字があります: " +
-                                             (x.s.empty() ? std::string("\"\"") : firstChar(x.s)));
-                }
-                if (!encodeKey(typed, ic.ascending, part))
-                    return fail(ERR_KEY, "The index '" + name + "' of '" + t.name +
-                                             "' has a key of a type this version cannot write.");
-                key += part;
-            }
-            return OK;
+            std::string bad;
+            if (rowKey(t, ri, v, key, &allNull, &bad)) return OK;
+            if (bad == "Yes/No")
+                return fail(ERR_KEY, t.name + "の索引 " + name + " にYes/No型のキーは書き込めません");
+            return fail(ERR_KEY, t.name + "の索引 " + name + " に書き込めない文字があります: " + bad);
         };
         std::string oldKey, newKey;
         bool oldNull = false, newNull = false, byPointer = false;
         // A key we cannot produce is still found by its row pointer: deletes always go through.
-        if (before && keyOf(*before, oldKey, oldNull) != OK) byPointer = !after;
+        if (before && keyOf(*before, oldKey, oldNull) != OK) byPointer = true;
         if (after)
             if (Status s = keyOf(*after, newKey, newNull); s != OK) {
                 // An unchanged key needs no encoding: only rows whose key changes are refused.

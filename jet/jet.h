@@ -178,6 +178,13 @@ public:
 
     // Pages a table's usage map assigns to it (data pages of that table only).
     Status dataPages(const Table& t, std::vector<std::uint32_t>& out) const;
+    // Every page a usage map (row pointer) marks, whatever the page holds.
+    Status mapPages(std::uint32_t mapPtr, std::vector<std::uint32_t>& out) const;
+
+    // Walks every table and index and lists what disagrees: index entries without their row, rows missing from
+    // an index, keys out of order, usage maps that disagree with the pages, row counts that differ from the
+    // rows. Empty `problems` = consistent. A Status other than OK only when the file cannot be walked at all.
+    Status check(std::vector<std::string>& problems) const;
     // Rows whose first index column lies within [lo, hi]; false in *usable when the index cannot seek
     // (key encoding we do not produce).
     Status indexSeek(const Table& t, int realIndex, const KeyBound& lo, const KeyBound& hi, std::vector<RowId>& out,

@@ -93,6 +93,7 @@ TEST(JetKill, FileIsBeforeOrAfterTheTransaction)
         auto now = readFile(path);
         bool isBefore = now == before, isAfter = now == after;
         EXPECT_TRUE(isBefore || isAfter) << "round " << r;
+        EXPECT_EQ(checkProblems(path), "") << "round " << r;
         sawBefore += isBefore;
         sawAfter += isAfter;
     }

@@ -279,7 +279,8 @@ TEST(Sqlite, TextLookupsSeek)
         {"row", "row5", 1, true},           {"row", "ROW5", 1, true},
         {"row", "row10", 0, true},          {"row", "row", 0, true},
         {"data", "lots of stuff", 1, true}, {"data", "Lots Of Stuff", 1, true},
-        {"data", "stuff", 1, true},         {"data", "quux", 0, false},
+        {"data", "stuff", 1, true},         {"data", "quux", 0, true},
+        {"data", "zulu", 0, false},
         {"data", "row-5", 0, false},        {"data", "still more rows", 1, true},
     };
     for (const Case& k : cases) {

@@ -108,6 +108,7 @@ TEST(JetWrite, FixedTypesUpdateInPlaceAndTextKeysAreRefused)
     jet::Database db;
     ASSERT_EQ(db.open(path, ""), jet::OK);
     EXPECT_EQ(db.table("Table1")->rowCount, before - 1);
+    EXPECT_EQ(checkProblems(path), "");
 }
 
 TEST(JetWrite, LongValuesInEveryForm)
@@ -140,6 +141,7 @@ TEST(JetWrite, LongValuesInEveryForm)
     std::string exported = mdbExport(path, "DateTest");
     EXPECT_NE(exported.find(std::string(500, 'x') + "漢字かな"), std::string::npos);
     EXPECT_NE(exported.find("abcdefghijklmnopqrstuvwxyzabcdefghijklmnopqrstuvwxyz"), std::string::npos);
+    EXPECT_EQ(checkProblems(path), "");
 }
 
 TEST(JetWrite, ManyRowsNewPagesUsageMapsAndMovedRows)
@@ -162,6 +164,7 @@ TEST(JetWrite, ManyRowsNewPagesUsageMapsAndMovedRows)
     std::string exported = mdbExport(path, "Table");
     EXPECT_EQ(static_cast<std::size_t>(std::count(exported.begin(), exported.end(), '\n')), before + 6001);
     EXPECT_NE(exported.find("\"r1999\",\"a value long enough"), std::string::npos);
+    EXPECT_EQ(checkProblems(path), "");
 }
 
 TEST(JetWrite, TransactionsAndSavepoints)
@@ -189,6 +192,7 @@ TEST(JetWrite, TransactionsAndSavepoints)
     EXPECT_NE(other.exec("INSERT INTO [Table] VALUES ('second', '1')"), "");
     ASSERT_EQ(c.exec("COMMIT"), "");
     EXPECT_EQ(other.exec("INSERT INTO [Table] VALUES ('second', '1')"), "");
+    EXPECT_EQ(checkProblems(path), "");
 }
 
 TEST(JetWrite, NumericIndexesStayConsistent)
@@ -227,6 +231,7 @@ TEST(JetWrite, NumericIndexesStayConsistent)
         EXPECT_TRUE(usable);
         EXPECT_EQ(ids.size(), p.rows) << p.lo;
     }
+    EXPECT_EQ(checkProblems(path), "");
 }
 
 } // namespace
