@@ -104,7 +104,7 @@ bool encodeText(const std::string& s, std::uint16_t sortOrder, std::string& out,
         if (!w && general && ch == ' ') w = "\x07";
         if (!w && general && ch == '_') w = "\x2B\x03";
         if (!w) {
-            if (bad) *bad = one;
+            if (bad) *bad = one == " " ? "\" \"" : one;
             return false;
         }
         out += w;

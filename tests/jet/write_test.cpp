@@ -235,3 +235,84 @@ TEST(JetWrite, NumericIndexesStayConsistent)
 }
 
 } // namespace
+
+namespace
+{
+
+using namespace jettest;
+
+// Marks every text column of a table in a scratch file as Japanese sort (1041).
+void makeJapanese(const std::string& path, const std::string& table)
+{
+    jet::Database db;
+    ASSERT_EQ(db.open(path, ""), jet::OK);
+    std::uint32_t tdef = db.table(table)->tdefPage;
+    auto bytes = readFile(path);
+    std::uint8_t* d = bytes.data() + std::size_t(tdef) * jet::kPageSize;
+    unsigned numCols = d[45] | d[46] << 8;
+    std::size_t numReal = d[51] | d[52] << 8;
+    for (unsigned i = 0; i < numCols; ++i) {
+        std::uint8_t* c = d + 63 + 12 * numReal + 25 * i;
+        if (c[0] == 0x0A) {
+            c[11] = 0x11;
+            c[12] = 0x04;
+        }
+    }
+    std::ofstream(path, std::ios::binary | std::ios::trunc).write(reinterpret_cast<const char*>(bytes.data()),
+                                                                 static_cast<std::streamsize>(bytes.size()));
+}
+
+// Text keys: written for the characters whose key bytes are confirmed, refused (file untouched) for any other.
+TEST(JetWrite, TextKeysGeneralAndJapanese)
+{
+    struct Case {
+        bool japanese;
+        const char* a;     // Table1.A and .B (both indexed; A unique)
+        const char* error; // "" when the insert goes through
+    } cases[] = {
+        {false, "New Row_1", ""},
+        {false, "quick fox", ""},
+        {false, "abcdefg", "duplicate values"},
+        {false, "ABCDEFG", "duplicate values"},
+        {false, "zebra", "Table1の索引 "},
+        {false, "pre-fix", "に書き込めない文字があります: -"},
+        {false, "漢字", "に書き込めない文字があります: 漢"},
+        {true, "Abc123", ""},
+        {true, "two words", "に書き込めない文字があります: \" \""},
+        {true, "カタカナ", "に書き込めない文字があります: カ"},
+        {true, "東京", "に書き込めない文字があります: 東"},
+    };
+    std::string general = scratchCopy("testV2000.mdb", "text-general.mdb");
+    std::string japanese = scratchCopy("testV2000.mdb", "text-japanese.mdb");
+    makeJapanese(japanese, "Table1");
+    {
+        Conn g(general), j(japanese);
+        for (const Case& k : cases) {
+            SCOPED_TRACE(k.a);
+            Conn& c = k.japanese ? j : g;
+            auto before = readFile(k.japanese ? japanese : general);
+            std::string got = c.exec(std::string("INSERT INTO Table1 (A, B, E, I) VALUES ('") + k.a + "', '" + k.a +
+                                     "', 1, 0)");
+            if (*k.error == 0) {
+                EXPECT_EQ(got, "");
+                // Found again through the index seek.
+                EXPECT_EQ(c.query(std::string("SELECT count(*) FROM Table1 WHERE A = '") + k.a + "'"), "1\n");
+            } else {
+                EXPECT_NE(got.find(k.error), std::string::npos) << got;
+                EXPECT_EQ(readFile(k.japanese ? japanese : general), before);
+            }
+        }
+    }
+    EXPECT_EQ(checkProblems(general), "");
+    EXPECT_EQ(checkProblems(japanese), "");
+    EXPECT_NE(mdbExport(general, "Table1").find("\"New Row_1\""), std::string::npos);
+    EXPECT_NE(mdbExport(japanese, "Table1").find("\"Abc123\""), std::string::npos);
+    // A row whose key cannot be written keeps it: an update of other columns goes through.
+    Conn c(general);
+    EXPECT_EQ(c.exec("UPDATE Table1 SET E = 99 WHERE A = 'quick fox'"), "");
+    EXPECT_EQ(c.exec("UPDATE Table1 SET A = 'fast fox' WHERE A = 'quick fox'"), "");
+    EXPECT_EQ(c.exec("DELETE FROM Table1 WHERE A = 'New Row_1'"), "");
+    EXPECT_EQ(checkProblems(general), "");
+}
+
+} // namespace
