@@ -254,6 +254,12 @@ bool parseIndexPage(const std::uint8_t* d, std::vector<IndexEntry>& out)
 
 } // namespace detail
 
+struct Database::KeyCache {
+    std::set<std::string> entries;
+    std::vector<std::uint32_t> pages; // the tree's pages when it was read, root first
+    bool dirty = false;
+};
+
 int Database::seekableIndex(const Table& t, int column) const
 {
     if (column < 0 || static_cast<std::size_t>(column) >= t.columns.size() ||
@@ -301,6 +307,24 @@ Status Database::indexSeek(const Table& t, int realIndex, const KeyBound& lo, co
         std::swap(loIncl, hiIncl);
     }
 
+    // Inside a write transaction the entries of a changed index live in memory until the tree is written.
+    if (auto cached = keys_.find({t.tdefPage, realIndex}); cached != keys_.end() && cached->second) {
+        for (const std::string& e : cached->second->entries) {
+            std::string key = e.substr(0, e.size() - 4);
+            if (hasLo) {
+                int c = comparePrefix(key, loKey);
+                if (c < 0 || (c == 0 && !loIncl)) continue;
+            }
+            if (hasHi) {
+                int c = comparePrefix(key, hiKey);
+                if (c > 0 || (c == 0 && !hiIncl)) break;
+            }
+            const auto* p = reinterpret_cast<const std::uint8_t*>(e.data()) + e.size() - 4;
+            out.push_back(RowId(p[0]) << 24 | RowId(p[1]) << 16 | RowId(p[2]) << 8 | p[3]);
+        }
+        *usable = true;
+        return OK;
+    }
     std::vector<Entry> entries;
     std::uint32_t pg = ri.rootPage;
     const std::uint8_t* d = nullptr;
@@ -357,11 +381,6 @@ namespace jet
 
 using namespace detail;
 
-struct Database::KeyCache {
-    std::set<std::string> entries;
-    std::vector<std::uint32_t> pages; // the tree's pages when it was read, root first
-    bool dirty = false;
-};
 
 namespace
 {
