@@ -1,20 +1,67 @@
-// demo [--orders N] [--seed S]: a demo program folder for trying the screens and for benchmarks.
+// demo [--orders N] [--seed S] [--jet]: a demo program folder for trying the screens and for benchmarks.
+#include "app/db/schema.h"
 #include "app/home.h"
 #include "batch/command.h"
 #include "batch/demohome.h"
+#include "jet/create.h"
+#include "jet/sqlite_attach.h"
 
+#include <QDir>
 #include <QElapsedTimer>
+#include <QFile>
 #include <QJsonArray>
 
+#include <sqlite3.h>
+
 namespace pel::batch {
+
+bool createJetDatabase(const QString& path, std::uint16_t sortOrder, QString* error); // cmd_createdb.cpp
+
 namespace {
+
+// The demo's SQLite data1.dat becomes a Jet one: a made file, every row copied through our engine in one
+// transaction.
+bool convertToJet(const QString& home, QString* error)
+{
+    const QString jetPath = home + QStringLiteral("/data1.dat");
+    const QString sqlitePath = home + QStringLiteral("/data1.sqlite-demo");
+    QFile::remove(sqlitePath);
+    if (!QFile::rename(jetPath, sqlitePath)) {
+        *error = QStringLiteral("Cannot move ") + jetPath;
+        return false;
+    }
+    if (!createJetDatabase(jetPath, jet::kSortJapanese, error)) return false;
+    sqlite3* db = nullptr;
+    sqlite3_open(":memory:", &db);
+    std::string why;
+    bool ok = jet::attach(db, jetPath.toStdString(), "VelQuarto", &why) == 0;
+    std::string sql = "ATTACH DATABASE '" + sqlitePath.toStdString() + "' AS demo; BEGIN;";
+    for (const SchemaTable& t : schema().tables)
+        sql += "INSERT INTO main.[" + t.name.toStdString() + "] SELECT * FROM demo.[" + t.name.toStdString() + "];";
+    sql += "COMMIT;";
+    char* msg = nullptr;
+    if (ok && sqlite3_exec(db, sql.c_str(), nullptr, nullptr, &msg) != SQLITE_OK) {
+        why = msg ? msg : "error";
+        ok = false;
+    }
+    sqlite3_free(msg);
+    sqlite3_close(db);
+    QFile::remove(sqlitePath);
+    if (!ok) *error = QString::fromStdString(why);
+    return ok;
+}
 
 int run(Context& ctx)
 {
     demo::Options o;
+    bool jetFile = false;
     for (qsizetype i = 0; i < ctx.args.size(); ++i) {
         const QString& a = ctx.args[i];
         bool ok = false;
+        if (a == QLatin1String("--jet")) {
+            jetFile = true;
+            continue;
+        }
         if (a == QLatin1String("--orders") && i + 1 < ctx.args.size())
             o.orders = ctx.args[++i].toInt(&ok);
         else if (a == QLatin1String("--seed") && i + 1 < ctx.args.size())
@@ -27,7 +74,7 @@ int run(Context& ctx)
     t.start();
     demo::Summary s;
     QString error;
-    if (!demo::makeDemoHome(home, o, &s, &error)) {
+    if (!demo::makeDemoHome(home, o, &s, &error) || (jetFile && !convertToJet(home, &error))) {
         ctx.err << error << Qt::endl;
         return Stopped;
     }
@@ -47,7 +94,10 @@ int run(Context& ctx)
     return Done;
 }
 
-Registrar reg{{"demo", "demo [--orders N] [--seed S]   make a demo home (data1.dat, mirabo.ini, sample files)", &run}};
+Registrar reg{{"demo",
+               "demo [--orders N] [--seed S] [--jet]   make a demo home (data1.dat, mirabo.ini, sample files); --jet: "
+               "data1.dat in the suite's Jet 4 format",
+               &run}};
 
 } // namespace
 } // namespace pel::batch

@@ -1,4 +1,5 @@
 // jet FILE [TABLE] [--password P]: what our Jet engine reads from a file, without the program's database layer.
+// jet check FILE [--password P]: every table and index walked; one line per inconsistency, status 0 when clean.
 #include "batch/command.h"
 #include "jet/tool.h"
 
@@ -24,6 +25,16 @@ int run(Context& ctx)
         return ctx.usage(QStringLiteral("jet takes a file and optionally a table"));
     std::ostringstream out;
     std::string error;
+    if (plain.size() == 2 && plain[0] == QLatin1String("check")) {
+        const int status = jet::checkFile(plain[1].toStdString(), password.toStdString(), out, &error);
+        ctx.out << QString::fromStdString(out.str());
+        if (status != 0) {
+            ctx.err << QString::fromStdString(error) << Qt::endl;
+            return Stopped;
+        }
+        ctx.out << "clean" << Qt::endl;
+        return Done;
+    }
     const std::string path = plain[0].toStdString();
     const int status = plain.size() == 1
                            ? jet::listTables(path, password.toStdString(), out, &error)
@@ -36,7 +47,9 @@ int run(Context& ctx)
     return Done;
 }
 
-Registrar reg{{"jet", "jet FILE [TABLE] [--password P]   list a Jet file's tables with row counts, or a table's rows as JSON lines",
+Registrar reg{{"jet",
+               "jet FILE [TABLE] [--password P]   list a Jet file's tables with row counts, or a table's rows as JSON "
+               "lines; jet check FILE [--password P]   walk every table and index, list inconsistencies",
                &run}};
 
 } // namespace

@@ -98,19 +98,23 @@ Status Cursor::load(RowId id)
 {
     auto pg = static_cast<std::uint32_t>(id >> 8);
     unsigned row = static_cast<unsigned>(id & 0xFF);
+    const std::uint8_t* p;
+    std::size_t len;
     for (int hop = 0;; ++hop) {
         unsigned flags;
-        if (Status s = db_.rowBytes(pg, row, &row_, &rowLen_, &flags); s != OK) return fail(s, db_.error());
+        if (Status s = db_.rowBytes(pg, row, &p, &len, &flags); s != OK) return fail(s, db_.error());
         // A moved row's new home carries the deleted flag so scans skip it there; only the original
         // slot's flag counts.
         if (hop == 0 && (flags & 0x8000)) return END;
         if (!(flags & 0x4000)) break;
-        if (hop > 4 || rowLen_ < 4) return fail(ERR_CORRUPT, "Moved row pointer is damaged.");
-        std::uint32_t ptr = le32(row_);
+        if (hop > 4 || len < 4) return fail(ERR_CORRUPT, "Moved row pointer is damaged.");
+        std::uint32_t ptr = le32(p);
         pg = ptr >> 8;
         row = ptr & 0xFF;
     }
-    if (rowLen_ < 2) return fail(ERR_CORRUPT, "Row is too short.");
+    if (len < 2) return fail(ERR_CORRUPT, "Row is too short.");
+    homePage_ = pg;
+    homeRow_ = row;
     rowId_ = id; // the original slot: indexes point there too
     return OK;
 }
@@ -149,6 +153,14 @@ Status Cursor::next()
     return END;
 }
 
+Status Cursor::current(const std::uint8_t** p, std::size_t* n) const
+{
+    unsigned flags;
+    if (Status s = db_.rowBytes(homePage_, homeRow_, p, n, &flags, false); s != OK) return fail(s, db_.error());
+    if (*n < 2) return fail(ERR_CORRUPT, "Row is too short.");
+    return OK;
+}
+
 Status Cursor::column(std::size_t index, Value& v) const
 {
     if (eof_ || index >= table_.columns.size()) return fail(ERR_ARG, "No such column or no current row.");
@@ -158,8 +170,9 @@ Status Cursor::column(std::size_t index, Value& v) const
     v.i = 0;
     v.d = 0;
     v.s.clear();
-    const std::uint8_t* r = row_;
-    std::size_t n = rowLen_;
+    const std::uint8_t* r;
+    std::size_t n;
+    if (Status s = current(&r, &n); s != OK) return s;
     unsigned numCols = le16(r);
     std::size_t maskLen = (std::size_t(numCols) + 7) / 8;
     if (n < 2 + maskLen) return fail(ERR_CORRUPT, "Row is shorter than its null mask.");

@@ -167,6 +167,9 @@ std::string Database::error() const
 
 Status Database::open(const std::string& path, const std::string& password)
 {
+    path_ = path;
+    notice_.clear();
+    if (Status s = recoverJournal(path); s != OK) return s;
     std::ifstream in(path, std::ios::binary);
     if (!in) return fail(ERR_IO, "Cannot open '" + path + "'.");
     in.seekg(0, std::ios::end);
@@ -177,6 +180,7 @@ Status Database::open(const std::string& path, const std::string& password)
     std::vector<std::uint8_t> bytes(static_cast<std::size_t>(size));
     in.seekg(0);
     if (!in.read(reinterpret_cast<char*>(bytes.data()), size)) return fail(ERR_IO, "Cannot read '" + path + "'.");
+    stampChanged(true);
     return openMemory(std::move(bytes), password);
 }
 
@@ -251,9 +255,10 @@ const std::uint8_t* Database::page(std::uint32_t n) const
     return bytes_.data() + std::size_t(n) * kPageSize;
 }
 
-Status Database::rowBytes(std::uint32_t pg, unsigned row, const std::uint8_t** p, std::size_t* len,
-                          unsigned* flags) const
+Status Database::rowBytes(std::uint32_t pg, unsigned row, const std::uint8_t** p, std::size_t* len, unsigned* flags,
+                          bool countRead) const
 {
+    if (!countRead) pageReads_.fetch_sub(1, std::memory_order_relaxed); // the same row again: no new read
     const std::uint8_t* d = page(pg);
     if (!d) return fail(ERR_CORRUPT, "Row pointer to page " + std::to_string(pg) + " is outside the file.");
     if (d[0] != 0x01)
@@ -329,6 +334,7 @@ Status Database::readTable(std::uint32_t tdefPage, Table& t) const
     r.pos = 16;
     t.tdefPage = tdefPage;
     t.rowCount = r.u32();
+    t.autoNumber = r.u32();
     r.pos = 40;
     t.system = r.u8() == 0x53;
     t.maxCols = r.u16();
@@ -337,7 +343,7 @@ Status Database::readTable(std::uint32_t tdefPage, Table& t) const
     std::uint32_t numIdx = r.u32();
     std::uint32_t numReal = r.u32();
     t.usageMap = r.u32();
-    r.u32(); // free-space map
+    t.freeMap = r.u32();
     if (numIdx > 1000 || numReal > 1000 || numCols > 4096)
         return fail(ERR_CORRUPT, "Table definition on page " + std::to_string(tdefPage) + " has impossible counts.");
     r.skip(12 * std::size_t(numReal));
@@ -376,10 +382,11 @@ Status Database::readTable(std::uint32_t tdefPage, Table& t) const
             std::uint8_t order = r.u8();
             if (num != 0xFFFF) ri.colNums.emplace_back(num, order == 0x01);
         }
-        r.u32(); // usage map
+        ri.idx.usageMap = r.u32();
         ri.idx.rootPage = r.u32();
-        ri.idx.flags = r.u8();
-        r.skip(9);
+        r.skip(4);
+        ri.idx.flags = r.u8(); // 0x01 unique, 0x02 ignore nulls, 0x08 required
+        r.skip(5);
     }
     std::vector<LogicalIndex> logical(numIdx);
     for (LogicalIndex& li : logical) {
@@ -477,42 +484,54 @@ const Table* Database::table(const std::string& name) const
     return nullptr;
 }
 
-Status Database::dataPages(const Table& t, std::vector<std::uint32_t>& out) const
+Status Database::mapPages(std::uint32_t mapPtr, std::vector<std::uint32_t>& out) const
 {
     out.clear();
     const std::uint8_t* m;
     std::size_t n;
     unsigned flags;
-    if (Status s = rowBytes(t.usageMap >> 8, t.usageMap & 0xFF, &m, &n, &flags); s != OK)
-        return fail(s, "Usage map of table '" + t.name + "': " + error());
-    if (n < 1) return fail(ERR_CORRUPT, "Usage map of table '" + t.name + "' is empty.");
-    std::uint32_t total = pageCount();
-    auto consider = [&](std::uint64_t pg) {
-        if (pg == 0 || pg >= total) return;
-        const std::uint8_t* d = page(static_cast<std::uint32_t>(pg));
-        if (d[0] == 0x01 && le32(d + 4) == t.tdefPage) out.push_back(static_cast<std::uint32_t>(pg));
-    };
+    if (Status s = rowBytes(mapPtr >> 8, mapPtr & 0xFF, &m, &n, &flags); s != OK) return s;
+    if (n < 1) return fail(ERR_CORRUPT, "A usage map is empty.");
     if (m[0] == 0) {
-        if (n < 5) return fail(ERR_CORRUPT, "Usage map of table '" + t.name + "' is truncated.");
+        if (n < 5) return fail(ERR_CORRUPT, "A usage map is truncated.");
         std::uint64_t start = le32(m + 1);
         for (std::size_t i = 5; i < n; ++i)
             for (int b = 0; b < 8; ++b)
-                if (m[i] >> b & 1) consider(start + (i - 5) * 8 + std::size_t(b));
+                if (m[i] >> b & 1) {
+                    std::uint64_t pg = start + (i - 5) * 8 + std::size_t(b);
+                    if (pg <= 0xFFFFFFFFu) out.push_back(static_cast<std::uint32_t>(pg));
+                }
     } else if (m[0] == 1) {
         constexpr std::size_t perPage = (kPageSize - 4) * 8;
         for (std::size_t k = 0; 1 + 4 * k + 4 <= n; ++k) {
             std::uint32_t mp = le32(m + 1 + 4 * k);
             if (mp == 0) continue;
             const std::uint8_t* d = page(mp);
-            if (!d || d[0] != 0x05)
-                return fail(ERR_CORRUPT, "Usage map of table '" + t.name + "' points to a page that is not a map.");
+            if (!d || d[0] != 0x05) return fail(ERR_CORRUPT, "A usage map points to a page that is not a map.");
             for (std::size_t i = 4; i < kPageSize; ++i)
                 if (d[i])
                     for (int b = 0; b < 8; ++b)
-                        if (d[i] >> b & 1) consider(k * perPage + (i - 4) * 8 + std::size_t(b));
+                        if (d[i] >> b & 1) {
+                            std::uint64_t pg = k * perPage + (i - 4) * 8 + std::size_t(b);
+                            if (pg <= 0xFFFFFFFFu) out.push_back(static_cast<std::uint32_t>(pg));
+                        }
         }
     } else {
-        return fail(ERR_CORRUPT, "Usage map of table '" + t.name + "' has unknown type.");
+        return fail(ERR_CORRUPT, "A usage map has an unknown type.");
+    }
+    return OK;
+}
+
+Status Database::dataPages(const Table& t, std::vector<std::uint32_t>& out) const
+{
+    std::vector<std::uint32_t> all;
+    out.clear();
+    if (Status s = mapPages(t.usageMap, all); s != OK) return fail(s, "Usage map of table '" + t.name + "': " + error());
+    std::uint32_t total = pageCount();
+    for (std::uint32_t pg : all) {
+        if (pg == 0 || pg >= total) continue;
+        const std::uint8_t* d = page(pg);
+        if (d[0] == 0x01 && le32(d + 4) == t.tdefPage) out.push_back(pg);
     }
     return OK;
 }

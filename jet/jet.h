@@ -1,9 +1,10 @@
 #pragma once
-// Read side of the Jet 4 engine. Status-code API: every call returns a Status; the text of the last
-// failure stays on the handle (Database::error()). Nothing here throws to the caller.
+// Jet 4 engine: reads, and writes inside transactions. Status-code API: every call returns a Status; the text of the
+// last failure stays on the handle (Database::error()). Nothing here throws to the caller.
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -21,7 +22,10 @@ enum Status : int {
     ERR_NOT_FOUND = 5, // no such table / column
     ERR_READ_ONLY = 6,
     ERR_ARG = 7,
-    END = 100, // cursor is past its last row
+    ERR_BUSY = 8,       // another writer holds the file, or it changed under us
+    ERR_CONSTRAINT = 9, // duplicate key, value that does not fit its column
+    ERR_KEY = 10,       // an index key we cannot encode: that one write is refused
+    END = 100,          // cursor is past its last row
 };
 
 constexpr std::size_t kPageSize = 4096;
@@ -67,7 +71,8 @@ struct IndexColumn {
 struct RealIndex {
     std::vector<IndexColumn> columns;
     std::uint32_t rootPage = 0;
-    std::uint8_t flags = 0; // 0x01 unique, 0x02 ignore nulls
+    std::uint8_t flags = 0;     // 0x01 unique, 0x02 ignore nulls
+    std::uint32_t usageMap = 0; // row pointer of the index's page map
 };
 
 struct LogicalIndex {
@@ -86,7 +91,9 @@ struct Table {
     std::vector<LogicalIndex> indexes;
     std::uint32_t usageMap = 0; // row pointer
     std::uint16_t maxCols = 0;
-    std::uint16_t varCols = 0; // rows carry no offset table when zero
+    std::uint16_t varCols = 0;    // rows carry no offset table when zero
+    std::uint32_t freeMap = 0;    // row pointer: owned pages with room
+    std::uint32_t autoNumber = 0; // last value given to an auto-number column
 };
 
 // (page << 8 | row): where a row lives; stable while the file is unchanged.
@@ -122,6 +129,7 @@ public:
 private:
     Status load(RowId id);
     Status fail(Status s, std::string msg) const;
+    Status current(const std::uint8_t** p, std::size_t* n) const;
     const Database& db_;
     const Table& table_;
     std::vector<std::uint32_t> pages_;
@@ -131,8 +139,10 @@ private:
     int rowIdx_ = -1;
     bool eof_ = true;
     RowId rowId_ = 0;
-    const std::uint8_t* row_ = nullptr;
-    std::size_t rowLen_ = 0;
+    // Where the current row's bytes live (after a moved-row hop); looked up again on each read, since a
+    // write may move the file's bytes in memory.
+    std::uint32_t homePage_ = 0;
+    unsigned homeRow_ = 0;
     mutable std::string error_;
 };
 
@@ -147,6 +157,7 @@ class Database
 {
 public:
     Database() = default;
+    ~Database();
     Database(const Database&) = delete;
     Database& operator=(const Database&) = delete;
 
@@ -167,6 +178,13 @@ public:
 
     // Pages a table's usage map assigns to it (data pages of that table only).
     Status dataPages(const Table& t, std::vector<std::uint32_t>& out) const;
+    // Every page a usage map (row pointer) marks, whatever the page holds.
+    Status mapPages(std::uint32_t mapPtr, std::vector<std::uint32_t>& out) const;
+
+    // Walks every table and index and lists what disagrees: index entries without their row, rows missing from
+    // an index, keys out of order, usage maps that disagree with the pages, row counts that differ from the
+    // rows. Empty `problems` = consistent. A Status other than OK only when the file cannot be walked at all.
+    Status check(std::vector<std::string>& problems) const;
     // Rows whose first index column lies within [lo, hi]; false in *usable when the index cannot seek
     // (key encoding we do not produce).
     Status indexSeek(const Table& t, int realIndex, const KeyBound& lo, const KeyBound& hi, std::vector<RowId>& out,
@@ -180,14 +198,87 @@ public:
     void resetPageReads() { pageReads_.store(0, std::memory_order_relaxed); }
 
     // Bytes of the row at (page,row); flags of its offset entry in *flags.
-    Status rowBytes(std::uint32_t pg, unsigned row, const std::uint8_t** p, std::size_t* len, unsigned* flags) const;
+    Status rowBytes(std::uint32_t pg, unsigned row, const std::uint8_t** p, std::size_t* len, unsigned* flags,
+                    bool countRead = true) const;
     Status longValue(const std::uint8_t* field, std::size_t len, std::string& out) const;
 
     Status fail(Status s, std::string msg) const;
 
+    // What opening had to do first (a journal played back); empty when nothing.
+    const std::string& notice() const { return notice_; }
+    const std::string& path() const { return path_; }
+
+    // Write transactions (jet/pager.cpp). Changes live in memory until sync(): the original of every page
+    // about to change goes to a rollback journal beside the file ("<file>-pel008-journal"), forced to disk,
+    // then the pages are written and the file is forced; commit() removes the journal, which is the moment
+    // the transaction is durable. A crash at any point leaves a journal that the next open() plays back.
+    Status begin();
+    bool inTransaction() const { return !levels_.empty(); }
+    Status savepoint(int id);  // state saved as savepoint `id` (later ids are released)
+    Status release(int id);    // savepoints >= id forgotten, their changes kept
+    Status rollbackTo(int id); // back to the state of savepoint `id`, which stays
+    Status sync();
+    Status commit();
+    Status rollback();
+
+    // Row writes (jet/write.cpp); values by column in table order (Value::type ignored: the column's
+    // type counts). Each call is all or nothing. Inside a transaction only.
+    Status insertRow(const Table& t, const std::vector<Value>& values, RowId* id);
+    Status updateRow(const Table& t, RowId id, const std::vector<Value>& values);
+    Status deleteRow(const Table& t, RowId id);
+    Status readRow(const Table& t, RowId id, std::vector<Value>& out) const;
+
 private:
     Status loadHeader(const std::string& password);
     Status loadCatalogue();
+    Status recoverJournal(const std::string& path);
+    bool stampChanged(bool take);
+
+    std::uint8_t* writable(std::uint32_t n);
+    Status allocPage(std::uint8_t type, std::uint32_t* n);
+    Status writePages(int fd);
+    Status refreshTables();
+    void forgetCaches();
+    Table& mut(const Table& t) { return const_cast<Table&>(t); }
+
+    // write.cpp helpers
+    Status addRow(std::uint32_t pg, const std::string& row, std::uint16_t flags, unsigned* slot);
+    Status replaceRow(std::uint32_t pg, unsigned slot, const std::string& row, std::uint16_t flags, bool* fitted);
+    Status mapAdd(std::uint32_t mapPtr, std::uint32_t page);
+    Status placeRow(const Table& t, const std::string& row, std::uint16_t flags, RowId* id);
+    Status putLong(const std::string& data, std::string& field);
+    Status freeLong(const std::uint8_t* field, std::size_t len);
+    Status encodeRow(const Table& t, const std::vector<Value>& v, const std::vector<Value>* old,
+                     const std::string& oldRow, std::string& out, std::vector<int>& reused);
+    Status homeOf(RowId id, std::uint32_t* pg, unsigned* slot, bool* moved) const;
+    Status setTableCounts(const Table& t, std::int64_t rowDelta, std::uint32_t autoNumber);
+    Status indexWrite(const Table& t, const std::vector<Value>* before, const std::vector<Value>* after, RowId id);
+    Status writeIndexes();
+
+    struct Level {
+        int id = -1;
+        std::size_t size = 0;                                     // bytes_ when the level started
+        std::map<std::uint32_t, std::vector<std::uint8_t>> pages; // originals of pages changed since
+        std::size_t keyLogAt = 0;
+    };
+    struct KeyCache; // index.cpp: the keys of one real index while a transaction changes it
+
+    std::string path_;
+    std::string notice_;
+    std::int64_t stampSize_ = -1, stampMtime_ = -1; // file as we last read or wrote it
+    int lockFd_ = -1;
+    bool synced_ = false;
+    std::vector<Level> levels_;                         // [0]: the whole transaction
+    std::map<std::uint32_t, std::uint32_t> insertPage_; // table definition page -> page new rows go to
+    std::uint32_t lvalPage_ = 0;
+    std::map<std::pair<std::uint32_t, int>, std::shared_ptr<KeyCache>> keys_;
+    struct KeyOp {
+        KeyCache* cache;
+        std::string entry;
+        bool added;
+    };
+    std::vector<KeyOp> keyLog_; // index entry changes, undone by a rollback to a savepoint
+    void undoKeys(std::size_t to);
 
     std::vector<std::uint8_t> bytes_;
     std::vector<Table> tables_;

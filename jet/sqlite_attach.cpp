@@ -47,6 +47,8 @@ struct Engine {
     std::shared_ptr<Database> db;
     std::string password;
     FileId id;
+    std::string path;
+    sqlite3* writer = nullptr; // the connection whose write transaction is open
 };
 
 std::mutex registryMutex;
@@ -79,12 +81,13 @@ void destroyConnState(void* p)
 }
 
 constexpr const char* kModule = "jet";
-constexpr const char* kReadOnly = "Jet database is read-only in this version";
+constexpr const char* kReadOnly = "Jet tables cannot be renamed";
 
 struct VTab {
     sqlite3_vtab base{};
     std::shared_ptr<Engine> engine;
     const Table* table = nullptr;
+    sqlite3* conn = nullptr;
 };
 
 struct VCursor {
@@ -137,7 +140,18 @@ void setError(sqlite3_vtab* vt, const std::string& msg)
 
 int sqliteCode(Status s)
 {
-    return s == ERR_CORRUPT ? SQLITE_CORRUPT : SQLITE_ERROR;
+    switch (s) {
+    case ERR_CORRUPT:
+        return SQLITE_CORRUPT;
+    case ERR_BUSY:
+        return SQLITE_BUSY;
+    case ERR_CONSTRAINT:
+        return SQLITE_CONSTRAINT;
+    case ERR_READ_ONLY:
+        return SQLITE_READONLY;
+    default:
+        return SQLITE_ERROR;
+    }
 }
 
 int xConnect(sqlite3* conn, void* aux, int argc, const char* const* argv, sqlite3_vtab** out, char** err)
@@ -175,6 +189,7 @@ int xConnect(sqlite3* conn, void* aux, int argc, const char* const* argv, sqlite
         auto* vt = new VTab;
         vt->engine = it->second;
         vt->table = t;
+        vt->conn = conn;
         *out = &vt->base;
         return SQLITE_OK;
     } catch (...) {
@@ -273,9 +288,13 @@ long long daysFromCivil(long long y, unsigned m, unsigned d)
 }
 
 // "yyyy/mm/dd" with an optional " hh:nn" or " hh:nn:ss", to days since 1899-12-30.
-bool parseDateTime(const char* s, double& out)
+bool parseDateTime(const char* text, double& out)
 {
-    if (!s) return false;
+    if (!text) return false;
+    std::string copy(text);
+    if (copy.size() >= 10 && copy[4] == '-' && copy[7] == '-') copy[4] = copy[7] = '/';
+    if (copy.size() >= 11 && copy[10] == 'T') copy[10] = ' ';
+    const char* s = copy.c_str();
     unsigned y, mo, d, h = 0, mi = 0, sec = 0;
     int n = 0;
     std::size_t len = std::strlen(s);
@@ -504,10 +523,189 @@ int xRowid(sqlite3_vtab_cursor* base, sqlite3_int64* out)
     return SQLITE_OK;
 }
 
-int xUpdate(sqlite3_vtab* vt, int, sqlite3_value**, sqlite3_int64*)
+const char* kMismatch = "Data type mismatch in criteria expression.";
+
+// A value from SQLite in the column's own type; false with *why set when it has none.
+bool fromSqlite(const Column& col, sqlite3_value* v, Value& out, std::string* why)
 {
-    setError(vt, kReadOnly);
-    return SQLITE_READONLY;
+    out = Value{};
+    out.type = col.type;
+    if (sqlite3_value_type(v) == SQLITE_NULL) return true;
+    out.null = false;
+    auto mismatch = [&] {
+        *why = kMismatch;
+        return false;
+    };
+    int t = sqlite3_value_numeric_type(v);
+    switch (col.type) {
+    case Type::Bool:
+        if (t != SQLITE_INTEGER && t != SQLITE_FLOAT) return mismatch();
+        out.i = sqlite3_value_double(v) != 0 ? 1 : 0;
+        return true;
+    case Type::Byte:
+    case Type::Int:
+    case Type::Long:
+        if (t == SQLITE_INTEGER) {
+            out.i = sqlite3_value_int64(v);
+            return true;
+        }
+        if (t == SQLITE_FLOAT && std::fabs(sqlite3_value_double(v)) < 9e15) {
+            out.i = static_cast<std::int64_t>(std::nearbyint(sqlite3_value_double(v)));
+            return true;
+        }
+        return mismatch();
+    case Type::Money:
+        if (t == SQLITE_INTEGER && std::llabs(sqlite3_value_int64(v)) < LLONG_MAX / 10000) {
+            out.i = sqlite3_value_int64(v) * 10000;
+            return true;
+        }
+        if ((t == SQLITE_FLOAT || t == SQLITE_INTEGER) && std::fabs(sqlite3_value_double(v)) < 9e14) {
+            out.i = std::llround(sqlite3_value_double(v) * 10000);
+            return true;
+        }
+        return mismatch();
+    case Type::Float:
+    case Type::Double:
+        if (t != SQLITE_INTEGER && t != SQLITE_FLOAT) return mismatch();
+        out.d = sqlite3_value_double(v);
+        return true;
+    case Type::DateTime:
+        if (sqlite3_value_type(v) == SQLITE_TEXT)
+            return parseDateTime(reinterpret_cast<const char*>(sqlite3_value_text(v)), out.d) || mismatch();
+        if (t != SQLITE_INTEGER && t != SQLITE_FLOAT) return mismatch();
+        out.d = sqlite3_value_double(v);
+        return true;
+    case Type::Guid: {
+        const char* g = reinterpret_cast<const char*>(sqlite3_value_text(v));
+        unsigned b[16];
+        if (!g || std::sscanf(g, "{%02X%02X%02X%02X-%02X%02X-%02X%02X-%02X%02X-%02X%02X%02X%02X%02X%02X}", &b[3], &b[2],
+                              &b[1], &b[0], &b[5], &b[4], &b[7], &b[6], &b[8], &b[9], &b[10], &b[11], &b[12], &b[13],
+                              &b[14], &b[15]) != 16)
+            return mismatch();
+        for (unsigned x : b)
+            out.s += static_cast<char>(x);
+        return true;
+    }
+    default: {
+        const void* p = col.type == Type::Binary || col.type == Type::Ole
+                            ? sqlite3_value_blob(v)
+                            : static_cast<const void*>(sqlite3_value_text(v));
+        int n = sqlite3_value_bytes(v);
+        if (p) out.s.assign(static_cast<const char*>(p), static_cast<std::size_t>(n));
+        return true;
+    }
+    }
+}
+
+int fromStatus(sqlite3_vtab* vt, Database& db, Status s)
+{
+    if (s == OK) return SQLITE_OK;
+    setError(vt, db.error());
+    return sqliteCode(s);
+}
+
+int xUpdate(sqlite3_vtab* base, int argc, sqlite3_value** argv, sqlite3_int64* rowid)
+{
+    auto* vt = reinterpret_cast<VTab*>(base);
+    try {
+        Database& db = *vt->engine->db;
+        const Table& t = *vt->table;
+        if (vt->engine->writer != vt->conn) {
+            setError(base, "Jet write outside a transaction of this connection");
+            return SQLITE_MISUSE;
+        }
+        if (argc == 1) return fromStatus(base, db, db.deleteRow(t, sqlite3_value_int64(argv[0])));
+        std::vector<Value> values(t.columns.size());
+        for (std::size_t k = 0; k < t.columns.size() && int(k) + 2 < argc; ++k) {
+            std::string why;
+            if (!fromSqlite(t.columns[k], argv[k + 2], values[k], &why)) {
+                setError(base, why);
+                return SQLITE_MISMATCH;
+            }
+        }
+        if (sqlite3_value_type(argv[0]) == SQLITE_NULL) {
+            if (sqlite3_value_type(argv[1]) != SQLITE_NULL) {
+                setError(base, "The row number of a Jet table is given by the engine");
+                return SQLITE_MISMATCH;
+            }
+            RowId id = 0;
+            int rc = fromStatus(base, db, db.insertRow(t, values, &id));
+            if (rc == SQLITE_OK) *rowid = id;
+            return rc;
+        }
+        if (sqlite3_value_int64(argv[0]) != sqlite3_value_int64(argv[1])) {
+            setError(base, "The row number of a Jet table is given by the engine");
+            return SQLITE_MISMATCH;
+        }
+        return fromStatus(base, db, db.updateRow(t, sqlite3_value_int64(argv[0]), values));
+    } catch (...) {
+        return SQLITE_NOMEM;
+    }
+}
+
+int xBegin(sqlite3_vtab* base)
+{
+    auto* vt = reinterpret_cast<VTab*>(base);
+    Engine& e = *vt->engine;
+    if (e.writer == vt->conn) return SQLITE_OK; // another table of the same file joined the transaction
+    if (e.writer || e.db->inTransaction()) {
+        setError(base, "database is locked");
+        return SQLITE_BUSY;
+    }
+    if (int rc = fromStatus(base, *e.db, e.db->begin()); rc != SQLITE_OK) return rc;
+    e.writer = vt->conn;
+    return SQLITE_OK;
+}
+
+int xSync(sqlite3_vtab* base)
+{
+    auto* vt = reinterpret_cast<VTab*>(base);
+    if (vt->engine->writer != vt->conn) return SQLITE_OK;
+    return fromStatus(base, *vt->engine->db, vt->engine->db->sync());
+}
+
+int xCommit(sqlite3_vtab* base)
+{
+    auto* vt = reinterpret_cast<VTab*>(base);
+    Engine& e = *vt->engine;
+    if (e.writer != vt->conn) return SQLITE_OK;
+    e.writer = nullptr;
+    int rc = fromStatus(base, *e.db, e.db->commit());
+    if (rc != SQLITE_OK) e.db->rollback();
+    fileId(e.path, e.id); // our own write is no reason for a new engine
+    return rc;
+}
+
+int xRollback(sqlite3_vtab* base)
+{
+    auto* vt = reinterpret_cast<VTab*>(base);
+    Engine& e = *vt->engine;
+    if (e.writer != vt->conn) return SQLITE_OK;
+    e.writer = nullptr;
+    int rc = fromStatus(base, *e.db, e.db->rollback());
+    fileId(e.path, e.id);
+    return rc;
+}
+
+int xSavepoint(sqlite3_vtab* base, int i)
+{
+    auto* vt = reinterpret_cast<VTab*>(base);
+    if (vt->engine->writer != vt->conn) return SQLITE_OK;
+    return fromStatus(base, *vt->engine->db, vt->engine->db->savepoint(i));
+}
+
+int xRelease(sqlite3_vtab* base, int i)
+{
+    auto* vt = reinterpret_cast<VTab*>(base);
+    if (vt->engine->writer != vt->conn) return SQLITE_OK;
+    return fromStatus(base, *vt->engine->db, vt->engine->db->release(i));
+}
+
+int xRollbackTo(sqlite3_vtab* base, int i)
+{
+    auto* vt = reinterpret_cast<VTab*>(base);
+    if (vt->engine->writer != vt->conn) return SQLITE_OK;
+    return fromStatus(base, *vt->engine->db, vt->engine->db->rollbackTo(i));
 }
 
 int xRename(sqlite3_vtab* vt, const char*)
@@ -519,7 +717,7 @@ int xRename(sqlite3_vtab* vt, const char*)
 sqlite3_module makeModule()
 {
     sqlite3_module m{};
-    m.iVersion = 1;
+    m.iVersion = 2;
     m.xCreate = xConnect;
     m.xConnect = xConnect;
     m.xBestIndex = xBestIndex;
@@ -533,7 +731,14 @@ sqlite3_module makeModule()
     m.xColumn = xColumn;
     m.xRowid = xRowid;
     m.xUpdate = xUpdate;
+    m.xBegin = xBegin;
+    m.xSync = xSync;
+    m.xCommit = xCommit;
+    m.xRollback = xRollback;
     m.xRename = xRename;
+    m.xSavepoint = xSavepoint;
+    m.xRelease = xRelease;
+    m.xRollbackTo = xRollbackTo;
     return m;
 }
 
@@ -587,6 +792,7 @@ int attach(sqlite3* conn, const std::string& path, const std::string& password, 
                 engine->db = std::make_shared<Database>();
                 engine->password = password;
                 engine->id = id;
+                engine->path = key;
                 if (Status s = engine->db->open(key, password); s != OK) {
                     setErr(engine->db->error());
                     return s;

@@ -279,6 +279,24 @@ int listTables(const std::string& path, const std::string& password, std::ostrea
     return OK;
 }
 
+int checkFile(const std::string& path, const std::string& password, std::ostream& out, std::string* error)
+{
+    Database db;
+    std::vector<std::string> problems;
+    Status s = db.open(path, password);
+    if (s == OK) s = db.check(problems);
+    if (s != OK) {
+        if (error) *error = db.error();
+        return s;
+    }
+    if (!db.notice().empty()) out << db.notice() << '\n';
+    for (const std::string& p : problems)
+        out << p << '\n';
+    if (problems.empty()) return OK;
+    if (error) *error = std::to_string(problems.size()) + " inconsistencies in '" + path + "'.";
+    return ERR_CORRUPT;
+}
+
 int setPassword(const std::string& path, const std::string& newPassword, std::string* error)
 {
     auto failWith = [&](Status s, const std::string& msg) {

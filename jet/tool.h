@@ -25,6 +25,9 @@ int listTables(const std::string& path, const std::string& password, std::ostrea
 int dumpTable(const std::string& path, const std::string& password, const std::string& table, std::ostream& out,
               std::string* error);
 int dumpTable(const Database& db, const Table& table, std::ostream& out, std::string* error);
+// Walks every table and index (Database::check) and prints one line per inconsistency. OK when clean,
+// ERR_CORRUPT when something disagrees, another Status (with *error) when the file cannot be read.
+int checkFile(const std::string& path, const std::string& password, std::ostream& out, std::string* error);
 // Writes a new database password into the header of a Jet 4 file (in place: copy the file first).
 int setPassword(const std::string& path, const std::string& newPassword, std::string* error);
 

@@ -3,6 +3,8 @@
 #include "jet/tool.h"
 
 #include <gtest/gtest.h>
+
+#include <filesystem>
 #include <sqlite3.h>
 
 #include "test_util.h"
@@ -100,18 +102,25 @@ TEST(Sqlite, ValueKindsOfOtherTypes)
     }
 }
 
-TEST(Sqlite, WritesAreRefused)
+// A file marked read-only is never written, whoever runs the program.
+TEST(Sqlite, ReadOnlyFileRefusesWrites)
 {
+    std::string path = scratchCopy("testV2000.mdb", "readonly.mdb");
+    std::filesystem::permissions(path, std::filesystem::perms::all, std::filesystem::perm_options::remove);
+    std::filesystem::permissions(path, std::filesystem::perms::owner_read, std::filesystem::perm_options::add);
+    auto original = readFile(path);
     Conn c;
     std::string err;
-    ASSERT_EQ(jet::attach(c.db, corpus("testV2000.mdb"), "", &err), 0) << err;
-    for (const char* sql : {"INSERT INTO Table1 (A) VALUES ('x')", "UPDATE Table1 SET A = 'y'", "DELETE FROM Table1"}) {
+    ASSERT_EQ(jet::attach(c.db, path, "", &err), 0) << err;
+    for (const char* sql : {"INSERT INTO Table1 (A) VALUES ('x')", "UPDATE Table1 SET C = 1", "DELETE FROM Table1"}) {
         char* msg = nullptr;
         EXPECT_NE(sqlite3_exec(c.db, sql, nullptr, nullptr, &msg), SQLITE_OK) << sql;
-        EXPECT_NE(std::string(msg ? msg : "").find("read-only"), std::string::npos) << sql << ": " << (msg ? msg : "");
+        EXPECT_NE(std::string(msg ? msg : "").find("is read-only"), std::string::npos)
+            << sql << ": " << (msg ? msg : "");
         sqlite3_free(msg);
     }
     EXPECT_EQ(c.query("SELECT count(*) FROM Table1"), (std::vector<std::string>{"i:2"}));
+    EXPECT_EQ(readFile(path), original);
 }
 
 TEST(Sqlite, PasswordAndSharedEngine)
@@ -270,7 +279,8 @@ TEST(Sqlite, TextLookupsSeek)
         {"row", "row5", 1, true},           {"row", "ROW5", 1, true},
         {"row", "row10", 0, true},          {"row", "row", 0, true},
         {"data", "lots of stuff", 1, true}, {"data", "Lots Of Stuff", 1, true},
-        {"data", "stuff", 1, true},         {"data", "quux", 0, false},
+        {"data", "stuff", 1, true},         {"data", "quux", 0, true},
+        {"data", "zulu", 0, false},
         {"data", "row-5", 0, false},        {"data", "still more rows", 1, true},
     };
     for (const Case& k : cases) {

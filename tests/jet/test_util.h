@@ -1,4 +1,6 @@
 #pragma once
+#include "jet/jet.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -57,7 +59,21 @@ inline std::string scratchCopy(const std::string& file, const std::string& as)
     std::filesystem::create_directories(dir);
     auto dst = dir / as;
     std::filesystem::copy_file(corpus(file), dst, std::filesystem::copy_options::overwrite_existing);
+    std::filesystem::permissions(dst, std::filesystem::perms::owner_write, std::filesystem::perm_options::add);
     return dst.string();
+}
+
+// Inconsistencies the engine's check finds in a file on disk, one a line; "" when clean.
+inline std::string checkProblems(const std::string& path, const std::string& password = "")
+{
+    jet::Database db;
+    if (db.open(path, password) != jet::OK) return "cannot open: " + db.error();
+    std::vector<std::string> problems;
+    if (db.check(problems) != jet::OK) return "cannot check: " + db.error();
+    std::string all;
+    for (const std::string& p : problems)
+        all += p + "\n";
+    return all;
 }
 
 } // namespace jettest

@@ -1,0 +1,318 @@
+// Writes through the SQLite module on scratch copies of corpus files; every result is read back by a fresh
+// engine and by mdbtools.
+#include "jet/jet.h"
+#include "jet/sqlite_attach.h"
+#include "jet/tool.h"
+#include "test_util.h"
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <sstream>
+
+namespace
+{
+
+using namespace jettest;
+
+struct Conn {
+    sqlite3* db = nullptr;
+    explicit Conn(const std::string& path, const std::string& password = "")
+    {
+        sqlite3_open(":memory:", &db);
+        std::string err;
+        EXPECT_EQ(jet::attach(db, path, password, &err), 0) << err;
+    }
+    ~Conn() { sqlite3_close(db); }
+    // "" when the statement ran, else SQLite's message.
+    std::string exec(const std::string& sql)
+    {
+        char* msg = nullptr;
+        if (sqlite3_exec(db, sql.c_str(), nullptr, nullptr, &msg) == SQLITE_OK) return "";
+        std::string m = msg ? msg : "error";
+        sqlite3_free(msg);
+        return m;
+    }
+    std::string query(const std::string& sql)
+    {
+        std::string out;
+        sqlite3_stmt* st = nullptr;
+        if (sqlite3_prepare_v2(db, sql.c_str(), -1, &st, nullptr) != SQLITE_OK) return sqlite3_errmsg(db);
+        while (sqlite3_step(st) == SQLITE_ROW) {
+            for (int i = 0; i < sqlite3_column_count(st); ++i) {
+                if (i) out += '|';
+                const unsigned char* t = sqlite3_column_text(st, i);
+                out += t ? reinterpret_cast<const char*>(t) : "NULL";
+            }
+            out += '\n';
+        }
+        sqlite3_finalize(st);
+        return out;
+    }
+};
+
+// Rows of a table as a fresh engine reads them from disk.
+std::string dump(const std::string& path, const std::string& table)
+{
+    std::ostringstream out;
+    std::string err;
+    EXPECT_EQ(jet::dumpTable(path, "", table, out, &err), 0) << err;
+    return out.str();
+}
+
+std::size_t mdbRows(const std::string& path, const std::string& table)
+{
+    std::string out = run("mdb-json '" + path + "' '" + table + "' 2>&1");
+    return static_cast<std::size_t>(std::count(out.begin(), out.end(), '\n'));
+}
+
+std::string mdbExport(const std::string& path, const std::string& table)
+{
+    return run("mdb-export '" + path + "' '" + table + "' 2>&1");
+}
+
+// Table1 holds every fixed type; its two indexes have text keys, which this version does not write: inserts
+// are refused per key, and the file stays as it was, while updates of other columns go through.
+TEST(JetWrite, FixedTypesUpdateInPlaceAndTextKeysAreRefused)
+{
+    std::string path = scratchCopy("testV2000.mdb", "types.mdb");
+    std::size_t before = mdbRows(path, "Table1");
+    auto original = readFile(path);
+    {
+        Conn c(path);
+        struct Case {
+            const char* sql;
+            const char* error; // expected part of the message, "" for success
+        } cases[] = {
+            {"INSERT INTO Table1 (A, E, I) VALUES ('漢字', -7, 0)", "Table1の索引 "},
+            {"INSERT INTO Table1 (A, E, I) VALUES ('漢字', -7, 0)", "に書き込めない文字があります: 漢"},
+            {"UPDATE Table1 SET C = 300 WHERE A = 'abcdefg'", "out of the range"},
+            {"UPDATE Table1 SET E = 'letters' WHERE A = 'abcdefg'", "Data type mismatch"},
+        };
+        for (const Case& k : cases)
+            EXPECT_NE(c.exec(k.sql).find(k.error), std::string::npos) << k.sql;
+        EXPECT_EQ(readFile(path), original);
+        EXPECT_EQ(c.exec("UPDATE Table1 SET C = 7, D = -3, E = 123456, F = 2.5, G = '2024/02/29 13:45:10', "
+                         "H = 12.3456, I = 0 WHERE A = 'abcdefg'"),
+                  "");
+        EXPECT_EQ(c.query("SELECT A, B, C, D, E, F, G, H, I FROM Table1 WHERE E = 123456"),
+                  "abcdefg|hijklmnop|7|-3|123456|2.5|2024/02/29 13:45:10|12.3456|0\n");
+        EXPECT_EQ(c.exec("DELETE FROM Table1 WHERE A = 'a'"), "");
+    }
+    EXPECT_EQ(mdbRows(path, "Table1"), before - 1);
+    std::string exported = mdbExport(path, "Table1");
+    EXPECT_NE(exported.find("\"abcdefg\",\"hijklmnop\",7,-3,123456,2.5,\"02/29/24 13:45:10\",12.3456,0"),
+              std::string::npos)
+        << exported;
+    EXPECT_NE(dump(path, "Table1").find("\"E\":123456"), std::string::npos) << dump(path, "Table1");
+    jet::Database db;
+    ASSERT_EQ(db.open(path, ""), jet::OK);
+    EXPECT_EQ(db.table("Table1")->rowCount, before - 1);
+    EXPECT_EQ(checkProblems(path), "");
+}
+
+TEST(JetWrite, LongValuesInEveryForm)
+{
+    std::string path = scratchCopy("dateTest.mdb", "memo.mdb");
+    const std::size_t sizes[] = {0, 10, 199, 1500, 3999, 4100, 30000};
+    {
+        Conn c(path);
+        ASSERT_EQ(c.exec("BEGIN"), "");
+        for (std::size_t n : sizes) {
+            std::string text;
+            for (std::size_t i = 0; i < n; ++i)
+                text += static_cast<char>('a' + i % 26);
+            // Every eleventh value in Japanese: stored uncompressed.
+            if (n == 1500) text = std::string(500, 'x') + "漢字かな";
+            ASSERT_EQ(c.exec("INSERT INTO DateTest (IDCol, LongTextCol) VALUES (" + std::to_string(1000 + n) + ", '" +
+                             text + "')"),
+                      "");
+        }
+        ASSERT_EQ(c.exec("COMMIT"), "");
+        // A shorter value replaces a chained one; the chain's rows are freed.
+        ASSERT_EQ(c.exec("UPDATE DateTest SET LongTextCol = 'short' WHERE IDCol = 31000"), "");
+    }
+    Conn c(path);
+    for (std::size_t n : sizes) {
+        std::string got = c.query("SELECT length(LongTextCol) FROM DateTest WHERE IDCol = " + std::to_string(1000 + n));
+        std::size_t want = n == 30000 ? 5 : n == 1500 ? 504 : n;
+        EXPECT_EQ(got, std::to_string(want) + "\n") << n;
+    }
+    std::string exported = mdbExport(path, "DateTest");
+    EXPECT_NE(exported.find(std::string(500, 'x') + "漢字かな"), std::string::npos);
+    EXPECT_NE(exported.find("abcdefghijklmnopqrstuvwxyzabcdefghijklmnopqrstuvwxyz"), std::string::npos);
+    EXPECT_EQ(checkProblems(path), "");
+}
+
+TEST(JetWrite, ManyRowsNewPagesUsageMapsAndMovedRows)
+{
+    std::string path = scratchCopy("delTestV2000.mdb", "many.mdb");
+    std::size_t before = mdbRows(path, "Table");
+    {
+        Conn c(path);
+        ASSERT_EQ(c.exec("BEGIN"), "");
+        for (int i = 0; i < 6000; ++i)
+            ASSERT_EQ(c.exec("INSERT INTO [Table] VALUES ('r" + std::to_string(i) + "', 'x')"), "");
+        ASSERT_EQ(c.exec("COMMIT"), "");
+        // Rows that no longer fit their page move; their slot keeps a pointer.
+        ASSERT_EQ(c.exec("UPDATE [Table] SET b = 'a value long enough to push rows off their pages' "
+                         "WHERE a LIKE 'r1%'"),
+                  "");
+        EXPECT_EQ(c.query("SELECT count(*) FROM [Table] WHERE b LIKE 'a value%'"), "1111\n");
+    }
+    EXPECT_EQ(mdbRows(path, "Table"), before + 6000);
+    std::string exported = mdbExport(path, "Table");
+    EXPECT_EQ(static_cast<std::size_t>(std::count(exported.begin(), exported.end(), '\n')), before + 6001);
+    EXPECT_NE(exported.find("\"r1999\",\"a value long enough"), std::string::npos);
+    EXPECT_EQ(checkProblems(path), "");
+}
+
+TEST(JetWrite, TransactionsAndSavepoints)
+{
+    std::string path = scratchCopy("delTestV2000.mdb", "txn.mdb");
+    auto original = readFile(path);
+    Conn c(path);
+    ASSERT_EQ(c.exec("BEGIN; INSERT INTO [Table] VALUES ('gone', '1'); ROLLBACK"), "");
+    EXPECT_EQ(readFile(path), original);
+    EXPECT_EQ(c.query("SELECT count(*) FROM [Table] WHERE a = 'gone'"), "0\n");
+
+    ASSERT_EQ(c.exec("BEGIN; INSERT INTO [Table] VALUES ('kept', '1'); SAVEPOINT s1; "
+                     "INSERT INTO [Table] VALUES ('undone', '2'); DELETE FROM [Table] WHERE a = 'kept'; "
+                     "ROLLBACK TO s1; SAVEPOINT s2; INSERT INTO [Table] VALUES ('released', '3'); RELEASE s2; COMMIT"),
+              "");
+    EXPECT_EQ(c.query("SELECT a FROM [Table] WHERE a IN ('kept', 'undone', 'released') ORDER BY a"),
+              "kept\nreleased\n");
+    std::string exported = mdbExport(path, "Table");
+    EXPECT_NE(exported.find("\"kept\""), std::string::npos);
+    EXPECT_EQ(exported.find("\"undone\""), std::string::npos);
+
+    // A second connection cannot write while the first one's transaction is open.
+    Conn other(path);
+    ASSERT_EQ(c.exec("BEGIN; INSERT INTO [Table] VALUES ('first', '1')"), "");
+    EXPECT_NE(other.exec("INSERT INTO [Table] VALUES ('second', '1')"), "");
+    ASSERT_EQ(c.exec("COMMIT"), "");
+    EXPECT_EQ(other.exec("INSERT INTO [Table] VALUES ('second', '1')"), "");
+    EXPECT_EQ(checkProblems(path), "");
+}
+
+TEST(JetWrite, NumericIndexesStayConsistent)
+{
+    std::string path = scratchCopy("indexTestV2000.mdb", "index.mdb");
+    {
+        Conn c(path);
+        ASSERT_EQ(c.exec("BEGIN"), "");
+        for (int i = 0; i < 3000; ++i)
+            ASSERT_EQ(c.exec("INSERT INTO Table2 (id) VALUES (" + std::to_string(100000 + (i * 7919) % 3000) + ")"),
+                      "");
+        ASSERT_EQ(c.exec("COMMIT"), "");
+        ASSERT_EQ(c.exec("DELETE FROM Table2 WHERE id BETWEEN 101000 AND 101999"), "");
+        ASSERT_EQ(c.exec("UPDATE Table2 SET id = id + 10000 WHERE id BETWEEN 102000 AND 102099"), "");
+    }
+    jet::Database db;
+    ASSERT_EQ(db.open(path, ""), jet::OK);
+    const jet::Table* t = db.table("Table2");
+    int idx = db.seekableIndex(*t, 0);
+    ASSERT_GE(idx, 0);
+    struct Probe {
+        std::int64_t lo, hi;
+        std::size_t rows;
+    } probes[] = {{100000, 100999, 1000}, {101000, 101999, 0},   {102000, 102099, 0},
+                  {112000, 112099, 100},  {102100, 102999, 900}, {100500, 100500, 1}};
+    for (const Probe& p : probes) {
+        jet::KeyBound lo, hi;
+        lo.present = hi.present = true;
+        lo.value.type = hi.value.type = jet::Type::Long;
+        lo.value.null = hi.value.null = false;
+        lo.value.i = p.lo;
+        hi.value.i = p.hi;
+        std::vector<jet::RowId> ids;
+        bool usable = false;
+        ASSERT_EQ(db.indexSeek(*t, idx, lo, hi, ids, &usable), jet::OK) << db.error();
+        EXPECT_TRUE(usable);
+        EXPECT_EQ(ids.size(), p.rows) << p.lo;
+    }
+    EXPECT_EQ(checkProblems(path), "");
+}
+
+} // namespace
+
+namespace
+{
+
+using namespace jettest;
+
+// Marks every text column of a table in a scratch file as Japanese sort (1041).
+void makeJapanese(const std::string& path, const std::string& table)
+{
+    jet::Database db;
+    ASSERT_EQ(db.open(path, ""), jet::OK);
+    std::uint32_t tdef = db.table(table)->tdefPage;
+    auto bytes = readFile(path);
+    std::uint8_t* d = bytes.data() + std::size_t(tdef) * jet::kPageSize;
+    unsigned numCols = d[45] | d[46] << 8;
+    std::size_t numReal = d[51] | d[52] << 8;
+    for (unsigned i = 0; i < numCols; ++i) {
+        std::uint8_t* c = d + 63 + 12 * numReal + 25 * i;
+        if (c[0] == 0x0A) {
+            c[11] = 0x11;
+            c[12] = 0x04;
+        }
+    }
+    std::ofstream(path, std::ios::binary | std::ios::trunc).write(reinterpret_cast<const char*>(bytes.data()),
+                                                                 static_cast<std::streamsize>(bytes.size()));
+}
+
+// Text keys: written for the characters whose key bytes are confirmed, refused (file untouched) for any other.
+TEST(JetWrite, TextKeysGeneralAndJapanese)
+{
+    struct Case {
+        bool japanese;
+        const char* a;     // Table1.A and .B (both indexed; A unique)
+        const char* error; // "" when the insert goes through
+    } cases[] = {
+        {false, "New Row_1", ""},
+        {false, "quick fox", ""},
+        {false, "abcdefg", "duplicate values"},
+        {false, "ABCDEFG", "duplicate values"},
+        {false, "zebra", "Table1の索引 "},
+        {false, "pre-fix", "に書き込めない文字があります: -"},
+        {false, "漢字", "に書き込めない文字があります: 漢"},
+        {true, "Abc123", ""},
+        {true, "two words", "に書き込めない文字があります: \" \""},
+        {true, "カタカナ", "に書き込めない文字があります: カ"},
+        {true, "東京", "に書き込めない文字があります: 東"},
+    };
+    std::string general = scratchCopy("testV2000.mdb", "text-general.mdb");
+    std::string japanese = scratchCopy("testV2000.mdb", "text-japanese.mdb");
+    makeJapanese(japanese, "Table1");
+    {
+        Conn g(general), j(japanese);
+        for (const Case& k : cases) {
+            SCOPED_TRACE(k.a);
+            Conn& c = k.japanese ? j : g;
+            auto before = readFile(k.japanese ? japanese : general);
+            std::string got = c.exec(std::string("INSERT INTO Table1 (A, B, E, I) VALUES ('") + k.a + "', '" + k.a +
+                                     "', 1, 0)");
+            if (*k.error == 0) {
+                EXPECT_EQ(got, "");
+                // Found again through the index seek.
+                EXPECT_EQ(c.query(std::string("SELECT count(*) FROM Table1 WHERE A = '") + k.a + "'"), "1\n");
+            } else {
+                EXPECT_NE(got.find(k.error), std::string::npos) << got;
+                EXPECT_EQ(readFile(k.japanese ? japanese : general), before);
+            }
+        }
+    }
+    EXPECT_EQ(checkProblems(general), "");
+    EXPECT_EQ(checkProblems(japanese), "");
+    EXPECT_NE(mdbExport(general, "Table1").find("\"New Row_1\""), std::string::npos);
+    EXPECT_NE(mdbExport(japanese, "Table1").find("\"Abc123\""), std::string::npos);
+    // A row whose key cannot be written keeps it: an update of other columns goes through.
+    Conn c(general);
+    EXPECT_EQ(c.exec("UPDATE Table1 SET E = 99 WHERE A = 'quick fox'"), "");
+    EXPECT_EQ(c.exec("UPDATE Table1 SET A = 'fast fox' WHERE A = 'quick fox'"), "");
+    EXPECT_EQ(c.exec("DELETE FROM Table1 WHERE A = 'New Row_1'"), "");
+    EXPECT_EQ(checkProblems(general), "");
+}
+
+} // namespace
