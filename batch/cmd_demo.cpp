@@ -1,4 +1,4 @@
-// demo [--orders N] [--seed S] [--jet]: a demo program folder for trying the screens and for benchmarks.
+// demo [--orders N] [--seed S] [--jet | --dbserver CONN]: a demo program folder for trying the screens and for benchmarks.
 #include "app/db/schema.h"
 #include "app/home.h"
 #include "batch/command.h"
@@ -62,6 +62,10 @@ int run(Context& ctx)
             jetFile = true;
             continue;
         }
+        if (a == QLatin1String("--dbserver") && i + 1 < ctx.args.size()) {
+            o.dbserver = ctx.args[++i];
+            continue;
+        }
         if (a == QLatin1String("--orders") && i + 1 < ctx.args.size())
             o.orders = ctx.args[++i].toInt(&ok);
         else if (a == QLatin1String("--seed") && i + 1 < ctx.args.size())
@@ -74,6 +78,8 @@ int run(Context& ctx)
     t.start();
     demo::Summary s;
     QString error;
+    if (jetFile && !o.dbserver.isEmpty())
+        return ctx.usage(QStringLiteral("--jet and --dbserver exclude each other"));
     if (!demo::makeDemoHome(home, o, &s, &error) || (jetFile && !convertToJet(home, &error))) {
         ctx.err << error << Qt::endl;
         return Stopped;
@@ -95,8 +101,9 @@ int run(Context& ctx)
 }
 
 Registrar reg{{"demo",
-               "demo [--orders N] [--seed S] [--jet]   make a demo home (data1.dat, mirabo.ini, sample files); --jet: "
-               "data1.dat in the suite's Jet 4 format",
+               "demo [--orders N] [--seed S] [--jet | --dbserver CONN]   make a demo home (data1.dat, mirabo.ini, "
+               "sample files); --jet: data1.dat in the suite's Jet 4 format; --dbserver: the data on an empty "
+               "PostgreSQL database instead (libpq key=value), written as dbserver into mirabo.ini",
                &run}};
 
 } // namespace

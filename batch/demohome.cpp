@@ -246,10 +246,22 @@ bool makeDemoHome(const QString& home, const Options& options, Summary* summary,
         return false;
     }
     const QString dbPath = dir.filePath(QStringLiteral("data1.dat"));
-    if (!createSqliteDatabase(dbPath, error))
-        return false;
     auto db = Connection::create();
-    if (!db->open(QStringLiteral("Data Source=") + dbPath + QLatin1Char(';'), error) || !db->begin(error))
+    if (options.dbserver.isEmpty()) {
+        if (!createSqliteDatabase(dbPath, error) ||
+            !db->open(QStringLiteral("Data Source=") + dbPath + QLatin1Char(';'), error))
+            return false;
+    } else {
+        if (!db->open(QStringLiteral("provider=PostgreSQL;Data Source=") + options.dbserver, error))
+            return false;
+        if (db->tables().contains(QStringLiteral("jyuden"))) {
+            *error = QStringLiteral("the server's database already holds the tables: the demo needs an empty one");
+            return false;
+        }
+        if (!createSchema(*db, error))
+            return false;
+    }
+    if (!db->begin(error))
         return false;
     Gen g(options.seed);
     const QDate today = QDate::currentDate();
@@ -526,6 +538,8 @@ bool makeDemoHome(const QString& home, const Options& options, Summary* summary,
     const QString native = QDir::toNativeSeparators(dir.absolutePath());
     const QString sep = QDir::separator();
     fnPutIni(QStringLiteral("mirabo"), QStringLiteral("dbmode"), QStringLiteral("0"), ini);
+    if (!options.dbserver.isEmpty())
+        fnPutIni(QStringLiteral("mirabo"), QStringLiteral("dbserver"), options.dbserver, ini);
     fnPutIni(QStringLiteral("CvsRead"), QStringLiteral("ReadFile"), native + sep + QStringLiteral("samples") + sep + QStringLiteral("MT908997.txt"), ini);
     fnPutIni(QStringLiteral("CvsRead"), QStringLiteral("CheckWait"), QStringLiteral("2000"), ini);
     fnPutIni(QStringLiteral("I-CAT"), QStringLiteral("MakeFile"), native + sep + QStringLiteral("out") + sep + QStringLiteral("icat.csv"), ini);

@@ -8,6 +8,7 @@ namespace pel::demo {
 struct Options {
     int orders = 300;
     quint64 seed = 1;
+    QString dbserver; // a PostgreSQL database (libpq key=value form) instead of data1.dat; its tables must not exist
 };
 
 struct Summary {

@@ -1,5 +1,7 @@
 // The executables as the suite and scripts run them.
+#include "app/inifile.h"
 #include "jet/tool.h"
+#include "tests/support/testhome.h"
 
 #include <QCryptographicHash>
 #include <QDir>
@@ -54,6 +56,7 @@ private slots:
     void runnerExitCodes_data();
     void runnerExitCodes();
     void suiteJetFileOpensThroughTheConnectionRule();
+    void demoHomeOnPostgres();
 
 private:
     QString pel008_, batch_;
@@ -188,6 +191,45 @@ void TstPrograms::suiteJetFileOpensThroughTheConnectionRule()
     const Run refused = run(batch_, sql);
     QCOMPARE(refused.code, 1);
     QVERIFY2(refused.err.contains(QStringLiteral("password"), Qt::CaseInsensitive), qPrintable(refused.err));
+}
+
+void TstPrograms::demoHomeOnPostgres()
+{
+    if (pel::test::testServer().isEmpty())
+        QSKIP("PEL008_TEST_PG is not set");
+    pel::test::TestHome pg(pel::test::Backend::Postgres); // a fresh database with every table
+    QVERIFY2(pg.ok(), qPrintable(pg.error()));
+    QString server;
+    pel::fnGetIni(QStringLiteral("mirabo"), QStringLiteral("dbserver"), QString(), server, 1024, pg.file("mirabo.ini"));
+    QVERIFY(!server.isEmpty());
+    QTemporaryDir home;
+    const QStringList demo{QStringLiteral("--home"), home.path(), QStringLiteral("demo"), QStringLiteral("--orders"),
+                           QStringLiteral("60"), QStringLiteral("--dbserver"), server};
+    const Run refused = run(batch_, demo); // never over a shop's tables
+    QCOMPARE(refused.code, 1);
+    QVERIFY2(refused.err.contains(QStringLiteral("already holds the tables")), qPrintable(refused.err));
+    QStringList drops;
+    for (const QString& t : pg.tables())
+        drops << QStringLiteral("DROP TABLE ") + t;
+    QVERIFY(pg.exec(drops));
+
+    const Run made = run(batch_, demo);
+    QVERIFY2(made.code == 0, qPrintable(made.err));
+    QVERIFY(!QFile::exists(home.filePath(QStringLiteral("data1.dat"))));
+    const Run count = run(batch_, {QStringLiteral("--home"), home.path(), QStringLiteral("sql"),
+                                   QStringLiteral("select count(*) from jyuden")});
+    QCOMPARE(count.out, QStringLiteral("Expr1000\n60\n"));
+    // the jobs run on it as on the SQLite home
+    QTemporaryDir out;
+    const Run billing = run(batch_, {QStringLiteral("--home"), home.path(), QStringLiteral("--yes"), QStringLiteral("--json"),
+                                     QStringLiteral("export-billing"), QStringLiteral("--dir"), out.path(),
+                                     QStringLiteral("--from-date"), QStringLiteral("20000101"), QStringLiteral("--to-date"),
+                                     QStringLiteral("20991231")});
+    QVERIFY2(billing.code == 0 && billing.out.contains(QStringLiteral("\"marked\"")), qPrintable(billing.err));
+    const Run tracking = run(batch_, {QStringLiteral("--home"), home.path(), QStringLiteral("--json"),
+                                      QStringLiteral("import-tracking"), home.filePath(QStringLiteral("samples/icat_result.csv")),
+                                      QStringLiteral("--errlog"), out.filePath(QStringLiteral("err.txt"))});
+    QVERIFY2(tracking.code == 0 && tracking.out.contains(QStringLiteral("\"rejected\":1")), qPrintable(tracking.out));
 }
 
 QTEST_GUILESS_MAIN(TstPrograms)

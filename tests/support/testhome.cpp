@@ -133,6 +133,15 @@ QString TestHome::scalar(const QString& select)
     return rs.eof() ? QStringLiteral("<none>") : rs.text(0);
 }
 
+QStringList TestHome::tables()
+{
+    auto c = Connection::create();
+    QString err;
+    if (!c->open(fnConnectString(0, QStringLiteral("data1.dat")), &err))
+        return {};
+    return c->tables();
+}
+
 ScriptedDialogs::ScriptedDialogs() : previous_(setDialogService(this)) {}
 
 ScriptedDialogs::~ScriptedDialogs()

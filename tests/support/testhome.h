@@ -34,6 +34,8 @@ public:
     bool exec(const QStringList& statements, QString* error = nullptr);
     // One value of a select, as text.
     QString scalar(const QString& select);
+    // The tables of the database.
+    QStringList tables();
 
 private:
     QTemporaryDir dir_;
