@@ -400,8 +400,8 @@ bool Connection::query(const Sql& sql, Recordset& rs, QString* error)
         *error = b.error;
         return false;
     }
-    if (!ensureTx(false, error))
-        return false;
+    // A read never opens the transaction of BeginTns on SQLite: a long run that only reads between its writes
+    // would pin one snapshot and keep the write-ahead log from being reset. The first write begins it.
     QSqlQuery q;
     if (!statement(dialect_->adapt(b.text), b.values, &q, error))
         return false;
