@@ -1,5 +1,6 @@
 #include "conveni/posting.h"
 
+#include "app/db/connection.h"
 #include "app/db/dbglobals.h"
 #include "app/db/retry.h"
 
@@ -37,6 +38,25 @@ std::optional<bool> PaymentPosting::paymentExists(qint32 denno, QString* error)
 }
 
 bool PaymentPosting::postPayment(const QString& line, qint32 denno, qint32 nday, qint32 money, qint16 pcode)
+{
+    // The payment and its ledger line are one transaction: a run killed between them, or a ledger line that
+    // cannot be written, leaves neither, so that the record is posted whole by the next import.
+    const std::shared_ptr<Connection> c = gcnData;
+    QString e;
+    const bool tx = c && c->begin(&e);
+    const bool ok = post(line, denno, nday, money, pcode);
+    if (tx) {
+        if (ok && !c->commit(&e)) {
+            error_ = e;
+            return false;
+        }
+        if (!ok)
+            (void)c->rollback(&e);
+    }
+    return ok;
+}
+
+bool PaymentPosting::post(const QString& line, qint32 denno, qint32 nday, qint32 money, qint16 pcode)
 {
     (void)line;
     error_.clear();

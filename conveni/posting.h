@@ -20,12 +20,14 @@ public:
 
     // Whether inmoney holds a row of the order on any date; nullopt with the engine's text when it cannot tell.
     std::optional<bool> paymentExists(qint32 denno, QString* error);
-    // inmoney and, when the order exists, its cdai line, on the global connection. False after the last attempt.
+    // inmoney and, when the order exists, its cdai line, together on the global connection. False (and neither
+    // written) after the last attempt.
     bool postPayment(const QString& line, qint32 denno, qint32 nday, qint32 money, qint16 pcode);
     // The last failure of postPayment.
     const QString& lastError() const { return error_; }
 
 private:
+    bool post(const QString& line, qint32 denno, qint32 nday, qint32 money, qint16 pcode);
     int waitMs_;
     clsDbClass check_;
     bool checkOpen_ = false;

@@ -8,6 +8,8 @@
 #include "tests/payment/fixtures.h"
 
 #include <QDir>
+#include <QElapsedTimer>
+#include <QProcess>
 #include <QTest>
 
 using namespace pel;
@@ -116,6 +118,8 @@ private slots:
     void cancelledAndRunAgain();
     void engineErrorRollsBack();
     void backupCopy();
+    void runnerKilledAndRunAgain();
+    void runner();
 
 private:
     qint64 count(const QString& select) { return home_->scalar(select).toLongLong(); }
@@ -526,6 +530,8 @@ void PaymentTest::postingFailure()
     }
     QCOMPARE(r.ui.rows.value(0).value(0), QStringLiteral("×：記録中にエラーが発生しました"));
     QCOMPARE(r.totals(), (Totals{0, 0, 1, 5000, 0, 0, 1, 5000, 0, 0}));
+    // neither the payment nor its ledger line: the next import posts it whole
+    QCOMPARE(count("select count(*) from inmoney where denno = 1001"), 0);
 }
 
 void PaymentTest::postingEditsOneRow()
@@ -607,6 +613,67 @@ void PaymentTest::backupCopy()
     QFile copy(home_->file(copies[0])), original(path);
     QVERIFY(copy.open(QIODevice::ReadOnly) && original.open(QIODevice::ReadOnly));
     QCOMPARE(copy.readAll(), original.readAll()); // the marked file
+}
+
+void PaymentTest::runnerKilledAndRunAgain()
+{
+    // a real kill part-way through pass 2: whatever was posted stays, and the next run posts nothing twice
+    const QString path = inputFile(*home_, QStringLiteral("MT.txt"), cp932Lines(fwBasic()));
+    QFile ini(home_->file(QStringLiteral("mirabo.ini")));
+    QVERIFY(ini.open(QIODevice::Append));
+    ini.write("[CvsRead]\r\nCheckWait=150\r\n");
+    ini.close();
+    QProcess first;
+    first.start(QStringLiteral(PEL008_BATCH), {QStringLiteral("--yes"), QStringLiteral("import-payments"), path});
+    QVERIFY(first.waitForStarted());
+    QElapsedTimer t;
+    t.start();
+    while (count("select count(*) from inmoney") < 3 && t.elapsed() < 20000)
+        QTest::qWait(20);
+    first.kill();
+    first.waitForFinished();
+    const qint64 afterKill = count("select count(*) from inmoney");
+    QVERIFY2(afterKill >= 3 && afterKill < 5, qPrintable(QString::number(afterKill)));
+
+    QProcess second;
+    second.start(QStringLiteral(PEL008_BATCH), {QStringLiteral("--yes"), QStringLiteral("import-payments"), path});
+    QVERIFY(second.waitForFinished(60000));
+    QCOMPARE(second.exitCode(), 0);
+    QCOMPARE(count("select count(*) from inmoney"), 5);
+    QCOMPARE(count("select count(distinct denno) from inmoney"), 5);
+    QCOMPARE(count("select count(*) from cdai"), 4);
+    QCOMPARE(count("select count(distinct denno) from cdai"), 4);
+    QCOMPARE(count("select sum(money) from inmoney where nday = 20240510"), 20745);
+}
+
+void PaymentTest::runner()
+{
+    const QString path = inputFile(*home_, QStringLiteral("MT.txt"), cp932Lines(fwBasic()));
+    const auto batch = [&](const QStringList& args, QByteArray* out, QByteArray* err) {
+        QProcess p;
+        p.start(QStringLiteral(PEL008_BATCH), args);
+        p.waitForFinished(60000);
+        *out = p.readAllStandardOutput();
+        *err = p.readAllStandardError();
+        return p.exitCode();
+    };
+    QByteArray out, err;
+    // without --yes the run stops at the question, as a user pressing No would
+    QCOMPARE(batch({"import-payments", path}, &out, &err), 1);
+    QCOMPARE(QString::fromUtf8(err), QStringLiteral("作業を開始しますか？\n"));
+    QCOMPARE(count("select count(*) from inmoney"), 1);
+    QCOMPARE(batch({"--yes", "import-payments", path, "--screen-date", "20240620"}, &out, &err), 0);
+    QStringList lines = QString::fromUtf8(out).split(u'\n', Qt::SkipEmptyParts);
+    QCOMPARE(lines.size(), 10);
+    QCOMPARE(lines[0], QStringLiteral("○：正常に読込ました\t速報\t2024/06/20\t5,000\t5,000\t1001\t101\t山田 太郎"));
+    QCOMPARE(lines[9], QStringLiteral("4\t20745\t3\t14000\t2\t3200\t7\t34745\t2\t3200"));
+    QVERIFY(QString::fromUtf8(err).contains(QStringLiteral("4件の入金処理をしました\n")));
+    // a second run is refused in pass 1 (the file sums read so far stay); --json gives the summary alone
+    QCOMPARE(batch({"--yes", "--json", "import-payments", path}, &out, &err), 1);
+    QCOMPARE(out.trimmed(), QByteArray(R"({"posted":0,"rows":[],"totals":[0,0,0,0,0,0,7,34745,2,3200]})"));
+    QVERIFY(QString::fromUtf8(err).contains(QStringLiteral("読込済みデータです")));
+    QCOMPARE(batch({"import-payments", path, "--screen-date", "20241301"}, &out, &err), 2);
+    QCOMPARE(batch({"import-payments", path, "--group", "1"}, &out, &err), 2);
 }
 
 QTEST_GUILESS_MAIN(PaymentTest)
