@@ -34,7 +34,7 @@ const QString kCancelRecord = QStringLiteral("×：取消データです。　�
 
 } // namespace
 
-PaymentImportJob::PaymentImportJob(clsDbClass& db, Interaction& ui) : db_(db), ui_(ui)
+PaymentImportJob::PaymentImportJob(clsDbClass& db, Interaction& ui) : db_(db), ui_(&ui)
 {
     resetTotals();
 }
@@ -104,7 +104,7 @@ void PaymentImportJob::closeFiles()
 void PaymentImportJob::refuse(const QString& text, int style)
 {
     closeFiles();
-    ui_.messageBox(text, style, kTitle);
+    ui_->messageBox(text, style, kTitle);
     throw Stop{};
 }
 
@@ -127,22 +127,22 @@ PaymentImportJob::Result PaymentImportJob::run(const Input& input)
     in_.fileName = input.fileName.trimmed();
     if (busy_) return Result::Busy;
     if (in_.fileName.isEmpty()) {
-        ui_.msg(QStringLiteral("未記入"));
+        ui_->msg(QStringLiteral("未記入"));
         return Result::Refused;
     }
-    if (ui_.msg(QStringLiteral("作業開始")) != answer::Yes) return Result::Refused;
+    if (ui_->msg(QStringLiteral("作業開始")) != answer::Yes) return Result::Refused;
     busy_ = true;
     cancelled_ = false;
     inTransaction_ = false;
     rows_ = 0;
     lineCount_ = 0;
-    ui_.lock(true);
+    ui_->lock(true);
     resetTotals();
     Result result = Result::Done;
     try {
         if (!file_.open(in_.fileName)) {
             closeFiles();
-            ui_.msg(QStringLiteral("ファイルエラー"));
+            ui_->msg(QStringLiteral("ファイルエラー"));
             throw Stop{};
         }
         detect();
@@ -158,7 +158,7 @@ PaymentImportJob::Result PaymentImportJob::run(const Input& input)
             (void)db_.RollbackTns();
             inTransaction_ = false;
         }
-        ui_.messageBox(f.text, mb::OkOnly | mb::Critical, kTitle);
+        ui_->messageBox(f.text, mb::OkOnly | mb::Critical, kTitle);
         result = Result::Failed;
     } catch (const RuntimeError& e) {
         closeFiles();
@@ -166,13 +166,13 @@ PaymentImportJob::Result PaymentImportJob::run(const Input& input)
             (void)db_.RollbackTns();
             inTransaction_ = false;
         }
-        ui_.messageBox(e.description(), mb::OkOnly | mb::Critical, kTitle);
+        ui_->messageBox(e.description(), mb::OkOnly | mb::Critical, kTitle);
         result = Result::Failed;
     }
     posting_.reset();
-    ui_.progress(0);
+    ui_->progress(0);
     busy_ = false;
-    ui_.lock(false);
+    ui_->lock(false);
     return result;
 }
 
@@ -184,7 +184,7 @@ void PaymentImportJob::detect()
         refuse(file_.message(), mb::OkOnly | mb::Critical);
     case MtFile::Status::End:
         closeFiles();
-        ui_.msg(QStringLiteral("ﾃﾞｰﾀなし"));
+        ui_->msg(QStringLiteral("ﾃﾞｰﾀなし"));
         throw Stop{};
     case MtFile::Status::Line:
         break;
@@ -231,11 +231,11 @@ void PaymentImportJob::pass1()
     QString line;
     MtFile::Status st;
     while ((st = file_.next(&line)) == MtFile::Status::Line) {
-        if (ui_.cancelRequested()) { // nothing has been posted yet
+        if (ui_->cancelRequested()) { // nothing has been posted yet
             closeFiles();
             throw Stop{};
         }
-        ui_.yieldOnce();
+        ui_->yieldOnce();
         if (line.trimmed() == QStringLiteral("読込済"))
             refuse(QStringLiteral("読込済みデータです"), mb::OkOnly | mb::Information);
         ++lineCount_;
@@ -275,18 +275,18 @@ void PaymentImportJob::pass2()
     if (!db_.BeginTns()) throw Failure{db_.ErrMsg()};
     inTransaction_ = true;
     posting_ = std::make_unique<PaymentPosting>(checkWait_ >= 0 ? checkWait_ : iniCheckWait());
-    ui_.progress(0);
+    ui_->progress(0);
     qint64 processed = 0;
     QString line;
     MtFile::Status st;
     while ((st = file_.next(&line)) == MtFile::Status::Line) {
-        if (ui_.cancelRequested()) {
+        if (ui_->cancelRequested()) {
             cancelled_ = true;
             break;
         }
         ++processed;
-        ui_.progress(lineCount_ > 0 ? static_cast<int>(processed * 100 / lineCount_) : 100);
-        ui_.yieldOnce();
+        ui_->progress(lineCount_ > 0 ? static_cast<int>(processed * 100 / lineCount_) : 100);
+        ui_->yieldOnce();
         record(line);
     }
     if (st == MtFile::Status::Error) throw Failure{file_.message()};
@@ -295,7 +295,7 @@ void PaymentImportJob::pass2()
 void PaymentImportJob::addRow(const QString& code, qint32 nday, double orderTotal, qint32 amount, qint32 denno,
                               const QString& mcode, const QString& mname)
 {
-    ui_.resultRow({outcome_, codeName(code), nday ? formatDate(nday) : QString(),
+    ui_->resultRow({outcome_, codeName(code), nday ? formatDate(nday) : QString(),
                    orderTotal != 0 ? formatAmount(orderTotal) : QString(), amount ? formatAmount(amount) : QString(),
                    denno ? QString::number(denno) : QString(), mcode, mname});
     ++rows_;
@@ -446,21 +446,21 @@ void PaymentImportJob::finish()
     opeLog(kOperation, 1, totals_[0] + QStringLiteral("件 ") + totals_[1] + QStringLiteral("円"));
     if (cancelled_) {
         // stopped part-way: what was posted stays, the file is not marked so that the rest can be read later
-        ui_.messageBox(QStringLiteral("処理を中止しました。\r\n") + totals_[0] +
+        ui_->messageBox(QStringLiteral("処理を中止しました。\r\n") + totals_[0] +
                            QStringLiteral("件の入金処理をしました"),
                        mb::OkOnly | mb::Information, kProductTitle);
         return;
     }
-    ui_.messageBox(totals_[0] + QStringLiteral("件の入金処理をしました"), mb::OkOnly | mb::Information, kProductTitle);
-    if (!appendReadMark(in_.fileName)) ui_.msg(QStringLiteral("ファイルエラー"));
-    ui_.yieldOnce();
-    if (ui_.messageBox(QStringLiteral("読込データをバックアップしますか？"), mb::YesNo | mb::Information,
+    ui_->messageBox(totals_[0] + QStringLiteral("件の入金処理をしました"), mb::OkOnly | mb::Information, kProductTitle);
+    if (!appendReadMark(in_.fileName)) ui_->msg(QStringLiteral("ファイルエラー"));
+    ui_->yieldOnce();
+    if (ui_->messageBox(QStringLiteral("読込データをバックアップしますか？"), mb::YesNo | mb::Information,
                        QStringLiteral("読込データバックアップ確認")) == answer::Yes) {
         const QString target = backupName(in_.fileName, QDateTime::currentDateTime());
         QFile::remove(target);
-        if (!QFile::copy(in_.fileName, target)) ui_.msg(QStringLiteral("ファイルエラー"));
+        if (!QFile::copy(in_.fileName, target)) ui_->msg(QStringLiteral("ファイルエラー"));
     }
-    ui_.yieldOnce();
+    ui_->yieldOnce();
 }
 
 } // namespace pel

@@ -42,6 +42,8 @@ public:
     ~PaymentImportJob();
 
     Result run(const Input& input);
+    // Where the next run reaches the user (the screen swaps in its busy-time interaction).
+    void setInteraction(Interaction& ui) { ui_ = &ui; }
     bool busy() const { return busy_; }
 
     // The ten totals as their captions ("###,##0"): 正常 0/1, エラー 2/3, 取消 4/5, 合計 6/7 and 8/9.
@@ -92,7 +94,7 @@ private:
     void finish();
 
     clsDbClass& db_;
-    Interaction& ui_;
+    Interaction* ui_;
     Input in_;
     MtFile file_;
     std::unique_ptr<PaymentPosting> posting_;

@@ -6,3 +6,7 @@ target_sources(pel008_core PRIVATE
   ${_payment}/mtfile.cpp ${_payment}/mtfile.h
   ${_payment}/posting.cpp ${_payment}/posting.h
   ${_payment}/importjob.cpp ${_payment}/importjob.h)
+target_sources(pel008_core PRIVATE ${_payment}/reportdata.cpp ${_payment}/reportdata.h)
+target_sources(pel008_gui PRIVATE
+  ${_payment}/frmreadcvsmt.cpp ${_payment}/frmreadcvsmt.h
+  ${_payment}/rptcvsmtprint.cpp ${_payment}/rptcvsmtprint.h)
