@@ -172,14 +172,20 @@ long fnPutIni(const QString& section, const QString& key, const QString& value, 
         else
             l.raw.insert(lastKey + 1, *entry);
     }
+    QByteArray text;
+    for (const QByteArray& line : std::as_const(l.raw))
+        text += line + "\r\n";
+    // Replaced through a temporary file; in place where the folder takes no new file but the file may be written
+    // (a read-only or immutable folder, some shares).
     QSaveFile out(file);
-    if (!out.open(QIODevice::WriteOnly))
-        return 0;
-    for (const QByteArray& line : std::as_const(l.raw)) {
-        out.write(line);
-        out.write("\r\n");
+    if (out.open(QIODevice::WriteOnly)) {
+        out.write(text);
+        return out.commit() ? 1 : 0;
     }
-    return out.commit() ? 1 : 0;
+    QFile direct(file);
+    if (!direct.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        return 0;
+    return direct.write(text) == text.size() && direct.flush() ? 1 : 0;
 }
 
 long fnGetIniInt(const QString& section, const QString& key, long defaultValue, const QString& file)

@@ -1,6 +1,7 @@
 #include "app/oplog.h"
 
 #include "app/db/dbglobals.h"
+#include "app/db/types.h"
 #include "ui/textrules.h"
 
 #include <QDateTime>
@@ -30,7 +31,7 @@ Sql statement(QString& operation, int kind, QString& note)
     QString op = operation, nt = note;
     operation = fnCutByte(op, 80).trimmed();
     note = fnCutByte(nt, 50).trimmed();
-    const QString now = QDateTime::currentDateTime().toString(QStringLiteral("yyyy/MM/dd HH:mm:ss"));
+    const QString now = fnDateText(QDateTime::currentDateTime());
     // Texts go in unescaped: a quote in one of them breaks the statement and the row is lost.
     return Sql("insert into operatlog values(") + Sql::q(limited(QSysInfo::machineHostName())) + "," +
            Sql::q(userName()) + "," + Sql::q(operation) + "," + Sql::n(kind) + "," + Sql::q(now) + "," +

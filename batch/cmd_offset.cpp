@@ -42,16 +42,19 @@ int run(Context& ctx)
         for (int i = 3; i < 6; ++i)
             if (!number.match(ctx.args.at(i)).hasMatch()) {
                 fnCloseDB(1);
-                return ctx.usage(QStringLiteral("offset: TOP, LEFT and HEIGHT are numbers (-30.0 to 30.0): %1")
-                                     .arg(ctx.args.at(i)));
+                return ctx.usage(
+                    QStringLiteral("offset: TOP, LEFT and HEIGHT are numbers (-30.0 to 30.0): %1").arg(ctx.args.at(i)));
             }
         // The values as the dialog's fields hold them once left.
         const QString top = OffsetJob::fieldText(ctx.args.at(3)), left = OffsetJob::fieldText(ctx.args.at(4)),
                       hight = OffsetJob::fieldText(ctx.args.at(5));
         CommandInteraction ui(&ctx.out);
         const bool saved = job.save(top, left, hight, ui);
-        ctx.summary(QJsonObject{{"saved", saved}, {"attempts", job.attempts()}, {"top", top.trimmed()},
-                                {"left", left.trimmed()}, {"hight", hight.trimmed()}});
+        ctx.summary(QJsonObject{{"saved", saved},
+                                {"attempts", job.attempts()},
+                                {"top", top.trimmed()},
+                                {"left", left.trimmed()},
+                                {"hight", hight.trimmed()}});
         rc = saved ? Done : Stopped;
     }
     fnCloseDB(1);

@@ -43,8 +43,7 @@ std::optional<QString> CommandLineDialogs::chooseFolder(const QString& title, co
     return folder_;
 }
 
-std::optional<QString> CommandLineDialogs::chooseFile(FileChoice, const QString& title, const QString&,
-                                                      const QString&)
+std::optional<QString> CommandLineDialogs::chooseFile(FileChoice, const QString& title, const QString&, const QString&)
 {
     if (!file_)
         err_ << title << QStringLiteral(": no file given") << Qt::endl;

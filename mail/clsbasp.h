@@ -15,7 +15,11 @@ public:
     static QString Fukugo(const QString& strOrg, QString* error = nullptr);
 
     // Sends one mail and returns "" when the server accepted it, otherwise a short error text.
-    //  strServer: "host" or "host:port" (port 25 by default; "[v6addr]:port" for IPv6).
+    //  strServer: "host" or "host:port": plain SMTP without a login (port 25 by default; "[v6addr]:port" for IPv6);
+    //             "smtp://host[:port]": STARTTLS when the server offers it, required with a login (port 25);
+    //             "smtps://host[:port]": TLS from the start (port 465).
+    //             The login of the scheme forms comes from kUserVariable and kPasswordVariable, else from the
+    //             netrc file (libcurl reads it; one that others can read is refused).
     //  strTo:     addresses separated by commas or semicolons; blanks are trimmed, empty entries skipped.
     //  strFrom:   "addr" or "name <addr>" (the name may be Japanese).
     //  strFiles:  paths of files to attach. Every file is read before connecting: a missing or unreadable
@@ -30,13 +34,26 @@ public:
     // Splits an attachment text as SendMail does.
     static QStringList splitFiles(const QString& strFiles);
 
-    // Time limits of one send, in seconds: reaching the server, and the whole exchange.
-    void setConnectTimeout(int seconds) { connectTimeout_ = seconds; }
-    void setTotalTimeout(int seconds) { totalTimeout_ = seconds; }
+    static constexpr const char* kUserVariable = "PEL008_SMTP_USER";
+    static constexpr const char* kPasswordVariable = "PEL008_SMTP_PASSWORD";
+
+    struct Options {
+        int connectTimeout = 5; // seconds to reach the server
+        int totalTimeout = 120; // seconds for the whole exchange
+        // Certificates are checked against the system's trust store, or, when named, against this file only.
+        QString caFile;
+        // Send only over an encrypted connection, also to a "host" server: no STARTTLS, no mail.
+        bool requireTls = false;
+        // Where the login is read when the environment gives none; "" is .netrc in the home folder.
+        QString netrcFile;
+    };
+    void setOptions(const Options& options) { options_ = options; }
+    const Options& options() const { return options_; }
+    void setConnectTimeout(int seconds) { options_.connectTimeout = seconds; }
+    void setTotalTimeout(int seconds) { options_.totalTimeout = seconds; }
 
 private:
-    int connectTimeout_ = 5;
-    int totalTimeout_ = 120;
+    Options options_;
 };
 
 } // namespace pel

@@ -12,8 +12,8 @@ namespace pel {
 std::optional<OffsetValues> OffsetJob::read() const
 {
     Recordset rs;
-    fnOpenRs(rs, Sql("select [top],left,hight from offset where kubun = ") + Sql::n(kind_) + " and code = " +
-                     Sql::n(code_),
+    fnOpenRs(rs,
+             Sql("select [top],left,hight from offset where kubun = ") + Sql::n(kind_) + " and code = " + Sql::n(code_),
              false, 1);
     if (!rs.isOpen() || rs.eof())
         return std::nullopt;

@@ -3,21 +3,61 @@
 
 #include "jet/sqlite_attach.h"
 
+#include <QCoreApplication>
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QSet>
 #include <QSqlDriver>
 #include <QSqlError>
 #include <QSqlQuery>
 #include <QSqlRecord>
+#include <QStorageInfo>
 
 #include <sqlite3.h>
 
+#ifdef Q_OS_WIN
+#include <windows.h>
+#endif
+
 #include <atomic>
+#include <cstdlib>
+#include <set>
 
 namespace pel {
 namespace {
 
 std::atomic<int> gConnectionSerial{0};
+
+// Every open connection, so that all are closed while Qt's SQL registry still exists: globals such as gclsDb are
+// destroyed after it. Never freed, as it must outlive those globals.
+std::set<Connection*>& openConnections()
+{
+    static auto* open = new std::set<Connection*>();
+    return *open;
+}
+bool gRegistryGone = false;
+
+void closeAllConnections()
+{
+    const std::set<Connection*> open = openConnections();
+    for (Connection* c : open)
+        c->close();
+    gRegistryGone = true;
+}
+
+// Registered after Qt's registry came into being (by the first addDatabase), so it runs before that is destroyed;
+// also when the application object goes, for plugins unloaded with it.
+void closeAtExit()
+{
+    static bool registered = false;
+    if (registered)
+        return;
+    registered = true;
+    std::atexit(closeAllConnections);
+    if (QCoreApplication::instance())
+        qAddPostRoutine(closeAllConnections);
+}
 
 // How long a statement waits for a row or file another connection holds locked before it fails.
 int lockWaitMs()
@@ -27,12 +67,32 @@ int lockWaitMs()
     return ok && ms >= 0 ? ms : 250;
 }
 
+// A value of the wrong kind or size is refused in the engine's words on every backend.
+QString engineText(const QString& t)
+{
+    static const QString mismatch = QStringLiteral("Data type mismatch in criteria expression.");
+    static const QString tooLong = QStringLiteral("The field is too small to accept the amount of data you attempted "
+                                                  "to add. Try inserting or pasting less data.");
+    if (t.contains(QLatin1String("CHECK constraint failed"))) {
+        if (t.contains(QLatin1String("typeof(")) || t.contains(QLatin1String("GLOB")))
+            return mismatch;
+        if (t.contains(QLatin1String("length(")))
+            return tooLong;
+    }
+    if (t.contains(QLatin1String("invalid input syntax for type")) ||
+        t.contains(QLatin1String("date/time field value out of range")))
+        return mismatch;
+    if (t.contains(QLatin1String("value too long for type")))
+        return tooLong;
+    return t;
+}
+
 QString errorText(const QSqlError& e)
 {
     QString t = e.databaseText().trimmed();
     if (t.isEmpty())
         t = e.driverText().trimmed();
-    return t.isEmpty() ? QStringLiteral("Unknown database error.") : t;
+    return t.isEmpty() ? QStringLiteral("Unknown database error.") : engineText(t);
 }
 
 // key=value pairs of a connection string, keys lower-cased.
@@ -64,6 +124,38 @@ QHash<QString, QString> parseConnectString(const QString& s)
 
 } // namespace
 
+namespace {
+
+bool realNetworkProbe(const QString& folder)
+{
+#ifdef Q_OS_WIN
+    const QString native = QDir::toNativeSeparators(QFileInfo(folder).absoluteFilePath());
+    if (native.startsWith(QLatin1String("\\\\")))
+        return true;
+    const std::wstring root = native.left(3).toStdWString();
+    return GetDriveTypeW(root.c_str()) == DRIVE_REMOTE;
+#else
+    static const QSet<QByteArray> network = {"nfs",   "nfs4",       "cifs",  "smb",         "smb2",          "smb3",
+                                             "smbfs", "9p",         "afs",   "ceph",        "glusterfs",     "lustre",
+                                             "ncpfs", "fuse.sshfs", "davfs", "fuse.davfs2", "fuse.glusterfs"};
+    return network.contains(QStorageInfo(folder).fileSystemType());
+#endif
+}
+
+bool (*gNetworkProbe)(const QString&) = realNetworkProbe;
+
+} // namespace
+
+bool isNetworkFolder(const QString& folder)
+{
+    return gNetworkProbe(folder);
+}
+
+void setNetworkFolderProbe(bool (*probe)(const QString& folder))
+{
+    gNetworkProbe = probe ? probe : realNetworkProbe;
+}
+
 QString fileNotFound(const QString& path)
 {
     return QStringLiteral("Could not find file '%1'.").arg(path);
@@ -79,10 +171,7 @@ QString unrecognisedFormat(const QString& path)
     return QStringLiteral("Unrecognized database format '%1'.").arg(path);
 }
 
-Connection::Connection()
-    : name_(QStringLiteral("pel008-%1").arg(++gConnectionSerial)), dialect_(makeSqliteDialect())
-{
-}
+Connection::Connection() : name_(QStringLiteral("pel008-%1").arg(++gConnectionSerial)), dialect_(makeSqliteDialect()) {}
 
 Connection::~Connection()
 {
@@ -100,6 +189,8 @@ bool Connection::open(const QString& connectString, QString* error)
     }
     if (opts.value(QStringLiteral("provider")).compare(QLatin1String("PostgreSQL"), Qt::CaseInsensitive) == 0) {
         db_ = QSqlDatabase::addDatabase(QStringLiteral("QPSQL"), name_);
+        openConnections().insert(this);
+        closeAtExit();
         db_.setConnectOptions(source);
         if (!db_.open()) {
             *error = errorText(db_.lastError());
@@ -125,6 +216,8 @@ bool Connection::open(const QString& connectString, QString* error)
         return openSqliteFile(source, password, error);
     if (jet::looksLikeJet(reinterpret_cast<const unsigned char*>(head.constData()), static_cast<size_t>(head.size()))) {
         db_ = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), name_);
+        openConnections().insert(this);
+        closeAtExit();
         db_.setDatabaseName(QStringLiteral(":memory:"));
         if (!db_.open()) {
             *error = errorText(db_.lastError());
@@ -149,6 +242,8 @@ bool Connection::open(const QString& connectString, QString* error)
 bool Connection::openSqliteFile(const QString& path, const QString&, QString* error)
 {
     db_ = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), name_);
+    openConnections().insert(this);
+    closeAtExit();
     db_.setDatabaseName(path);
     db_.setConnectOptions(QStringLiteral("QSQLITE_BUSY_TIMEOUT=%1").arg(lockWaitMs()));
     if (!db_.open()) {
@@ -163,6 +258,8 @@ bool Connection::openSqliteFile(const QString& path, const QString&, QString* er
         close();
         return false;
     }
+    if (isNetworkFolder(QFileInfo(path).absolutePath()))
+        q.exec(QStringLiteral("PRAGMA journal_mode = DELETE"));
     q.exec(QStringLiteral("PRAGMA synchronous = NORMAL"));
     backend_ = Backend::Sqlite;
     dialect_ = makeSqliteDialect();
@@ -171,6 +268,11 @@ bool Connection::openSqliteFile(const QString& path, const QString&, QString* er
 
 void Connection::close()
 {
+    openConnections().erase(this);
+    if (gRegistryGone) { // closed already, before Qt's registry went
+        backend_ = Backend::None;
+        return;
+    }
     if (db_.isValid()) {
         if (db_.isOpen() && txActive_) {
             QSqlQuery q(db_);
@@ -182,6 +284,9 @@ void Connection::close()
     }
     backend_ = Backend::None;
     userTx_ = txActive_ = false;
+    for (Recordset::EditState* e : pendingEdits_)
+        e->implicitTx = false;
+    pendingEdits_.clear();
     columnCache_.clear();
 }
 
@@ -322,20 +427,16 @@ bool Connection::queryForEdit(const Sql& sql, Recordset& rs, QString* error)
         return false;
     }
     // As on the suite's engine, a record another connection holds still opens; its Update then fails.
-    bool implicitTx = false;
+    auto edit = std::make_unique<Recordset::EditState>();
     QString lockConflict;
     QSqlQuery q;
-    if (!startEditLock(&implicitTx, error)) {
+    if (!lockForEdit(edit.get(), error)) {
         if (!dialect_->isLockConflict(*error))
             return false;
         lockConflict = *error;
     } else if (!statement(dialect_->forEdit(b.text), b.values, &q, error)) {
         q = QSqlQuery();
-        if (implicitTx) {
-            QString ignored;
-            endEditLock(false, &ignored);
-            implicitTx = false;
-        }
+        releaseEdit(edit.get());
         if (!dialect_->isLockConflict(*error))
             return false;
         lockConflict = *error;
@@ -348,11 +449,9 @@ bool Connection::queryForEdit(const Sql& sql, Recordset& rs, QString* error)
     std::vector<FieldInfo> fields = describe(tokens, rec, 1, table);
     const bool empty = rows.empty();
     rs.reset(sql.text(), std::move(fields), std::move(rows));
-    auto edit = std::make_unique<Recordset::EditState>();
     edit->conn = shared_from_this();
     edit->table = table;
     edit->rowids = std::move(rowids);
-    edit->implicitTx = implicitTx;
     edit->lockConflict = lockConflict;
     rs.makeEditable(std::move(edit));
     if (empty)
@@ -374,7 +473,8 @@ bool Connection::execute(const Sql& sql, long* affected, QString* error)
         return false;
     if (affected)
         *affected = static_cast<long>(q.numRowsAffected());
-    return true;
+    q = QSqlQuery();
+    return commitWrite(error);
 }
 
 bool Connection::executeRaw(const QString& sql, const QVariantList& values, QString* error, long* affected)
@@ -386,7 +486,8 @@ bool Connection::executeRaw(const QString& sql, const QVariantList& values, QStr
         return false;
     if (affected)
         *affected = static_cast<long>(q.numRowsAffected());
-    return true;
+    q = QSqlQuery();
+    return commitWrite(error);
 }
 
 bool Connection::begin(QString* error)
@@ -453,32 +554,72 @@ bool Connection::endTx(bool commitIt, QString* error)
     return true;
 }
 
-bool Connection::startEditLock(bool* implicitTx, QString* error)
+bool Connection::beginLock(QString* error)
 {
-    *implicitTx = false;
-    if (!isOpen()) {
-        *error = QStringLiteral("Operation is not allowed when the object is closed.");
-        return false;
-    }
-    if (userTx_)
-        return ensureTx(true, error);
-    if (txActive_) // another edit of this connection holds the lock already
-        return true;
     QSqlQuery q(db_);
     if (!q.exec(backend_ == Backend::Postgres ? QStringLiteral("BEGIN") : QStringLiteral("BEGIN IMMEDIATE"))) {
         *error = errorText(q.lastError());
         return false;
     }
     txActive_ = true;
-    *implicitTx = true;
     return true;
 }
 
-bool Connection::endEditLock(bool commitIt, QString* error)
+bool Connection::lockForEdit(Recordset::EditState* edit, QString* error)
 {
+    if (!isOpen()) {
+        *error = QStringLiteral("Operation is not allowed when the object is closed.");
+        return false;
+    }
     if (userTx_)
-        return true;
-    return endTx(commitIt, error);
+        return ensureTx(true, error);
+    if (!txActive_ && !beginLock(error))
+        return false;
+    edit->implicitTx = true;
+    pendingEdits_.push_back(edit);
+    return true;
+}
+
+void Connection::releaseEdit(Recordset::EditState* edit)
+{
+    if (!edit->implicitTx)
+        return;
+    edit->implicitTx = false;
+    std::erase(pendingEdits_, edit);
+    // Nothing uncommitted lies in the lock transaction: every write committed on its own.
+    if (pendingEdits_.empty() && txActive_ && !userTx_ && isOpen()) {
+        QString ignored;
+        endTx(false, &ignored);
+    }
+}
+
+bool Connection::commitWrite(QString* error)
+{
+    if (userTx_ || !txActive_)
+        return true; // the caller's transaction, or the engine's own autocommit
+    if (!endTx(true, error))
+        return false;
+    if (!pendingEdits_.empty()) {
+        QString ignored;
+        if (beginLock(&ignored))
+            relockPending();
+    }
+    return true;
+}
+
+// The rows of the edits still pending, locked again after a commit (PostgreSQL's locks are per row; SQLite's
+// BEGIN IMMEDIATE has taken the whole file again already).
+void Connection::relockPending()
+{
+    if (backend_ != Backend::Postgres)
+        return;
+    for (const Recordset::EditState* e : pendingEdits_)
+        for (const QVariant& id : e->rowids) {
+            QSqlQuery q(db_);
+            q.prepare(QStringLiteral("SELECT 1 FROM %1 WHERE ctid = ?::tid FOR UPDATE").arg(dialect_->quote(e->table)));
+            q.addBindValue(id);
+            q.exec();
+        }
 }
 
 std::vector<ColumnInfo> Connection::columns(const QString& table)
@@ -490,10 +631,10 @@ std::vector<ColumnInfo> Connection::columns(const QString& table)
     std::vector<ColumnInfo> cols;
     QSqlQuery q(db_);
     if (backend_ == Backend::Postgres) {
-        q.prepare(QStringLiteral(
-            "select column_name, data_type, character_maximum_length, numeric_precision, numeric_scale "
-            "from information_schema.columns where table_schema = current_schema() and table_name = ? "
-            "order by ordinal_position"));
+        q.prepare(
+            QStringLiteral("select column_name, data_type, character_maximum_length, numeric_precision, numeric_scale "
+                           "from information_schema.columns where table_schema = current_schema() and table_name = ? "
+                           "order by ordinal_position"));
         q.addBindValue(key);
         if (q.exec())
             while (q.next()) {
@@ -529,9 +670,9 @@ BulkInsert::BulkInsert(Connection& connection, const QString& table, const QStri
         quoted << connection.dialect().quote(c);
         marks << QStringLiteral("?");
     }
-    prepared_ = query_.prepare(QStringLiteral("INSERT INTO %1 (%2) VALUES (%3)")
-                                   .arg(connection.dialect().quote(table), quoted.join(QLatin1Char(',')),
-                                        marks.join(QLatin1Char(','))));
+    prepared_ = query_.prepare(
+        QStringLiteral("INSERT INTO %1 (%2) VALUES (%3)")
+            .arg(connection.dialect().quote(table), quoted.join(QLatin1Char(',')), marks.join(QLatin1Char(','))));
     if (!prepared_)
         prepareError_ = errorText(query_.lastError());
 }

@@ -47,15 +47,22 @@ public:
     QStringList tables();
     void forgetColumns() { columnCache_.clear(); }
 
-    // For the recordset's edit state: writes within the edit's own transaction when there is no user one.
-    bool startEditLock(bool* implicitTx, QString* error);
-    bool endEditLock(bool commit, QString* error);
+    // Edits outside BeginTns, as on the suite's engine: the rows of every pending edit stay locked until its
+    // Update, and every write (an Update, a plain statement) commits at once on its own, so that closing one
+    // recordset without Update can never undo another statement's write. Inside BeginTns everything is the
+    // caller's transaction.
+    bool lockForEdit(Recordset::EditState* edit, QString* error);
+    // The edit is done (updated, closed, or its write failed); the last one gives the lock back.
+    void releaseEdit(Recordset::EditState* edit);
 
     QSqlDatabase& database() { return db_; }
 
 private:
     Connection();
     bool ensureTx(bool write, QString* error);
+    bool beginLock(QString* error);
+    bool commitWrite(QString* error);
+    void relockPending();
     bool finishUserTx(bool commit, QString* error);
     bool endTx(bool commit, QString* error);
     bool run(const QString& sql, const QVariantList& values, bool forwardOnly, QSqlQuery* q, QString* error);
@@ -73,6 +80,7 @@ private:
     bool txActive_ = false; // BEGIN issued (SQLite begins lazily, on the first statement)
     QHash<QString, std::vector<ColumnInfo>> columnCache_;
     int savepoint_ = 0;
+    std::vector<Recordset::EditState*> pendingEdits_; // outside BeginTns, holding the lock transaction
 };
 
 // Many rows into one table through one prepared statement (demo and benchmark databases).
@@ -86,6 +94,12 @@ private:
     bool prepared_ = false;
     QString prepareError_;
 };
+
+// True when the folder lies on a network file system, where SQLite's write-ahead log does not work (it needs
+// shared memory between the machines): such a database is opened with a rollback journal instead.
+bool isNetworkFolder(const QString& folder);
+// Replaces the probe (tests); nullptr restores the real one.
+void setNetworkFolderProbe(bool (*probe)(const QString& folder));
 
 // The error text of an open that found no database file, and the test for it.
 QString fileNotFound(const QString& path);

@@ -13,7 +13,7 @@ struct Recordset::EditState {
     std::shared_ptr<Connection> conn;
     QString table;
     std::vector<QVariant> rowids; // row identity of each fetched row
-    bool implicitTx = false;      // the lock is the edit's own transaction
+    bool implicitTx = false;      // pending outside BeginTns: holds a share of the connection's lock
     bool adding = false;
     std::vector<QVariant> buffer; // the row being changed
     std::vector<bool> dirty;

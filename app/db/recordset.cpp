@@ -16,10 +16,8 @@ Recordset::~Recordset()
 
 void Recordset::close()
 {
-    if (edit_ && edit_->implicitTx && !edit_->broken && edit_->conn) {
-        QString ignored;
-        edit_->conn->endEditLock(false, &ignored);
-    }
+    if (edit_ && edit_->conn)
+        edit_->conn->releaseEdit(edit_.get());
     edit_.reset();
     open_ = false;
     fields_.clear();
@@ -160,8 +158,9 @@ bool Recordset::setValue(const QString& name, const QVariant& v, QString* error)
     if (i < 0)
         return fail(QStringLiteral("Item cannot be found in the collection corresponding to the requested name (%1).")
                         .arg(name));
-    if (!edit_->adding && eof())
-        return fail(QStringLiteral("Either BOF or EOF is True, or the current record has been deleted."));
+    if (!edit_->adding && (eof() || pos_ < 0))
+        return fail(QStringLiteral("Either BOF or EOF is True, or the current record has been deleted. Requested "
+                                   "operation requires a current record."));
     if (!edit_->buffered) {
         edit_->buffer = rows_[static_cast<size_t>(pos_)];
         edit_->dirty.assign(fields_.size(), false);
@@ -192,6 +191,9 @@ bool Recordset::update(QString* error)
         return fail(QStringLiteral("The record is no longer locked for editing; open it again."));
     if (!edit_->buffered)
         return true;
+    if (!edit_->adding && (pos_ < 0 || pos_ >= static_cast<qsizetype>(rows_.size())))
+        return fail(QStringLiteral("Either BOF or EOF is True, or the current record has been deleted. Requested "
+                                   "operation requires a current record."));
     Connection& c = *edit_->conn;
     const Dialect& d = c.dialect();
     QStringList cols;
@@ -207,9 +209,10 @@ bool Recordset::update(QString* error)
         QStringList marks;
         for (qsizetype i = 0; i < cols.size(); ++i)
             marks << QStringLiteral("?");
-        sql = cols.isEmpty() ? QStringLiteral("INSERT INTO %1 DEFAULT VALUES").arg(d.quote(edit_->table))
-                             : QStringLiteral("INSERT INTO %1 (%2) VALUES (%3)")
-                                   .arg(d.quote(edit_->table), cols.join(QLatin1Char(',')), marks.join(QLatin1Char(',')));
+        sql = cols.isEmpty()
+                  ? QStringLiteral("INSERT INTO %1 DEFAULT VALUES").arg(d.quote(edit_->table))
+                  : QStringLiteral("INSERT INTO %1 (%2) VALUES (%3)")
+                        .arg(d.quote(edit_->table), cols.join(QLatin1Char(',')), marks.join(QLatin1Char(',')));
     } else {
         if (cols.isEmpty())
             return true;
@@ -220,14 +223,13 @@ bool Recordset::update(QString* error)
                   .arg(d.quote(edit_->table), sets.join(QLatin1Char(',')), d.rowIdColumn());
         values << edit_->rowids[static_cast<size_t>(pos_)];
     }
+    // The edit's share of the lock ends with its write: the write commits on its own (outside BeginTns).
+    const bool ownLock = edit_->implicitTx;
+    c.releaseEdit(edit_.get());
     QString why;
     if (!c.executeRaw(sql, values, &why)) {
-        // a failed write ends the edit's own lock; the caller opens the record again to retry
-        if (edit_->implicitTx) {
-            QString ignored;
-            c.endEditLock(false, &ignored);
-            edit_->broken = true;
-        }
+        // the caller opens the record again to retry
+        edit_->broken = ownLock;
         return fail(why);
     }
     QVariant newId;
@@ -238,11 +240,6 @@ bool Recordset::update(QString* error)
             newId = idq.value(0);
         }
     }
-    if (edit_->implicitTx && !c.endEditLock(true, &why)) {
-        edit_->broken = true;
-        return fail(why);
-    }
-    edit_->implicitTx = false;
     if (edit_->adding) {
         rows_.push_back(edit_->buffer);
         edit_->rowids.push_back(newId);

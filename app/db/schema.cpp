@@ -50,10 +50,11 @@ Schema parse()
     text.remove(comment);
     static const QRegularExpression createTable(QStringLiteral(R"(^\s*CREATE\s+TABLE\s+(\w+)\s*\((.*)\)\s*$)"),
                                                 QRegularExpression::DotMatchesEverythingOption);
-    static const QRegularExpression createIndex(QStringLiteral(R"(^\s*CREATE\s+INDEX\s+(\w+)\s+ON\s+(\w+)\s*\((.*)\)\s*$)"),
-                                                QRegularExpression::DotMatchesEverythingOption);
-    static const QRegularExpression column(
-        QStringLiteral(R"(^(\w+)\s+(\w+(?:\s*\(\s*\d+\s*\))?)(.*)$)"), QRegularExpression::DotMatchesEverythingOption);
+    static const QRegularExpression createIndex(
+        QStringLiteral(R"(^\s*CREATE\s+INDEX\s+(\w+)\s+ON\s+(\w+)\s*\((.*)\)\s*$)"),
+        QRegularExpression::DotMatchesEverythingOption);
+    static const QRegularExpression column(QStringLiteral(R"(^(\w+)\s+(\w+(?:\s*\(\s*\d+\s*\))?)(.*)$)"),
+                                           QRegularExpression::DotMatchesEverythingOption);
     static const QRegularExpression defaultRe(QStringLiteral(R"(DEFAULT\s+('[^']*'|[-\w.]+))"));
     for (const QString& stmt : text.split(QLatin1Char(';'), Qt::SkipEmptyParts)) {
         if (stmt.trimmed().isEmpty())
@@ -93,23 +94,47 @@ Schema parse()
 QString pgType(const SchemaColumn& c)
 {
     switch (c.type) {
-    case JetType::Boolean: return QStringLiteral("boolean");
+    case JetType::Boolean:
+        return QStringLiteral("boolean");
     case JetType::Byte:
-    case JetType::Integer: return QStringLiteral("smallint");
-    case JetType::Long: return QStringLiteral("integer");
-    case JetType::Currency: return QStringLiteral("numeric(19,4)");
-    case JetType::Single: return QStringLiteral("real");
-    case JetType::Double: return QStringLiteral("double precision");
-    case JetType::DateTime: return QStringLiteral("timestamp(0) without time zone");
-    case JetType::Text: return QStringLiteral("varchar(%1)").arg(c.size);
-    case JetType::Memo: return QStringLiteral("text");
-    default: return QStringLiteral("bytea");
+    case JetType::Integer:
+        return QStringLiteral("smallint");
+    case JetType::Long:
+        return QStringLiteral("integer");
+    case JetType::Currency:
+        return QStringLiteral("numeric(19,4)");
+    case JetType::Single:
+        return QStringLiteral("real");
+    case JetType::Double:
+        return QStringLiteral("double precision");
+    case JetType::DateTime:
+        return QStringLiteral("timestamp(0) without time zone");
+    case JetType::Text:
+        return QStringLiteral("varchar(%1)").arg(c.size);
+    case JetType::Memo:
+        return QStringLiteral("text");
+    default:
+        return QStringLiteral("bytea");
     }
 }
 
 QString quoted(const QString& n)
 {
     return QLatin1Char('"') + n + QLatin1Char('"');
+}
+
+// SQLite stores whatever it is given; the suite's engine refuses a text in a number or date column and a text
+// longer than its column. The engine's error texts are given for these checks by the connection.
+QString sqliteCheck(const SchemaColumn& c)
+{
+    const QString n = quoted(c.name);
+    if (isNumeric(c.type) || c.type == JetType::Boolean)
+        return QStringLiteral(" CHECK (typeof(%1) IN ('integer','real','null'))").arg(n);
+    if (c.type == JetType::Text)
+        return QStringLiteral(" CHECK (length(%1) <= %2)").arg(n).arg(c.size);
+    if (c.type == JetType::DateTime)
+        return QStringLiteral(" CHECK (%1 IS NULL OR %1 GLOB '[0-9][0-9][0-9][0-9][/-][0-9]*')").arg(n);
+    return QString();
 }
 
 QString quotedList(const QStringList& names)
@@ -147,9 +172,8 @@ QStringList schemaStatements(bool postgres)
                 d += QStringLiteral(" NOT NULL");
             if (!c.defaultValue.isEmpty())
                 d += QStringLiteral(" DEFAULT ") + c.defaultValue;
-            // SQLite does not hold a text to its declared size; the suite's engine refuses a longer text.
-            if (!postgres && c.type == JetType::Text)
-                d += QStringLiteral(" CHECK (length(%1) <= %2)").arg(quoted(c.name)).arg(c.size);
+            if (!postgres)
+                d += sqliteCheck(c);
             defs << d;
         }
         if (!t.primaryKey.isEmpty())

@@ -2,6 +2,8 @@
 
 #include <QRegularExpression>
 
+#include <algorithm>
+
 namespace pel {
 
 Sql::Sql(const QString& fragment, Raw)
@@ -48,22 +50,46 @@ QString Sql::text() const
     return s;
 }
 
+namespace {
+
+// The expression around a value, as the engine names it when the pasted value breaks the statement: from the
+// word before the value to the end of the word after it ("name='O'Neil'").
+QString brokenExpression(const std::vector<Sql::Part>& parts, size_t at)
+{
+    QString before = at > 0 && parts[at - 1].kind == Sql::Kind::Fragment ? parts[at - 1].text : QString();
+    const qsizetype cut = std::max({before.lastIndexOf(QLatin1Char(' ')), before.lastIndexOf(QLatin1Char(',')),
+                                    before.lastIndexOf(QLatin1Char('('))});
+    before = before.mid(cut + 1);
+    QString after = at + 1 < parts.size() && parts[at + 1].kind == Sql::Kind::Fragment ? parts[at + 1].text : QString();
+    qsizetype end = 0;
+    while (end < after.size() && after[end] != QLatin1Char(' ') && after[end] != QLatin1Char(',') &&
+           after[end] != QLatin1Char(')'))
+        ++end;
+    const Sql::Part& p = parts[at];
+    const QString value = p.kind == Sql::Kind::Quoted ? QLatin1Char('\'') + p.text + QLatin1Char('\'') : p.text;
+    return before + value + after.left(end);
+}
+
+} // namespace
+
 BoundSql bind(const Sql& sql)
 {
-    // What the engine reports for a statement the concatenation would have broken.
-    const auto broken = [&sql](const QString& why) {
-        return QStringLiteral("Syntax error (missing operator) in query expression '%1': %2").arg(sql.text(), why);
+    const auto& parts = sql.parts();
+    const auto broken = [&parts](size_t at) {
+        return QStringLiteral("Syntax error (missing operator) in query expression '%1'.")
+            .arg(brokenExpression(parts, at));
     };
     static const QRegularExpression number(QStringLiteral(R"(^\s*([+-]?(\d+\.?\d*|\.\d+)([eE][+-]?\d+)?)\s*$)"));
     BoundSql b;
-    for (const Sql::Part& p : sql.parts()) {
+    for (size_t at = 0; at < parts.size(); ++at) {
+        const Sql::Part& p = parts[at];
         switch (p.kind) {
         case Sql::Kind::Fragment:
             b.text += p.text;
             break;
         case Sql::Kind::Quoted:
             if (p.text.contains(QLatin1Char('\''))) {
-                b.error = broken(QStringLiteral("the text value %1 holds a single quote").arg(p.text));
+                b.error = broken(at);
                 return b;
             }
             b.text += QLatin1Char('?');
@@ -72,7 +98,7 @@ BoundSql bind(const Sql& sql)
         case Sql::Kind::Number: {
             const auto m = number.match(p.text);
             if (!m.hasMatch()) {
-                b.error = broken(QStringLiteral("'%1' is not a number").arg(p.text));
+                b.error = broken(at);
                 return b;
             }
             const QString lit = m.captured(1);

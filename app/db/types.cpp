@@ -138,14 +138,15 @@ QDateTime parseDateTime(const QString& text)
     return QDateTime(d, t);
 }
 
-QString dateTimeToText(const QDateTime& dt)
+} // namespace
+
+QString fnDateText(const QDateTime& dt)
 {
+    // the short date of a Japanese system, and the time with the hour unpadded; midnight is the date alone
     if (dt.time() == QTime(0, 0))
         return dt.date().toString(QStringLiteral("yyyy/MM/dd"));
-    return dt.toString(QStringLiteral("yyyy/MM/dd HH:mm:ss"));
+    return dt.toString(QStringLiteral("yyyy/MM/dd H:mm:ss"));
 }
-
-} // namespace
 
 QString valueToText(const QVariant& value, JetType type)
 {
@@ -167,7 +168,7 @@ QString valueToText(const QVariant& value, JetType type)
         return numberToText(value.toDouble());
     case JetType::DateTime: {
         const QDateTime dt = value.typeId() == QMetaType::QDateTime ? value.toDateTime() : parseDateTime(value.toString());
-        return dt.isValid() ? dateTimeToText(dt) : value.toString();
+        return dt.isValid() ? fnDateText(dt) : value.toString();
     }
     default:
         break;
@@ -179,9 +180,9 @@ QString valueToText(const QVariant& value, JetType type)
     case QMetaType::Bool:
         return value.toBool() ? QStringLiteral("True") : QStringLiteral("False");
     case QMetaType::QDateTime:
-        return dateTimeToText(value.toDateTime());
+        return fnDateText(value.toDateTime());
     case QMetaType::QDate:
-        return value.toDate().toString(QStringLiteral("yyyy/MM/dd"));
+        return fnDateText(value.toDate().startOfDay());
     default:
         return value.toString();
     }

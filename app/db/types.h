@@ -1,5 +1,6 @@
 #pragma once
 // Column types as a Jet database holds them, and the suite's standard conversion of values to text.
+#include <QDateTime>
 #include <QString>
 #include <QVariant>
 
@@ -19,6 +20,8 @@ bool isNumeric(JetType type);
 // The standard conversion to text: whole numbers without ".0", never an exponent, dates "yyyy/mm/dd hh:nn:ss"
 // ("yyyy/mm/dd" at midnight), null "".
 QString valueToText(const QVariant& value, JetType type);
+// A date and time as the system's standard conversion writes it: "2026/11/23 9:05:07", midnight "2026/11/23".
+QString fnDateText(const QDateTime& dt);
 // A number as the standard conversion writes it (up to 15 significant digits, no exponent).
 QString numberToText(double v, int significant = 15);
 

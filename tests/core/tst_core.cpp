@@ -8,6 +8,7 @@
 #include "ui/textrules.h"
 
 #include <QFile>
+#include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -25,6 +26,7 @@ private slots:
     void iniRoundTrip();
     void iniReadRules();
     void iniKeepsOtherLines();
+    void iniInReadOnlyFolder();
     void dbMode_data();
     void dbMode();
     void cutByte_data();
@@ -172,6 +174,37 @@ void TstCore::iniKeepsOtherLines()
                                      "ErrFile=e.txt\r\n\r\n[ConveniMake]\r\nFilePath=C:\\out\r\n"));
     // a value with no Shift-JIS form is not written at all
     QCOMPARE(fnPutIni(QStringLiteral("I-CAT"), QStringLiteral("ErrFile"), QStringLiteral("😀"), ini), 0L);
+}
+
+void TstCore::iniInReadOnlyFolder()
+{
+    QTemporaryDir dir;
+    const QString ini = dir.filePath(QStringLiteral("mirabo.ini"));
+    QFile f(ini);
+    QVERIFY(f.open(QIODevice::WriteOnly));
+    f.write("[I-CAT]\r\nReadFile=a.csv\r\n");
+    f.close();
+    // a folder that takes no new file: by permissions, or (for root, whom permissions do not stop) immutable
+    const auto folderTakesNewFiles = [&] {
+        QFile probe(dir.filePath(QStringLiteral("probe")));
+        const bool made = probe.open(QIODevice::WriteOnly);
+        probe.remove();
+        return made;
+    };
+    QFile::setPermissions(dir.path(), QFile::ReadOwner | QFile::ExeOwner);
+    bool immutable = false;
+    if (folderTakesNewFiles())
+        immutable = QProcess::execute(QStringLiteral("chattr"), {QStringLiteral("+i"), dir.path()}) == 0;
+    const bool readOnly = !folderTakesNewFiles();
+    const long written = readOnly ? fnPutIni(QStringLiteral("I-CAT"), QStringLiteral("ReadFile"), QStringLiteral("b.csv"), ini) : 0;
+    if (immutable)
+        QProcess::execute(QStringLiteral("chattr"), {QStringLiteral("-i"), dir.path()});
+    QFile::setPermissions(dir.path(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    if (!readOnly)
+        QSKIP("cannot make a read-only folder here");
+    QCOMPARE(written, 1L);
+    QVERIFY(f.open(QIODevice::ReadOnly));
+    QCOMPARE(f.readAll(), QByteArray("[I-CAT]\r\nReadFile=b.csv\r\n"));
 }
 
 void TstCore::dbMode_data()

@@ -1,6 +1,9 @@
 // The database layer on the backend under test (SQLite file, or PostgreSQL with PEL008_TEST_BACKEND=pg).
 #include "app/db/dbclass.h"
+#include "app/db/connection.h"
 #include "app/db/dbglobals.h"
+#include "app/db/retry.h"
+#include "app/db/types.h"
 #include "app/oplog.h"
 #include "tests/support/testhome.h"
 
@@ -29,6 +32,16 @@ private slots:
     void transactions();
     void failedStatementKeepsTransaction();
     void editedRowIsLocked();
+    void writesCommitOnTheirOwn();
+    void noCurrentRecord();
+    void typeMismatch_data();
+    void typeMismatch();
+    void statementsOnlyFromLiterals();
+    void silentRetries_data();
+    void silentRetries();
+    void dateText_data();
+    void dateText();
+    void networkFolderUsesRollbackJournal();
     void operationLog();
     void openFailures();
 
@@ -130,7 +143,9 @@ void TstDb::standardConversion_data()
                                 << "1000000000000000";
     QTest::newRow("single") << "" << "select [top] from offset" << "1.5";
     QTest::newRow("date and time") << "update inmoney set sdate='2026/11/23 09:05:07'"
-                                   << "select sdate from inmoney" << "2026/11/23 09:05:07";
+                                   << "select sdate from inmoney" << "2026/11/23 9:05:07";
+    QTest::newRow("afternoon, unpadded hour written") << "update inmoney set sdate='2026/11/23 9:05:07'"
+                                                      << "select sdate from inmoney" << "2026/11/23 9:05:07";
     QTest::newRow("midnight") << "update inmoney set sdate='2026/01/02 00:00:00'" << "select sdate from inmoney"
                               << "2026/01/02";
     QTest::newRow("null") << "update inmoney set sdate=null" << "select sdate from inmoney" << "";
@@ -311,6 +326,169 @@ void TstDb::editedRowIsLocked()
     QCOMPARE(fnGetFields(rb, QStringLiteral("cflag")), QStringLiteral("1"));
     rb.close(); // closing without Update gives the lock back
     QVERIFY(a.DbSqlEdit(Sql("select * from jyuden where denno=") + Sql::n(10), ra));
+}
+
+void TstDb::writesCommitOnTheirOwn()
+{
+    clsDbClass db, other;
+    QVERIFY(db.OpenDb() && other.OpenDb());
+    Recordset ra, rb;
+    QVERIFY(db.DbSqlEdit(Sql("select * from jyuden where denno=") + Sql::n(10), ra));
+    QVERIFY(db.DbSqlEdit(Sql("select * from jyuden where denno=") + Sql::n(11), rb));
+    QVERIFY(fnSetFields(rb, "cflag", "1"));
+    QVERIFY2(rb.update(), qPrintable(rb.lastError()));
+    ra.close(); // the first edit ends without Update: the second's write stays
+    QCOMPARE(home_->scalar("select cflag from jyuden where denno=11"), QStringLiteral("1"));
+    // the first edit still held its row until it closed; after that the other connection writes it
+    QVERIFY2(other.DbSqlExec(Sql("update jyuden set oflag=1 where denno=10")), qPrintable(other.ErrMsg()));
+
+    // the global connection: a log row written while an edit is pending survives the edit's close
+    QVERIFY(fnOpenDB(1));
+    Recordset rs;
+    fnOpenRs(rs, Sql("select * from offset where kubun = ") + Sql::n(1) + " and code = " + Sql::n(2), true, 1);
+    QVERIFY(rs.isOpen());
+    QString caption = QStringLiteral("画面"), note;
+    fnOpeLog(caption, 0, note);
+    QCOMPARE(home_->scalar("select count(*) from operatlog"), QStringLiteral("1")); // seen by others at once
+    rs.close();
+    QCOMPARE(home_->scalar("select count(*) from operatlog"), QStringLiteral("1"));
+    fnCloseDB(1);
+
+    // inside BeginTns the writes are the caller's to keep or drop
+    QVERIFY(db.BeginTns());
+    QVERIFY(db.DbSqlEdit(Sql("select * from jyuden where denno=") + Sql::n(11), rb));
+    QVERIFY(fnSetFields(rb, "cflag", "2") && rb.update());
+    QVERIFY(db.DbSqlExec(Sql("update jyuden set oflag=2 where denno=11")));
+    QVERIFY(db.RollbackTns());
+    QCOMPARE(home_->scalar("select cflag from jyuden where denno=11"), QStringLiteral("1"));
+    QCOMPARE(home_->scalar("select oflag from jyuden where denno=11"), QStringLiteral("0"));
+}
+
+void TstDb::noCurrentRecord()
+{
+    clsDbClass db;
+    QVERIFY(db.OpenDb());
+    Recordset rs;
+    QVERIFY(db.DbSqlEdit(Sql("select * from jyuden order by denno"), rs));
+    rs.movePrevious(); // before the first row
+    QString err;
+    QVERIFY(!rs.setValue(QStringLiteral("cflag"), 1, &err));
+    QVERIFY2(err.startsWith(QStringLiteral("Either BOF or EOF is True")), qPrintable(err));
+    QVERIFY(!rs.update());
+    rs.moveLast();
+    rs.moveNext(); // past the last row
+    QVERIFY(!rs.setValue(QStringLiteral("cflag"), 1, &err));
+    QCOMPARE(home_->scalar("select sum(cflag) from jyuden"), QStringLiteral("0"));
+}
+
+void TstDb::typeMismatch_data()
+{
+    QTest::addColumn<QString>("statement");
+    QTest::newRow("insert text into long") << "insert into inmoney (denno,nday) values ('abc',20261123)";
+    QTest::newRow("update long with text") << "update jyuden set sday='abc' where denno=10";
+    QTest::newRow("update currency with text") << "update jyuden set total='12x' where denno=10";
+    QTest::newRow("empty text into short") << "update jyuden set hcode='' where denno=10";
+}
+
+void TstDb::typeMismatch()
+{
+    QFETCH(QString, statement);
+    clsDbClass db;
+    QVERIFY(db.OpenDb());
+    QVERIFY(!db.DbSqlExec(Sql::raw(statement)));
+    QCOMPARE(db.ErrMsg(), QStringLiteral("Data type mismatch in criteria expression."));
+    QCOMPARE(home_->scalar("select sday from jyuden where denno=10"), QStringLiteral("20261123"));
+    QCOMPARE(home_->scalar("select count(*) from inmoney"), QStringLiteral("0"));
+    // a number in a text is a number, as the engine converts it
+    QVERIFY2(db.DbSqlExec(Sql("update jyuden set sday='20261130' where denno=10")), qPrintable(db.ErrMsg()));
+    QCOMPARE(home_->scalar("select sday from jyuden where denno=10"), QStringLiteral("20261130"));
+    // an edit refuses the value at Update
+    Recordset rs;
+    QVERIFY(db.DbSqlEdit(Sql("select * from jyuden where denno=") + Sql::n(10), rs));
+    fnSetFields(rs, "sday", "abc");
+    QVERIFY(!rs.update());
+    QCOMPARE(home_->scalar("select sday from jyuden where denno=10"), QStringLiteral("20261130"));
+}
+
+void TstDb::statementsOnlyFromLiterals()
+{
+    // a value can only enter a statement through the binding helpers
+    static_assert(!std::is_constructible_v<Sql, QString>);
+    static_assert(!std::is_constructible_v<Sql, const char*>);
+    static_assert(std::is_constructible_v<Sql, const char (&)[7]>);
+    // a quote in a value fails the same way on every backend
+    clsDbClass db;
+    QVERIFY(db.OpenDb());
+    QVERIFY(!db.DbSqlExec(Sql("update member set name=") + Sql::q("O'Neil") + " where code=" + Sql::n(1)));
+    QCOMPARE(db.ErrMsg(), QStringLiteral("Syntax error (missing operator) in query expression 'name='O'Neil''."));
+}
+
+void TstDb::silentRetries_data()
+{
+    QTest::addColumn<int>("succeedsAt"); // 0: never
+    QTest::addColumn<bool>("ok");
+    QTest::addColumn<int>("attempts");
+    QTest::newRow("first") << 1 << true << 1;
+    QTest::newRow("fourth") << 4 << true << 4;
+    QTest::newRow("last") << 11 << true << 11;
+    QTest::newRow("never") << 0 << false << 11;
+}
+
+void TstDb::silentRetries()
+{
+    QFETCH(int, succeedsAt);
+    QFETCH(bool, ok);
+    QFETCH(int, attempts);
+    test::ScriptedDialogs silent; // not a word to the user
+    int calls = 0;
+    const RetryResult r = retrySilently(11, [&](QString* error) {
+        if (++calls == succeedsAt)
+            return true;
+        *error = QStringLiteral("locked %1").arg(calls);
+        return false;
+    });
+    QCOMPARE(r.ok, ok);
+    QCOMPARE(r.attempts, attempts);
+    QCOMPARE(calls, attempts);
+    QCOMPARE(r.error, ok ? QString() : QStringLiteral("locked 11"));
+}
+
+void TstDb::dateText_data()
+{
+    QTest::addColumn<QDateTime>("when");
+    QTest::addColumn<QString>("text");
+    const QDate d(2026, 11, 23);
+    QTest::newRow("morning") << QDateTime(d, QTime(9, 5, 7)) << "2026/11/23 9:05:07";
+    QTest::newRow("evening") << QDateTime(d, QTime(23, 59, 59)) << "2026/11/23 23:59:59";
+    QTest::newRow("just after midnight") << QDateTime(d, QTime(0, 0, 1)) << "2026/11/23 0:00:01";
+    QTest::newRow("midnight") << QDateTime(d, QTime(0, 0)) << "2026/11/23";
+}
+
+void TstDb::dateText()
+{
+    QFETCH(QDateTime, when);
+    QFETCH(QString, text);
+    QCOMPARE(fnDateText(when), text);
+}
+
+void TstDb::networkFolderUsesRollbackJournal()
+{
+    if (home_->backend() != test::Backend::Sqlite)
+        QSKIP("SQLite only");
+    const auto mode = [] {
+        auto c = Connection::create();
+        QString err;
+        Recordset rs;
+        if (!c->open(fnConnectString(0, QStringLiteral("data1.dat")), &err) ||
+            !c->query(Sql("PRAGMA journal_mode"), rs, &err))
+            return err;
+        return rs.text(0);
+    };
+    QCOMPARE(mode(), QStringLiteral("wal"));
+    setNetworkFolderProbe([](const QString&) { return true; });
+    const QString onShare = mode();
+    setNetworkFolderProbe(nullptr);
+    QCOMPARE(onShare, QStringLiteral("delete"));
 }
 
 void TstDb::operationLog()

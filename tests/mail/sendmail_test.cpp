@@ -27,6 +27,7 @@ class SendMailTest : public QObject {
     Q_OBJECT
     mailtest::SmtpSink sink_;
     QTemporaryDir files_;
+    QTemporaryDir home_; // HOME of the sends: where the default .netrc is looked for
 
     QString file(const QString& name, const QByteArray& data)
     {
@@ -42,13 +43,41 @@ class SendMailTest : public QObject {
     }
 
 private slots:
+    // How a row of the TLS tests logs in: "env", "env:wrong", "env:user" (no password), "netrc", "netrc:0644".
+    void setLogin(const QString& how)
+    {
+        qunsetenv(clsBaSp::kUserVariable);
+        qunsetenv(clsBaSp::kPasswordVariable);
+        QFile::remove(home_.filePath(QStringLiteral(".netrc")));
+        const QString password =
+            how.endsWith(QLatin1String(":wrong")) ? QStringLiteral("s3cret") : mailtest::kSinkPassword;
+        if (how.startsWith(QLatin1String("env"))) {
+            qputenv(clsBaSp::kUserVariable, mailtest::kSinkUser.toUtf8());
+            if (how != QLatin1String("env:user"))
+                qputenv(clsBaSp::kPasswordVariable, password.toUtf8());
+        } else if (how.startsWith(QLatin1String("netrc"))) {
+            QFile f(home_.filePath(QStringLiteral(".netrc")));
+            const QByteArray text = "machine 127.0.0.1\n  login " + mailtest::kSinkUser.toUtf8() + "\n  password " +
+                                    password.toUtf8() + "\n";
+            if (!f.open(QIODevice::WriteOnly) || f.write(text) != text.size())
+                qFatal("cannot write .netrc");
+            f.setPermissions(how.endsWith(QLatin1String(":0644"))
+                                 ? QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup | QFile::ReadOther
+                                 : QFile::ReadOwner | QFile::WriteOwner);
+        }
+    }
+
+private slots:
     void initTestCase()
     {
-        const QString why = sink_.start();
+        qputenv("HOME", QFile::encodeName(home_.path()));
+        setLogin(QString());
+        const QString why = sink_.start(true);
         if (!why.isEmpty())
             QSKIP(qPrintable(QStringLiteral("no local SMTP server: ") + why));
     }
     void init() { sink_.clear(); }
+    void cleanup() { setLogin(QString()); }
 
     void japaneseMail_data()
     {
@@ -160,6 +189,9 @@ private slots:
             << QString() << QStringLiteral("a@example.jp\r\nBcc: x@example.jp") << from << QString() << QString();
         QTest::newRow("no sender") << QString() << ok << QStringLiteral(" ") << QString() << QString();
         QTest::newRow("bad port") << QStringLiteral("127.0.0.1:smtp") << ok << from << QString() << QString();
+        QTest::newRow("unknown scheme") << QStringLiteral("imap://127.0.0.1") << ok << from << QString()
+                                        << QStringLiteral("imap://");
+        QTest::newRow("scheme without host") << QStringLiteral("smtps://") << ok << from << QString() << QString();
     }
     void refused()
     {
@@ -197,6 +229,166 @@ private slots:
                             QStringLiteral("f@example.jp"), QStringLiteral("s"), QStringLiteral("b"));
         QVERIFY2(result.contains(QString::number(port)), qPrintable(result));
         QVERIFY2(t.elapsed() < 4000, qPrintable(QString::number(t.elapsed())));
+    }
+
+    // Providers: STARTTLS or TLS from the start, a login, the server's certificate checked.
+    void secured_data()
+    {
+        QTest::addColumn<QString>("server"); // %1: the port of the listener
+        QTest::addColumn<QString>("listener");
+        QTest::addColumn<QString>("login");
+        QTest::addColumn<QString>("ca"); // "ca", "other", a path, or "" for the system's store
+        QTest::addColumn<bool>("requireTls");
+        QTest::addColumn<QString>("expected"); // "" sent, or a part of the error text
+        const QString starttls = QStringLiteral("smtp://127.0.0.1:%1"), smtps = QStringLiteral("smtps://127.0.0.1:%1");
+        const QString untrusted = QStringLiteral("証明書を確認できません");
+        const QString denied = QStringLiteral("ログインを拒否しました");
+        const QString loginNeeded = QStringLiteral("ログインを求めています");
+        const QString noStarttls = QStringLiteral("暗号化 (STARTTLS) に応じない");
+        QTest::newRow("STARTTLS, login from the environment") << starttls << "starttls"
+                                                              << "env"
+                                                              << "ca" << false << "";
+        QTest::newRow("STARTTLS, login from ~/.netrc") << starttls << "starttls"
+                                                       << "netrc"
+                                                       << "ca" << false << "";
+        QTest::newRow("implicit TLS") << smtps << "smtps"
+                                      << "env"
+                                      << "ca" << false << "";
+        QTest::newRow("implicit TLS, ~/.netrc") << smtps << "smtps"
+                                                << "netrc"
+                                                << "ca" << false << "";
+        QTest::newRow("wrong password") << starttls << "starttls"
+                                        << "env:wrong"
+                                        << "ca" << false << denied;
+        QTest::newRow("wrong password in ~/.netrc") << smtps << "smtps"
+                                                    << "netrc:wrong"
+                                                    << "ca" << false << denied;
+        QTest::newRow("no login where one is needed") << starttls << "starttls"
+                                                      << ""
+                                                      << "ca" << false << loginNeeded;
+        QTest::newRow("host form never logs in") << "127.0.0.1:%1"
+                                                 << "starttls"
+                                                 << "env"
+                                                 << "ca" << true << loginNeeded;
+        QTest::newRow("system trust store") << starttls << "starttls"
+                                            << "env"
+                                            << "" << false << untrusted;
+        QTest::newRow("another CA") << starttls << "starttls"
+                                    << "env"
+                                    << "other" << false << untrusted;
+        QTest::newRow("name not in the certificate") << "smtp://localhost:%1"
+                                                     << "starttls"
+                                                     << "env"
+                                                     << "ca" << false << untrusted;
+        QTest::newRow("implicit TLS, another CA") << smtps << "smtps"
+                                                  << "env"
+                                                  << "other" << false << untrusted;
+        QTest::newRow("STARTTLS required, not offered") << starttls << "plain"
+                                                        << ""
+                                                        << "ca" << true << noStarttls;
+        QTest::newRow("login where STARTTLS is not offered")
+            << starttls << "plain"
+            << "env"
+            << "ca" << false << QStringLiteral("パスワードを送らずに中止しました");
+        QTest::newRow("implicit TLS to a plain server")
+            << smtps << "plain"
+            << "env"
+            << "ca" << false << QStringLiteral("暗号化通信を始められません");
+        QTest::newRow("implicit TLS, silent server") << smtps << "silent"
+                                                     << "env"
+                                                     << "ca" << false << QStringLiteral("時間内に応答しません");
+        QTest::newRow("~/.netrc others can read") << starttls << "starttls"
+                                                  << "netrc:0644"
+                                                  << "ca" << false << QStringLiteral("chmod 600");
+        QTest::newRow("user without password") << starttls << "starttls"
+                                               << "env:user"
+                                               << "ca" << false << QString::fromLatin1(clsBaSp::kPasswordVariable);
+        QTest::newRow("CA file missing") << starttls << "starttls"
+                                         << "env"
+                                         << "/nonexistent/ca.pem" << false << QStringLiteral("/nonexistent/ca.pem");
+    }
+    void secured()
+    {
+        QFETCH(QString, server);
+        QFETCH(QString, listener);
+        QFETCH(QString, login);
+        QFETCH(QString, ca);
+        QFETCH(bool, requireTls);
+        QFETCH(QString, expected);
+        setLogin(login);
+        mailtest::LocalPort silent(true);
+        const QString port = listener == QLatin1String("silent") ? QString::number(silent.port)
+                                                                 : sink_.server(listener).section(QLatin1Char(':'), 1);
+        clsBaSp mailer;
+        clsBaSp::Options o;
+        o.connectTimeout = 2;
+        o.totalTimeout = listener == QLatin1String("silent") ? 2 : 20;
+        o.caFile = ca == QLatin1String("ca") ? sink_.caFile() : ca == QLatin1String("other") ? sink_.otherCaFile() : ca;
+        o.requireTls = requireTls;
+        mailer.setOptions(o);
+        const QByteArray attachment = kCp932File;
+        const QString subject = QStringLiteral("【請求】三月分のご案内①");
+        const QString result = mailer.SendMail(
+            server.arg(port), QStringLiteral("tanaka@example.jp"), QStringLiteral("営業部 <sales@example.jp>"), subject,
+            QStringLiteral("本文"), QStringList{file("請求一括登録.txt", attachment)});
+        if (!expected.isEmpty()) {
+            QVERIFY2(result.contains(expected), qPrintable(result));
+            QCOMPARE(sink_.messages().size(), 0);
+            return;
+        }
+        QCOMPARE(result, QString());
+        const QJsonObject m = onlyMessage();
+        QCOMPARE(m["login"].toString(), mailtest::kSinkUser);
+        QVERIFY(m["tls"].toBool());
+        QCOMPARE(m["subject"].toString(), subject);
+        const QJsonArray attachments = m["attachments"].toArray();
+        QCOMPARE(attachments.size(), 1);
+        QCOMPARE(attachments[0].toObject()["filename"].toString(), QStringLiteral("請求一括登録.txt"));
+        QCOMPARE(QByteArray::fromBase64(attachments[0].toObject()["data"].toString().toLatin1()), attachment);
+    }
+
+    // The runner takes the same options and prints the result text; the login never goes on its command line.
+    void runner_data()
+    {
+        QTest::addColumn<QString>("server");
+        QTest::addColumn<QStringList>("options");
+        QTest::addColumn<QString>("login");
+        QTest::addColumn<int>("code");
+        QTest::addColumn<QString>("printed");
+        QTest::newRow("sent") << "smtp://" + sink_.server(QStringLiteral("starttls"))
+                              << QStringList{"--ca-file", sink_.caFile()} << "env" << 0 << "";
+        QTest::newRow("wrong password") << "smtps://" + sink_.server(QStringLiteral("smtps"))
+                                        << QStringList{"--ca-file", sink_.caFile()} << "env:wrong" << 1
+                                        << QStringLiteral("ログインを拒否しました");
+        QTest::newRow("untrusted certificate") << "smtp://" + sink_.server(QStringLiteral("starttls")) << QStringList{}
+                                               << "env" << 1 << QStringLiteral("証明書を確認できません");
+        QTest::newRow("TLS required") << sink_.server() << QStringList{"--require-tls"} << "" << 1
+                                      << QStringLiteral("STARTTLS");
+        QTest::newRow("named netrc missing")
+            << "smtp://" + sink_.server(QStringLiteral("starttls")) << QStringList{"--netrc", "/nonexistent/netrc"}
+            << "" << 1 << QStringLiteral("/nonexistent/netrc");
+    }
+    void runner()
+    {
+        QFETCH(QString, server);
+        QFETCH(QStringList, options);
+        QFETCH(QString, login);
+        QFETCH(int, code);
+        QFETCH(QString, printed);
+        setLogin(login);
+        QProcess batch;
+        batch.start(QStringLiteral(MAIL_BATCH),
+                    QStringList{"mail", "--server", server, "--to", "t@example.jp", "--from", "f@example.jp",
+                                "--subject", "件名", "--body", "本文"} +
+                        options);
+        QVERIFY(batch.waitForFinished(30000));
+        const QString out = QString::fromUtf8(batch.readAllStandardOutput());
+        QCOMPARE(batch.exitCode(), code);
+        if (printed.isEmpty())
+            QCOMPARE(out, QStringLiteral("\n"));
+        else
+            QVERIFY2(out.contains(printed), qPrintable(out));
+        QCOMPARE(sink_.messages().size(), code == 0 ? 1 : 0);
     }
 };
 

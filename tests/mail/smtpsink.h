@@ -1,7 +1,8 @@
 #pragma once
-// A local SMTP server for the mail tests (aiosmtpd with mail_sink.py), and ports where nobody answers.
+// A local SMTP server for the mail tests (mail_sink.py), and ports where nobody answers.
 #include <QDeadlineTimer>
 #include <QDir>
+#include <QHash>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
@@ -37,6 +38,10 @@ inline int closedPort()
     return LocalPort(false).port;
 }
 
+// The login the TLS listeners of the sink accept.
+inline const QString kSinkUser = QStringLiteral("shop@example.jp");
+inline const QString kSinkPassword = QStringLiteral("s3cret-パス");
+
 class SmtpSink {
 public:
     ~SmtpSink()
@@ -44,29 +49,31 @@ public:
         process_.kill();
         process_.waitForFinished(3000);
     }
-    // Starts the server on a free port; "" when it listens, otherwise why not.
-    QString start()
+    // Starts the server; with tls also its STARTTLS and implicit TLS listeners, which take mail only after the
+    // login. "" when it listens, otherwise why not.
+    QString start(bool tls = false)
     {
-        port_ = closedPort();
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("PYTHONPATH"), QStringLiteral(MAIL_SINK_DIR));
-        process_.setProcessEnvironment(env);
-        process_.setProcessChannelMode(QProcess::ForwardedChannels);
-        process_.start(QStringLiteral(MAIL_SINK_PYTHON),
-                       {"-m", "aiosmtpd", "-n", "-l", server(), "-c", "mail_sink.Sink", dir_.path()});
-        for (QDeadlineTimer t(10000); !t.hasExpired();) {
-            const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-            sockaddr_in a{AF_INET, htons(static_cast<uint16_t>(port_)), {htonl(INADDR_LOOPBACK)}, {}};
-            const bool up = ::connect(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0;
-            ::close(fd);
-            if (up)
-                return QString();
-            if (process_.waitForFinished(30) || process_.state() == QProcess::NotRunning)
-                return QStringLiteral("aiosmtpd ended (its messages are above)");
-        }
-        return QStringLiteral("aiosmtpd did not start listening");
+        QStringList args{QStringLiteral(MAIL_SINK_DIR "/mail_sink.py"), dir_.path()};
+        if (tls)
+            args << "--tls" << certs_.path() << "--login" << kSinkUser + QLatin1Char(':') + kSinkPassword;
+        process_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        process_.start(QStringLiteral(MAIL_SINK_PYTHON), args);
+        // The first line names the ports: "plain=N starttls=N smtps=N".
+        for (QDeadlineTimer t(20000); !t.hasExpired() && !process_.canReadLine();)
+            if (!process_.waitForReadyRead(100) && process_.state() == QProcess::NotRunning)
+                return QStringLiteral("the sink ended (its messages are above)");
+        for (const QString& item : QString::fromLatin1(process_.readLine().trimmed()).split(QLatin1Char(' ')))
+            ports_.insert(item.section(QLatin1Char('='), 0, 0), item.section(QLatin1Char('='), 1).toInt());
+        return ports_.value(QStringLiteral("plain")) ? QString() : QStringLiteral("the sink did not start listening");
     }
-    QString server() const { return QStringLiteral("127.0.0.1:%1").arg(port_); }
+    // "127.0.0.1:N" of a listener: "plain", "starttls" or "smtps".
+    QString server(const QString& listener = QStringLiteral("plain")) const
+    {
+        return QStringLiteral("127.0.0.1:%1").arg(ports_.value(listener));
+    }
+    // The CA that signed the listeners' certificate, and one that did not.
+    QString caFile() const { return certs_.filePath(QStringLiteral("ca.pem")); }
+    QString otherCaFile() const { return certs_.filePath(QStringLiteral("other-ca.pem")); }
     // The messages received since the last clear, oldest first, as mail_sink.py describes them.
     QList<QJsonObject> messages() const
     {
@@ -87,8 +94,9 @@ public:
 
 private:
     QTemporaryDir dir_;
+    QTemporaryDir certs_;
     QProcess process_;
-    int port_ = 0;
+    QHash<QString, int> ports_;
 };
 
 } // namespace mailtest

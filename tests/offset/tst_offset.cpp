@@ -210,8 +210,8 @@ void OffsetTest::saveAgainstLockedRow()
     test::ScriptedDialogs dialogs;
     Opened o(2, 7);
     o.dialog.txtTop->setText(QStringLiteral("  4.0"));
-    Locker lock(home_->backend());
-    QVERIFY(lock.ok());
+    auto lock = std::make_unique<Locker>(home_->backend());
+    QVERIFY(lock->ok());
     dialogs.expect(recordError(), answer::Ok);
     o.dialog.cmdOk->click();
     QVERIFY(dialogs.done());
@@ -219,13 +219,17 @@ void OffsetTest::saveAgainstLockedRow()
     QVERIFY(o.dialog.isVisible());
     QCOMPARE(o.dialog.txtTop->text(), QStringLiteral("  4.0"));
 
-    // The job itself: eleven attempts, then the one message.
+    // The job itself: eleven attempts against the held row, then the one message; one on a free row.
     OffsetJob job(2, 7);
-    Interaction ui;
+    test::RecordingInteraction ui;
     dialogs.expect(recordError(), answer::Ok);
     QVERIFY(!job.save(QStringLiteral("1"), QStringLiteral("2"), QStringLiteral("3"), ui));
     QCOMPARE(job.attempts(), 11);
     QVERIFY(dialogs.done());
+    lock.reset();
+    OffsetJob free(2, 7);
+    QVERIFY(free.save(QStringLiteral("1"), QStringLiteral("2"), QStringLiteral("3"), ui));
+    QCOMPARE(free.attempts(), 1);
 }
 
 QTEST_MAIN(OffsetTest)

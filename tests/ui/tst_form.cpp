@@ -5,8 +5,13 @@
 #include "app/home.h"
 #include "tests/support/testhome.h"
 #include "ui/form.h"
+#include "ui/forminteraction.h"
 
+#include <QApplication>
+#include <QLabel>
 #include <QLineEdit>
+#include <QProgressBar>
+#include <QTreeWidget>
 #include <QPushButton>
 #include <QTest>
 
@@ -54,6 +59,7 @@ class TstForm : public QObject {
     Q_OBJECT
 private slots:
     void loadBusyUnload();
+    void jobOnTheScreen();
 };
 
 void TstForm::loadBusyUnload()
@@ -61,12 +67,14 @@ void TstForm::loadBusyUnload()
     test::TestHome home;
     QVERIFY2(home.ok(), qPrintable(home.error()));
     QVERIFY(home.exec({"insert into member (code,name) values (1,'山田')"}));
-    fnPutIni(QStringLiteral("CvsRead"), QStringLiteral("ReadFile"), QStringLiteral("C:\\受信\\MT①.txt"), iniPath());
+    // a deep path: the system reads settings up to 1024 characters
+    const QString deep = QStringLiteral("C:\\受信\\") + QString(300, QLatin1Char('d')) + QStringLiteral("\\MT①.txt");
+    fnPutIni(QStringLiteral("CvsRead"), QStringLiteral("ReadFile"), deep, iniPath());
     QVERIFY(fnOpenDB(1));
 
     auto* form = new SampleForm;
     form->load();
-    QCOMPARE(form->txtFname->text(), QStringLiteral("C:\\受信\\MT①.txt"));
+    QCOMPARE(form->txtFname->text(), deep);
     QCOMPARE(form->members, 1L);
     QCOMPARE(home.scalar("select syori from operatlog where kubun=0"), form->windowTitle());
 
@@ -87,6 +95,47 @@ void TstForm::loadBusyUnload()
     QVERIFY(!gcnData); // the global connection is closed with the screen
     delete form;
     QCOMPARE(home.scalar("select count(*) from operatlog"), QStringLiteral("2")); // unload runs once
+}
+
+void TstForm::jobOnTheScreen()
+{
+    test::TestHome home;
+    QVERIFY2(home.ok(), qPrintable(home.error()));
+    test::ScriptedDialogs dialogs;
+    SampleForm form;
+    form.load();
+    QProgressBar bar;
+    QLabel status;
+    QTreeWidget list;
+    FormInteraction ui(&form, QStringLiteral("0000-0100-0000"), QStringLiteral("1001-1000-0001"), {&bar, &status, &list});
+    QVERIFY(!ui.requestCancel()); // F6 means nothing while no job runs
+
+    ui.lock(true);
+    QVERIFY(form.busy() && !form.txtFname->isEnabled() && enabled(form, "F6") && !enabled(form, "F1"));
+    QCOMPARE(QApplication::overrideCursor()->shape(), Qt::WaitCursor);
+    ui.progress(40);
+    ui.status(QStringLiteral("処理中・・・"));
+    ui.resultRow({QStringLiteral("○"), QStringLiteral("12")});
+    QCOMPARE(bar.value(), 40);
+    QCOMPARE(status.text(), QStringLiteral("処理中・・・"));
+    QCOMPARE(list.topLevelItemCount(), 1);
+    QCOMPARE(list.topLevelItem(0)->text(1), QStringLiteral("12"));
+
+    dialogs.expect(QStringLiteral("処理を中止します"), answer::No);
+    QVERIFY(ui.requestCancel());
+    QVERIFY(!ui.cancelRequested());
+    dialogs.expect(QStringLiteral("処理を中止します"), answer::Yes);
+    QVERIFY(ui.requestCancel());
+    QVERIFY(ui.cancelRequested());
+
+    ui.lock(false);
+    QVERIFY(!form.busy() && form.txtFname->isEnabled() && enabled(form, "F1") && !enabled(form, "F6"));
+    QVERIFY(!QApplication::overrideCursor());
+    ui.lock(true); // a new run starts without the old cancel
+    QVERIFY(!ui.cancelRequested());
+    ui.lock(false);
+    QVERIFY(dialogs.done());
+    form.done(0);
 }
 
 QTEST_MAIN(TstForm)
