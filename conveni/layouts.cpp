@@ -89,8 +89,6 @@ bool fnLoadCvsIni(const QString& code, qint16 kubun)
     num("ccvstenpo", l.ccvstenpo), num("cji", l.cji), num("chun", l.chun), num("csinen", l.csinen);
     num("csituki", l.csituki), num("csihi", l.csihi), pos("eanflag", l.eanflag), num("eancsv", l.eancsv);
     if (rs.isOpen()) rs.close();
-    // nothing else reads through the loader's connection: none is left open beyond the load
-    gclsDb->CloseDb();
     // a value that does not fit its place is a layout that cannot be used: the last good one stays
     if (!ok) return false;
     gCvsLayout = l;

@@ -39,24 +39,28 @@ std::optional<bool> PaymentPosting::paymentExists(qint32 denno, QString* error)
 
 bool PaymentPosting::postPayment(const QString& line, qint32 denno, qint32 nday, qint32 money, qint16 pcode)
 {
-    // The payment and its ledger line are one transaction: a run killed between them, or a ledger line that
-    // cannot be written, leaves neither, so that the record is posted whole by the next import.
+    // The payment and its ledger line go into one transaction, committed once the ledger attempts are over: a run
+    // killed between the two writes leaves neither, so the next import posts the record whole. A ledger line that
+    // cannot be written after its attempts does not undo the payment; the record is reported as failed.
     const std::shared_ptr<Connection> c = gcnData;
     QString e;
     const bool tx = c && c->begin(&e);
-    const bool ok = post(line, denno, nday, money, pcode);
-    if (tx) {
-        if (ok && !c->commit(&e)) {
-            error_ = e;
-            return false;
-        }
-        if (!ok)
-            (void)c->rollback(&e);
+    const Step step = post(line, denno, nday, money, pcode);
+    if (!tx)
+        return step == Step::Done;
+    if (step == Step::PaymentFailed) {
+        (void)c->rollback(&e);
+        return false;
     }
-    return ok;
+    if (!c->commit(&e)) {
+        error_ = e;
+        return false;
+    }
+    return step == Step::Done;
 }
 
-bool PaymentPosting::post(const QString& line, qint32 denno, qint32 nday, qint32 money, qint16 pcode)
+PaymentPosting::Step PaymentPosting::post(const QString& line, qint32 denno, qint32 nday, qint32 money,
+                                           qint16 pcode)
 {
     (void)line;
     error_.clear();
@@ -75,7 +79,7 @@ bool PaymentPosting::post(const QString& line, qint32 denno, qint32 nday, qint32
     RetryResult r = retrySilently(kAttempts, [&](QString* e) { return editRecordGlobal(payment, fillPayment, e); });
     if (!r.ok) {
         error_ = r.error;
-        return false;
+        return Step::PaymentFailed;
     }
 
     QString mcode;
@@ -84,9 +88,10 @@ bool PaymentPosting::post(const QString& line, qint32 denno, qint32 nday, qint32
         fnOpenRs(rs, Sql("select mcode from jyuden where denno=") + Sql::n(denno), false, 1);
         if (!rs.isOpen()) {
             error_ = QStringLiteral("select mcode from jyuden");
-            return false;
+            return Step::LedgerFailed;
         }
-        if (rs.eof()) return true; // the payment stands without a ledger line
+        if (rs.eof())
+            return Step::Done; // the payment stands without a ledger line
         mcode = fnGetFields(rs, QStringLiteral("mcode"));
     }
     const Sql ledger = Sql("select * from cdai where ") + "mcode = " + Sql::q(mcode) + " and " +
@@ -101,9 +106,9 @@ bool PaymentPosting::post(const QString& line, qint32 denno, qint32 nday, qint32
     r = retrySilently(kAttempts, [&](QString* e) { return editRecordGlobal(ledger, fillLedger, e); });
     if (!r.ok) {
         error_ = r.error;
-        return false;
+        return Step::LedgerFailed;
     }
-    return true;
+    return Step::Done;
 }
 
 } // namespace pel

@@ -20,14 +20,16 @@ public:
 
     // Whether inmoney holds a row of the order on any date; nullopt with the engine's text when it cannot tell.
     std::optional<bool> paymentExists(qint32 denno, QString* error);
-    // inmoney and, when the order exists, its cdai line, together on the global connection. False (and neither
-    // written) after the last attempt.
+    // inmoney and, when the order exists, its cdai line, in one transaction on the global connection. False when
+    // either write failed after its attempts: a failed payment leaves nothing, a failed ledger line leaves the
+    // payment written.
     bool postPayment(const QString& line, qint32 denno, qint32 nday, qint32 money, qint16 pcode);
     // The last failure of postPayment.
     const QString& lastError() const { return error_; }
 
 private:
-    bool post(const QString& line, qint32 denno, qint32 nday, qint32 money, qint16 pcode);
+    enum class Step { Done, PaymentFailed, LedgerFailed };
+    Step post(const QString& line, qint32 denno, qint32 nday, qint32 money, qint16 pcode);
     int waitMs_;
     clsDbClass check_;
     bool checkOpen_ = false;

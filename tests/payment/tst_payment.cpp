@@ -113,6 +113,7 @@ private slots:
     void refusals();
     void lineEnds_data();
     void lineEnds();
+    void postingFailure_data();
     void postingFailure();
     void postingEditsOneRow();
     void cancelledAndRunAgain();
@@ -184,6 +185,8 @@ void PaymentTest::layoutLoad()
 {
     gCvsLayout = CvsLayout{};
     QVERIFY(fnLoadCvsIni(QStringLiteral("908997"), 0));
+    // the loader's connection stays open for whoever reads through it next
+    QVERIFY(gclsDb && gclsDb->connection() && gclsDb->connection()->isOpen());
     const CvsLayout fixed = gCvsLayout;
     QCOMPARE(fixed.dno1, (LayoutPos{4, 14}));
     QCOMPARE(fixed.sokum, (LayoutPos{8, 10}));
@@ -514,24 +517,59 @@ void PaymentTest::lineEnds()
     QCOMPARE(r.job.run({path, 0, 0}), PaymentImportJob::Result::Refused);
 }
 
+// A table that refuses every write, as a record held beyond the attempts would.
+QStringList refuseWrites(Backend backend, const QString& table)
+{
+    if (backend == Backend::Postgres)
+        return {QStringLiteral("CREATE FUNCTION refuse_%1() RETURNS trigger AS 'BEGIN RAISE EXCEPTION ''held''; END' "
+                               "LANGUAGE plpgsql")
+                    .arg(table),
+                QStringLiteral("CREATE TRIGGER refuse_%1 BEFORE INSERT OR UPDATE ON %1 FOR EACH ROW EXECUTE FUNCTION "
+                               "refuse_%1()")
+                    .arg(table)};
+    return {QStringLiteral("CREATE TRIGGER refuse_%1 BEFORE INSERT ON %1 BEGIN SELECT RAISE(ABORT, 'held'); END")
+                .arg(table)};
+}
+
+void PaymentTest::postingFailure_data()
+{
+    QTest::addColumn<QString>("refused");
+    QTest::addColumn<qint64>("payments");
+    // the payment refused: nothing is left; the ledger line refused: the payment stays and the record is listed
+    // as failed (the next import reports it as paid)
+    QTest::newRow("payment refused") << "inmoney" << qint64(0);
+    QTest::newRow("ledger line refused") << "cdai" << qint64(1);
+    // a real lock held by another connection: on SQLite the database's write lock stops the payment already, on
+    // PostgreSQL the held ledger line stops the ledger write
+    QTest::newRow("held by another connection") << "" << qint64(backendUnderTest() == Backend::Postgres ? 1 : 0);
+}
+
 void PaymentTest::postingFailure()
 {
+    QFETCH(QString, refused);
+    QFETCH(qint64, payments);
     const QString path = inputFile(*home_, QStringLiteral("MT.txt"),
                                    cp932Lines({fwHeader(), fwRecord("01", 1001, 5000), fwTrailer(1, 5000, 0, 0)}));
-    if (home_->backend() == Backend::Postgres) // a ledger line of that order and date that another program holds
+    if (!refused.isEmpty())
+        QVERIFY(home_->exec(refuseWrites(home_->backend(), refused)));
+    else if (home_->backend() == Backend::Postgres) // a ledger line of that order and date that another program holds
         QVERIFY(home_->exec({"INSERT INTO cdai (mcode,day,kubun,denno,line) VALUES ('101',20240510,3,1001,1)"}));
     ScriptedDialogs d;
     expectFullRun(d, 0);
     Run r;
     {
-        Locker lock(home_->backend());
-        QVERIFY(lock.ok());
+        std::unique_ptr<Locker> lock;
+        if (refused.isEmpty()) {
+            lock = std::make_unique<Locker>(home_->backend());
+            QVERIFY(lock->ok());
+        }
         QCOMPARE(r.job.run({path, 0, 0}), PaymentImportJob::Result::Done);
     }
     QCOMPARE(r.ui.rows.value(0).value(0), QStringLiteral("×：記録中にエラーが発生しました"));
     QCOMPARE(r.totals(), (Totals{0, 0, 1, 5000, 0, 0, 1, 5000, 0, 0}));
-    // neither the payment nor its ledger line: the next import posts it whole
-    QCOMPARE(count("select count(*) from inmoney where denno = 1001"), 0);
+    QCOMPARE(count("select count(*) from inmoney where denno = 1001"), payments);
+    QCOMPARE(count("select count(*) from cdai where denno = 1001 and mcode = '101' and day = 20240510"),
+             refused.isEmpty() && home_->backend() == Backend::Postgres ? 1 : 0);
 }
 
 void PaymentTest::postingEditsOneRow()
