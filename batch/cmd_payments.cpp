@@ -3,6 +3,7 @@
 #include "batch/command.h"
 #include "batch/interaction.h"
 #include "conveni/importjob.h"
+#include "conveni/rptcvsmtprint.h"
 
 #include <QDate>
 #include <QJsonArray>
@@ -10,6 +11,26 @@
 
 namespace pel::batch {
 namespace {
+
+// The runner's interaction, keeping the rows as well for the report.
+class KeepRows final : public Interaction {
+public:
+    explicit KeepRows(Interaction& inner) : inner_(inner) {}
+    void lock(bool on) override { inner_.lock(on); }
+    void progress(int percent) override { inner_.progress(percent); }
+    void status(const QString& text) override { inner_.status(text); }
+    void yieldOnce() override { inner_.yieldOnce(); }
+    void resultRow(const QStringList& row) override
+    {
+        rows << row;
+        inner_.resultRow(row);
+    }
+    bool cancelRequested() override { return inner_.cancelRequested(); }
+    QList<QStringList> rows;
+
+private:
+    Interaction& inner_;
+};
 
 int run(Context& ctx)
 {
@@ -46,8 +67,6 @@ int run(Context& ctx)
         return ctx.usage(QStringLiteral("import-payments: FILE is missing"));
     if (report.isEmpty() != group.isEmpty())
         return ctx.usage(QStringLiteral("import-payments: --report and --group go together"));
-    if (!report.isEmpty())
-        return ctx.usage(QStringLiteral("import-payments: --report is not available in this runner yet"));
 
     if (!fnOpenDB(1))
         return Stopped;
@@ -57,8 +76,9 @@ int run(Context& ctx)
         fnCloseDB(1);
         return Stopped;
     }
-    CommandInteraction ui(ctx.json ? nullptr : &ctx.out);
-    PaymentImportJob job(db, ui);
+    CommandInteraction runner(ctx.json ? nullptr : &ctx.out);
+    KeepRows ui(runner);
+    PaymentImportJob job(db, report.isEmpty() ? static_cast<Interaction&>(runner) : ui);
     const auto result = job.run({file, haveDate ? PaymentImportJob::ScreenDate : PaymentImportJob::RecordDate,
                                  screenDate});
     QJsonArray totals;
@@ -70,16 +90,22 @@ int run(Context& ctx)
     if (!ctx.json)
         ctx.out << totalTexts.join(QLatin1Char('\t')) << Qt::endl;
     QJsonArray rows;
-    for (const QStringList& r : ui.rows())
+    for (const QStringList& r : runner.rows())
         rows.append(QJsonArray::fromStringList(r));
     ctx.summary(QJsonObject{{"rows", rows}, {"totals", totals}, {"posted", static_cast<double>(job.posted())}});
     db.CloseDb();
     fnCloseDB(1);
+    // the report of the rows listed, whatever the outcome (a refused file gives an empty list), as the screen's
+    // buttons would print it
+    if (!report.isEmpty() && !rptCVSMTPrint(CvsMtReportData::build(ui.rows, group.toInt())).savePdf(report)) {
+        ctx.err << QStringLiteral("import-payments: cannot write %1").arg(report) << Qt::endl;
+        return Stopped;
+    }
     return result == PaymentImportJob::Result::Done ? Done : Stopped;
 }
 
 const Registrar reg{{"import-payments", "import-payments FILE [--screen-date YYYYMMDD] [--report PDF --group 0|1|2|3]",
-                     &run}};
+                     &run, true}};
 
 } // namespace
 } // namespace pel::batch

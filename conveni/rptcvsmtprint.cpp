@@ -25,9 +25,10 @@ struct Column {
     bool right;
 };
 // 区分, 入金日, 伝票金額, 読込金額, 伝票番号, 顧客コード, 顧客氏名, the outcome text
-const Column kColumns[] = {{u"区分", 16, false},     {u"入金日", 24, false},    {u"伝票金額", 26, true},
-                           {u"読込金額", 26, true},  {u"伝票番号", 24, true},   {u"顧客コード", 24, false},
-                           {u"顧客氏名", 62, false}, {u"エラー内容", 75, false}};
+// the outcome text takes what is left of the line
+const Column kColumns[] = {{u"区分", 16, false},     {u"入金日", 24, false},    {u"伝票金額", 24, true},
+                           {u"読込金額", 24, true},  {u"伝票番号", 22, true},   {u"顧客コード", 24, false},
+                           {u"顧客氏名", 56, false}, {u"エラー内容", 0, false}};
 
 QString cell(const CvsMtReportRow& r, int column)
 {
@@ -87,7 +88,10 @@ int rptCVSMTPrint::render(QPagedPaintDevice* device) const
     const auto row = [&](double y, const QStringList& texts) {
         double x = kMargin;
         for (int c = 0; c < 8; ++c) {
-            const QRectF r = at(x + 1, y, kColumns[c].width - 2, kRowHeight);
+            const double width = kColumns[c].width > 0 ? kColumns[c].width : pageW - kMargin - x;
+            // a text column after a number column keeps clear of its digits
+            const double indent = c > 0 && kColumns[c - 1].right && !kColumns[c].right ? 5 : 1;
+            const QRectF r = at(x + indent, y, width - indent - 1, kRowHeight);
             const QString t = QFontMetricsF(p.font()).elidedText(texts.value(c), Qt::ElideRight, r.width());
             p.drawText(r, Qt::AlignVCenter | (kColumns[c].right ? Qt::AlignRight : Qt::AlignLeft), t);
             x += kColumns[c].width;

@@ -121,6 +121,7 @@ private slots:
     void backupCopy();
     void runnerKilledAndRunAgain();
     void runner();
+    void runnerReport();
 
 private:
     qint64 count(const QString& select) { return home_->scalar(select).toLongLong(); }
@@ -712,6 +713,28 @@ void PaymentTest::runner()
     QVERIFY(QString::fromUtf8(err).contains(QStringLiteral("読込済みデータです")));
     QCOMPARE(batch({"import-payments", path, "--screen-date", "20241301"}, &out, &err), 2);
     QCOMPARE(batch({"import-payments", path, "--group", "1"}, &out, &err), 2);
+}
+
+void PaymentTest::runnerReport()
+{
+    const QString path = inputFile(*home_, QStringLiteral("MT.txt"), cp932Lines(fwBasic()));
+    const QString pdf = home_->file(QStringLiteral("正常.pdf"));
+    QProcess p;
+    p.start(QStringLiteral(PEL008_BATCH), {"--yes", "import-payments", path, "--report", pdf, "--group", "0"});
+    QVERIFY(p.waitForFinished(60000));
+    QCOMPARE(p.exitCode(), 0);
+    QVERIFY(QFileInfo(pdf).size() > 0);
+    QProcess fonts;
+    fonts.start(QStringLiteral("pdffonts"), {pdf});
+    if (!fonts.waitForFinished(20000)) QSKIP("pdffonts is not installed");
+    const QString out = QString::fromUtf8(fonts.readAllStandardOutput());
+    QVERIFY2(out.contains(QStringLiteral("IPAexGothic")) && out.contains(QStringLiteral(" yes ")), qPrintable(out));
+    // a report that cannot be written stops the runner with its reason
+    p.start(QStringLiteral(PEL008_BATCH),
+            {"--yes", "import-payments", path, "--report", home_->file("no/such/folder/r.pdf"), "--group", "1"});
+    QVERIFY(p.waitForFinished(60000));
+    QCOMPARE(p.exitCode(), 1);
+    QVERIFY(QString::fromUtf8(p.readAllStandardError()).contains(QStringLiteral("cannot write")));
 }
 
 QTEST_GUILESS_MAIN(PaymentTest)
