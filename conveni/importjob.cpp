@@ -6,6 +6,7 @@
 #include "app/runtimeerror.h"
 #include "app/startup.h"
 #include "conveni/layouts.h"
+#include "conveni/mtrecord.h"
 #include "conveni/posting.h"
 #include "ui/textrules.h"
 
@@ -22,11 +23,6 @@ namespace
 double num(const QString& text)
 {
     return fnToNum(text, true, false);
-}
-
-bool paid(const QString& code)
-{
-    return code == QLatin1String("01") || code == QLatin1String("12") || code == QLatin1String("22");
 }
 
 const QString kNoOrder = QStringLiteral("×：受注伝票がありません");
@@ -80,7 +76,9 @@ QString PaymentImportJob::formatAmount(double value)
 
 qint64 PaymentImportJob::total(int index) const
 {
-    return static_cast<qint64>(num(fnDelStr(totals_[static_cast<size_t>(index)], QStringLiteral(","))));
+    // a caption beyond 64 bits (a layout that cuts a very long amount) reads as the largest count
+    const double v = num(fnDelStr(totals_[static_cast<size_t>(index)], QStringLiteral(",")));
+    return v < 9.2e18 ? static_cast<qint64>(v) : std::numeric_limits<qint64>::max();
 }
 
 void PaymentImportJob::resetTotals()
@@ -106,19 +104,6 @@ void PaymentImportJob::refuse(const QString& text, int style)
     closeFiles();
     ui_->messageBox(text, style, kTitle);
     throw Stop{};
-}
-
-qint32 PaymentImportJob::toLong(double value) const
-{
-    const double r = std::nearbyint(value); // halves to even
-    if (!(r >= std::numeric_limits<qint32>::min() && r <= std::numeric_limits<qint32>::max())) throw BadRecord{};
-    return static_cast<qint32>(r);
-}
-
-QString PaymentImportJob::field(const QStringList& fields, qint16 number) const
-{
-    if (number < 0 || number >= fields.size()) throw BadRecord{};
-    return fields.at(number);
 }
 
 PaymentImportJob::Result PaymentImportJob::run(const Input& input)
@@ -178,45 +163,25 @@ PaymentImportJob::Result PaymentImportJob::run(const Input& input)
 
 void PaymentImportJob::detect()
 {
-    QString first;
-    switch (file_.next(&first)) {
-    case MtFile::Status::Error:
+    const MtDetection d = detectMt(file_, agency_);
+    switch (d.kind) {
+    case MtDetection::Error:
         refuse(file_.message(), mb::OkOnly | mb::Critical);
-    case MtFile::Status::End:
+    case MtDetection::Empty:
         closeFiles();
         ui_->msg(QStringLiteral("ﾃﾞｰﾀなし"));
         throw Stop{};
-    case MtFile::Status::Line:
+    case MtDetection::Head:
+        refuse(QStringLiteral("現在おまかせ袋のデーターフォーマットには、対応してません。\r\n\r\n"
+                              "標準フォーマットを指定してください。"),
+               mb::OkOnly | mb::Critical);
+    case MtDetection::Found:
         break;
     }
-    if (first.contains(u',')) {
-        comma_ = 1;
-        agency_ = QStringLiteral("929023");
-    } else {
-        comma_ = 0;
-        if (file_.atEnd() && first.startsWith(QLatin1String("HEAD")))
-            refuse(QStringLiteral("現在おまかせ袋のデーターフォーマットには、対応してません。\r\n\r\n"
-                                  "標準フォーマットを指定してください。"),
-                   mb::OkOnly | mb::Critical);
-        QString line;
-        MtFile::Status st;
-        while ((st = file_.next(&line)) == MtFile::Status::Line) {
-            if (!line.startsWith(u'2')) continue;
-            // the first data record names the agency; a file that names none keeps the last run's
-            const QString at18 = line.mid(17, 5);
-            if (at18 == QLatin1String("08997"))
-                agency_ = QStringLiteral("908997");
-            else if (at18 == QLatin1String("59951"))
-                agency_ = QStringLiteral("959951");
-            else if (at18 == QLatin1String("08082"))
-                agency_ = QStringLiteral("908082");
-            else if (line.mid(20, 6) == QLatin1String("929023"))
-                agency_ = QStringLiteral("929023");
-            break;
-        }
-        if (st == MtFile::Status::Error) refuse(file_.message(), mb::OkOnly | mb::Critical);
-    }
-    if (!fnLoadCvsIni(agency_, comma_)) refuse(QStringLiteral("基本情報がありません"), mb::OkOnly | mb::Exclamation);
+    comma_ = d.comma;
+    agency_ = d.agency;
+    if (!fnLoadCvsIni(agency_, comma_))
+        refuse(QStringLiteral("基本情報がありません"), mb::OkOnly | mb::Exclamation);
 }
 
 void PaymentImportJob::pass1()
@@ -224,10 +189,8 @@ void PaymentImportJob::pass1()
     file_.close();
     if (!file_.open(in_.fileName)) throw Failure{QStringLiteral("ファイルオープンに失敗しました！")};
     if (listCleared) listCleared();
-    const CvsLayout& l = gCvsLayout;
     bool postal = false;
-    qint64 sokuk = 0, torik = 0;
-    double sokum = 0, torim = 0;
+    double sokuk = 0, sokum = 0, torik = 0, torim = 0;
     QString line;
     MtFile::Status st;
     while ((st = file_.next(&line)) == MtFile::Status::Line) {
@@ -239,32 +202,33 @@ void PaymentImportJob::pass1()
         if (line.trimmed() == QStringLiteral("読込済"))
             refuse(QStringLiteral("読込済みデータです"), mb::OkOnly | mb::Information);
         ++lineCount_;
-        if (comma_ != 0) continue;
-        const QString code = line.mid(1, 2);
-        if (code == QLatin1String("12") || code == QLatin1String("22")) postal = true;
-        if (line.startsWith(u'2')) {
-            if (paid(code)) {
-                addTotal(6, 1);
-                addTotal(7, num(fnItem(line, l.money)));
-            } else if (code == QLatin1String("03")) {
-                addTotal(8, 1);
-                addTotal(9, num(fnItem(line, l.money)));
-            }
-        } else if (line.startsWith(u'8')) {
-            sokuk += std::llround(num(fnItem(line, l.sokuk)));
-            sokum += num(fnItem(line, l.sokum));
-            if (postal) { // postal transfers are counted apart at columns 50 and 56
-                sokuk += std::llround(num(line.mid(49, 6)));
-                sokum += num(line.mid(55, 10));
-            }
-            torik += std::llround(num(fnItem(line, l.torik)));
-            torim += num(fnItem(line, l.torim));
+        if (comma_ != 0)
+            continue;
+        const MtSumLine sum = readSumLine(line, gCvsLayout, &postal);
+        switch (sum.kind) {
+        case MtSumLine::Paid:
+            addTotal(6, 1);
+            addTotal(7, sum.amount);
+            break;
+        case MtSumLine::Cancel:
+            addTotal(8, 1);
+            addTotal(9, sum.amount);
+            break;
+        case MtSumLine::Trailer: // several trailers add up
+            sokuk += sum.sokuk;
+            sokum += sum.sokum;
+            torik += sum.torik;
+            torim += sum.torim;
+            break;
+        case MtSumLine::Other:
+            break;
         }
     }
     if (st == MtFile::Status::Error) refuse(file_.message(), mb::OkOnly | mb::Critical);
     if (file_.looksUtf8()) refuse(MtFile::utf8Message(), mb::OkOnly | mb::Critical);
     if (comma_ == 0 &&
-        (total(6) != sokuk || total(7) != std::llround(sokum) || total(8) != torik || total(9) != std::llround(torim)))
+        (static_cast<double>(total(6)) != sokuk || total(7) != std::llround(sokum) ||
+         static_cast<double>(total(8)) != torik || total(9) != std::llround(torim)))
         refuse(QStringLiteral("データ合計とトレーラー合計が違います。"), mb::OkOnly);
 }
 
@@ -303,74 +267,28 @@ void PaymentImportJob::addRow(const QString& code, qint32 nday, double orderTota
 
 void PaymentImportJob::record(const QString& line)
 {
-    const CvsLayout& l = gCvsLayout;
-    qint32 nday = 0, amount = 0, denno = 0;
+    const MtRecord r = readRecord(line, comma_, gCvsLayout, agency_, in_.dateKind, in_.screenDate);
+    const QString& code = r.code;
+    const qint32 nday = r.nday, amount = r.amount, denno = r.denno;
     double orderTotal = 0;
-    QString mcode, mname, code;
-    QStringList f;
-    if (comma_ == 0) {
-        if (!line.startsWith(u'2')) return;
-        code = line.mid(1, 2);
-        if (code == QLatin1String("02")) return;
-    } else {
-        const qint16 n = fnSplitQuoted(line, f, QStringLiteral(","));
-        if (n == -1) return;
-        const QString c = f.value(1);
-        code = c.isEmpty() ? QStringLiteral("0 ") : c.size() == 1 ? QLatin1Char('0') + c : c.right(2);
-        if (!paid(code) && code != QLatin1String("03")) return;
-        if (f.size() > 4 && f[4].startsWith(QLatin1String("EAN"))) f[4].remove(0, 3);
-    }
-    const auto item = [&](LayoutPos pos, qint16 fieldNo) {
-        return comma_ == 0 ? fnItem(line, pos) : fnItem(field(f, fieldNo), pos);
-    };
-    try {
-        if (l.fcd.has()) {
-            QString agency = item(l.fcd, l.cfcd);
-            if (agency.size() == 5) agency.prepend(u'9');
-            if (l.scd.has()) (void)item(l.scd, l.cscd);
-            if (agency != agency_) {
-                addTotal(2, 1);
-                addTotal(3, num(fnItem(line, l.money))); // from the whole line, in both formats
-                outcome_ = QStringLiteral("×：ﾌｧｲﾅﾝｽｺｰﾄﾞｴﾗｰ");
-                addRow(code, 0, 0, 0, 0, QString(), QString());
-                return;
-            }
-        } else if (l.scd.has()) {
-            (void)item(l.scd, l.cscd);
-        }
-        if (l.cvscode.has()) (void)item(l.cvscode, l.ccvscode);
-
-        if (in_.dateKind == RecordDate) {
-            if (comma_ == 0) {
-                nday = toLong(num(fnItem(line, l.nen) + fnItem(line, l.tuki) + fnItem(line, l.hi)));
-            } else {
-                nday = toLong(num(item(l.nen, l.cnen)) * 10000);
-                nday = toLong(nday + num(item(l.tuki, l.ctuki)) * 100);
-                nday = toLong(nday + num(item(l.hi, l.chi)));
-            }
-        } else if (comma_ == 0) {
-            nday = in_.screenDate;
-        } // the comma-separated format takes no date from the screen: it stays 0
-
-        amount = toLong(num(item(l.money, l.cmoney)));
-        if (l.dno2.has()) {
-            if (comma_ == 0)
-                denno = toLong(num(fnItem(line, l.dno1) + fnItem(line, l.dno2)));
-            else
-                denno = toLong(num(item(l.dno1, l.cdno1).trimmed() + item(l.dno2, l.cdno2)));
-        } else {
-            denno = toLong(num(item(l.dno1, l.cdno1)));
-        }
-        if (comma_ != 0) {
-            (void)field(f, l.cidno);
-            (void)field(f, l.cbun);
-        }
-    } catch (const BadRecord&) {
+    QString mcode, mname;
+    switch (r.kind) {
+    case MtRecord::Skip:
+        return;
+    case MtRecord::AgencyError:
+        addTotal(2, 1);
+        addTotal(3, r.agencyErrorAmount);
+        outcome_ = QStringLiteral("×：ﾌｧｲﾅﾝｽｺｰﾄﾞｴﾗｰ");
+        addRow(code, 0, 0, 0, 0, QString(), QString());
+        return;
+    case MtRecord::Bad:
         outcome_ = QStringLiteral("×：読込データに誤りがあります");
         addTotal(code == QLatin1String("03") ? 4 : 2, 1);
         addTotal(code == QLatin1String("03") ? 5 : 3, amount);
         addRow(code, nday, 0, amount, denno, QString(), QString());
         return;
+    case MtRecord::Data:
+        break;
     }
 
     Recordset rs;
@@ -379,7 +297,7 @@ void PaymentImportJob::record(const QString& line)
         throw Failure{db_.ErrMsg()};
     if (rs.eof()) {
         outcome_ = kNoOrder;
-        if (paid(code)) {
+        if (isPaidCode(code)) {
             addTotal(2, 1);
             addTotal(3, amount);
         } else if (code == QLatin1String("03")) {
@@ -410,7 +328,7 @@ void PaymentImportJob::record(const QString& line)
                                                     : QStringLiteral("△：金額に相違があります");
     };
     if (*exists) {
-        if (paid(code)) {
+        if (isPaidCode(code)) {
             addTotal(2, 1);
             addTotal(3, amount);
             outcome_ = QStringLiteral("×：入金伝票が存在します");

@@ -74,14 +74,10 @@ public:
 private:
     struct Stop {
     }; // a refusal already shown
-    struct BadRecord {
-    };               // a record whose items cannot be read (a missing field, a number too large)
     struct Failure { // an engine or file error part-way
         QString text;
     };
     [[noreturn]] void refuse(const QString& text, int style);
-    qint32 toLong(double value) const;
-    QString field(const QStringList& fields, qint16 number) const;
     void addRow(const QString& code, qint32 nday, double orderTotal, qint32 amount, qint32 denno, const QString& mcode,
                 const QString& mname);
     void detect();
