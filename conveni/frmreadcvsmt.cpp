@@ -90,9 +90,17 @@ frmReadCVSMT::frmReadCVSMT(QWidget* parent) : Form(parent)
     ListView->setHeaderLabels({QStringLiteral("結果"), QStringLiteral("区分"), QStringLiteral("入金日"),
                                QStringLiteral("伝票金額"), QStringLiteral("読込金額"), QStringLiteral("伝票番号"),
                                QStringLiteral("顧客コード"), QStringLiteral("顧客氏名")});
-    const int widths[] = {250, 60, 90, 90, 90, 80, 80, 160};
+    // the outcome text whole, the amounts right-aligned
+    const int widths[] = {330, 50, 85, 80, 80, 80, 75, 160};
     for (int i = 0; i < 8; ++i)
         ListView->setColumnWidth(i, widths[i]);
+    for (const int c : {3, 4})
+        ListView->headerItem()->setTextAlignment(c, Qt::AlignRight | Qt::AlignVCenter);
+    connect(ListView->model(), &QAbstractItemModel::rowsInserted, this, [this](const QModelIndex&, int first, int last) {
+        for (int r = first; r <= last; ++r)
+            for (const int c : {3, 4})
+                ListView->topLevelItem(r)->setTextAlignment(c, Qt::AlignRight | Qt::AlignVCenter);
+    });
     outer->addWidget(ListView, 1);
 
     // the four frames: 正常 (0, 1), エラー (2, 3), 取消 (4, 5), 合計 (6..9)
