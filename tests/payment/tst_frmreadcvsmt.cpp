@@ -5,7 +5,10 @@
 #include "tests/payment/fixtures.h"
 #include "ui/dateentry.h"
 
+#include <QApplication>
 #include <QComboBox>
+#include <QDialog>
+#include <QPrintPreviewWidget>
 #include <QLabel>
 #include <QLineEdit>
 #include <QProcess>
@@ -29,6 +32,10 @@ private slots:
     void reportGroups_data();
     void reportGroups();
     void reportPdf();
+    void previewKeys();
+    void reportButtons();
+    void fileChoice_data();
+    void fileChoice();
 
 private:
     std::unique_ptr<TestHome> home_;
@@ -203,6 +210,143 @@ void ReadCvsMtTest::reportPdf()
     QVERIFY(info.waitForFinished(20000));
     QVERIFY2(QString::fromUtf8(info.readAllStandardOutput()).contains(QRegularExpression("Pages:\\s+4")),
              "four pages of 23 lines expected");
+}
+
+void ReadCvsMtTest::previewKeys()
+{
+    QList<QStringList> list;
+    for (int i = 0; i < 70; ++i) // four pages
+        list << QStringList{"×：受注伝票がありません", "速報", "2024/05/10", "", "1,000", QString::number(5000 + i), "",
+                            ""};
+    const rptCVSMTPrint report(CvsMtReportData::build(list, 3), QDate(2024, 5, 12));
+    QString problem = QStringLiteral("no preview shown");
+    bool closedByF12 = false;
+    auto* timer = new QTimer(this);
+    connect(timer, &QTimer::timeout, this, [&] {
+        auto* dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());
+        if (!dialog || dialog->objectName() != QLatin1String("rptCVSMTPrint"))
+            return;
+        timer->stop();
+        QApplication::setActiveWindow(dialog);
+        auto* view = dialog->findChild<QPrintPreviewWidget*>(QStringLiteral("view"));
+        auto* box = dialog->findChild<QLineEdit*>(QStringLiteral("pageBox"));
+        problem.clear();
+        const auto expectPage = [&](const char* step, int page) {
+            if (problem.isEmpty() && view->currentPage() != page)
+                problem = QStringLiteral("%1: page %2, expected %3").arg(step).arg(view->currentPage()).arg(page);
+        };
+        const auto key = [&](int k, Qt::KeyboardModifiers m = Qt::NoModifier) {
+            QTest::keyClick(dialog, static_cast<Qt::Key>(k), m);
+        };
+        if (view->pageCount() != 4)
+            problem = QStringLiteral("%1 pages").arg(view->pageCount());
+        expectPage("opened", 1);
+        key(Qt::Key_F3);
+        expectPage("F3 on the first page", 1);
+        key(Qt::Key_F2);
+        expectPage("F2", 2);
+        key(Qt::Key_F2), key(Qt::Key_F2), key(Qt::Key_F2);
+        expectPage("F2 on the last page", 4);
+        key(Qt::Key_F3);
+        expectPage("F3", 3);
+        box->setText(QStringLiteral("1"));
+        QTest::keyClick(box, Qt::Key_Return);
+        expectPage("page box 1", 1);
+        box->setText(QStringLiteral("9"));
+        QTest::keyClick(box, Qt::Key_Return);
+        expectPage("page box beyond the last", 1);
+        box->setText(QStringLiteral("4"));
+        QTest::keyClick(box, Qt::Key_Return);
+        expectPage("page box 4", 4);
+        const qreal zoom = view->zoomFactor();
+        key(Qt::Key_F9);
+        if (problem.isEmpty() && !(view->zoomFactor() < zoom))
+            problem = QStringLiteral("F9 did not zoom out");
+        key(Qt::Key_F9, Qt::ShiftModifier);
+        key(Qt::Key_F9, Qt::ShiftModifier);
+        if (problem.isEmpty() && !(view->zoomFactor() > zoom))
+            problem = QStringLiteral("Shift+F9 did not zoom in");
+        key(Qt::Key_F12);
+        closedByF12 = !dialog->isVisible();
+        if (dialog->isVisible())
+            dialog->reject();
+    });
+    timer->start(20);
+    report.preview(nullptr);
+    QVERIFY2(problem.isEmpty(), qPrintable(problem));
+    QVERIFY(closedByF12);
+}
+
+void ReadCvsMtTest::reportButtons()
+{
+    // each frame's 確認 previews its own group of the list
+    ScriptedDialogs d;
+    frmReadCVSMT form;
+    form.load();
+    form.show();
+    const QList<QStringList> rows{{"○：正常に読込ました", "速報", "2024/05/10", "5,000", "5,000", "1001", "101", "山田 太郎"},
+                                  {"×：取消データです。　入金処理で調整してください。", "取消", "2024/05/10", "2,000",
+                                   "2,000", "1005", "101", "山田 太郎"}};
+    for (const QStringList& r : rows)
+        form.ListView->addTopLevelItem(new QTreeWidgetItem(r));
+    const QString titles[] = {"（正常）", "（エラー）", "（取消）", "（合計）"};
+    for (int group = 0; group < 4; ++group) {
+        QString title;
+        QTimer::singleShot(50, &form, [&] {
+            if (auto* dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget())) {
+                title = dialog->windowTitle();
+                dialog->reject();
+            }
+        });
+        form.cmdPreview[static_cast<size_t>(group)]->click();
+        QCOMPARE(title, QStringLiteral("コンビニＭＴ入金データ読込一覧表") + titles[group]);
+        QCOMPARE(form.reportSelector(), group);
+    }
+    QVERIFY(d.done());
+    form.close();
+}
+
+void ReadCvsMtTest::fileChoice_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<bool>("warned");
+    QTest::addColumn<bool>("chosen");
+    QTest::newRow("a name without a folder: told first") << "MT.txt" << true << true;
+    QTest::newRow("empty") << "" << true << true;
+    QTest::newRow("a full path, chosen") << "@/old/MT.txt" << false << true;
+    QTest::newRow("a full path, cancelled") << "@/old/MT.txt" << false << false;
+}
+
+void ReadCvsMtTest::fileChoice()
+{
+    QFETCH(QString, name);
+    QFETCH(bool, warned);
+    QFETCH(bool, chosen);
+    name.replace(u'@', home_->path());
+    const QString picked = home_->file(QStringLiteral("MT908997.txt"));
+    ScriptedDialogs d;
+    frmReadCVSMT form;
+    form.load();
+    form.show();
+    QApplication::setActiveWindow(&form);
+    form.txtFname->setText(name);
+    if (warned)
+        d.expect(QStringLiteral("ファイル名を指定してください。"), answer::Ok);
+    d.expectFile(chosen ? std::optional<QString>(picked) : std::nullopt);
+    // F4 opens the choice only from the file name
+    form.cboDkbn->setFocus();
+    QVERIFY(form.toolbar()->press(4));
+    QCOMPARE(d.shown.size(), 0);
+    form.txtFname->setFocus();
+    QVERIFY(form.toolbar()->press(4));
+    QVERIFY(d.done());
+    if (warned)
+        QCOMPARE(d.shown.first(), QStringLiteral("確認|0|ファイル名を指定してください。"));
+    // the dialog starts in the folder of the name given
+    if (name.contains(u'/'))
+        QCOMPARE(d.shown.last(), QStringLiteral("file|") + home_->path() + QStringLiteral("/old"));
+    QCOMPARE(form.txtFname->text(), chosen ? picked : name);
+    form.close();
 }
 
 QTEST_MAIN(ReadCvsMtTest)
