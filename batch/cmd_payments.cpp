@@ -79,8 +79,8 @@ int run(Context& ctx)
     CommandInteraction runner(ctx.json ? nullptr : &ctx.out);
     KeepRows ui(runner);
     PaymentImportJob job(db, report.isEmpty() ? static_cast<Interaction&>(runner) : ui);
-    const auto result = job.run({file, haveDate ? PaymentImportJob::ScreenDate : PaymentImportJob::RecordDate,
-                                 screenDate});
+    const auto result =
+        job.run({file, haveDate ? PaymentImportJob::ScreenDate : PaymentImportJob::RecordDate, screenDate});
     QJsonArray totals;
     QStringList totalTexts;
     for (int i = 0; i < 10; ++i) {
@@ -104,8 +104,8 @@ int run(Context& ctx)
     return result == PaymentImportJob::Result::Done ? Done : Stopped;
 }
 
-const Registrar reg{{"import-payments", "import-payments FILE [--screen-date YYYYMMDD] [--report PDF --group 0|1|2|3]",
-                     &run, true}};
+const Registrar reg{
+    {"import-payments", "import-payments FILE [--screen-date YYYYMMDD] [--report PDF --group 0|1|2|3]", &run, true}};
 
 } // namespace
 } // namespace pel::batch

@@ -94,8 +94,8 @@ int main(int argc, char** argv)
         // A headless run has no session folder: a private one keeps Qt's warning about it off stderr, where only
         // the job's messages belong.
         if (qEnvironmentVariableIsEmpty("XDG_RUNTIME_DIR")) {
-            const QByteArray dir =
-                QDir::tempPath().toLocal8Bit() + "/pel008-runtime-" + QByteArray::number(static_cast<qulonglong>(getuid()));
+            const QByteArray dir = QDir::tempPath().toLocal8Bit() + "/pel008-runtime-" +
+                                   QByteArray::number(static_cast<qulonglong>(getuid()));
             if (mkdir(dir.constData(), 0700) == 0 || errno == EEXIST)
                 qputenv("XDG_RUNTIME_DIR", dir);
         }

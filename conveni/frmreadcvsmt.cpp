@@ -7,8 +7,8 @@
 
 #include <QCloseEvent>
 #include <QComboBox>
-#include <QDateEdit>
 #include <QDate>
+#include <QDateEdit>
 #include <QDesktopServices>
 #include <QFileInfo>
 #include <QGridLayout>
@@ -96,11 +96,12 @@ frmReadCVSMT::frmReadCVSMT(QWidget* parent) : Form(parent)
         ListView->setColumnWidth(i, widths[i]);
     for (const int c : {3, 4})
         ListView->headerItem()->setTextAlignment(c, Qt::AlignRight | Qt::AlignVCenter);
-    connect(ListView->model(), &QAbstractItemModel::rowsInserted, this, [this](const QModelIndex&, int first, int last) {
-        for (int r = first; r <= last; ++r)
-            for (const int c : {3, 4})
-                ListView->topLevelItem(r)->setTextAlignment(c, Qt::AlignRight | Qt::AlignVCenter);
-    });
+    connect(ListView->model(), &QAbstractItemModel::rowsInserted, this,
+            [this](const QModelIndex&, int first, int last) {
+                for (int r = first; r <= last; ++r)
+                    for (const int c : {3, 4})
+                        ListView->topLevelItem(r)->setTextAlignment(c, Qt::AlignRight | Qt::AlignVCenter);
+            });
     outer->addWidget(ListView, 1);
 
     // the four frames: 正常 (0, 1), エラー (2, 3), 取消 (4, 5), 合計 (6..9)
@@ -129,7 +130,8 @@ frmReadCVSMT::frmReadCVSMT(QWidget* parent) : Form(parent)
             row(3, QStringLiteral("取消金額"), 9);
         }
         auto* buttons = new QHBoxLayout;
-        cmdPreview[static_cast<size_t>(f)] = button(QStringLiteral("cmdPreview_%1").arg(f), QStringLiteral("確認"), box);
+        cmdPreview[static_cast<size_t>(f)] =
+            button(QStringLiteral("cmdPreview_%1").arg(f), QStringLiteral("確認"), box);
         cmdPrint[static_cast<size_t>(f)] = button(QStringLiteral("cmdPrint_%1").arg(f), QStringLiteral("印刷"), box);
         buttons->addWidget(cmdPreview[static_cast<size_t>(f)]);
         buttons->addWidget(cmdPrint[static_cast<size_t>(f)]);
@@ -178,8 +180,8 @@ void frmReadCVSMT::onLoad()
     useToolbar(QString::fromLatin1(kIdleMask));
     txtDay->setYmd(QDate::currentDate().toString(QStringLiteral("yyyyMMdd")).toLongLong());
     Recordset rs;
-    if (!mclsDb.DbSql(Sql("select code,name,kubun from cvsini where code in (select cfcode1 from cvsset) order by code"),
-                      rs) ||
+    if (!mclsDb.DbSql(
+            Sql("select code,name,kubun from cvsini where code in (select cfcode1 from cvsset) order by code"), rs) ||
         rs.eof()) {
         msgBox(QStringLiteral("ファイナンス会社の登録がありません"), mb::OkOnly, kProductTitle);
         closeAtActivation_ = true;

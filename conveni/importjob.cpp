@@ -15,10 +15,8 @@
 #include <cmath>
 #include <limits>
 
-namespace pel
-{
-namespace
-{
+namespace pel {
+namespace {
 
 double num(const QString& text)
 {
@@ -39,10 +37,14 @@ PaymentImportJob::~PaymentImportJob() = default;
 
 QString PaymentImportJob::codeName(const QString& code)
 {
-    if (code == QLatin1String("01")) return QStringLiteral("速報");
-    if (code == QLatin1String("12")) return QStringLiteral("郵振");
-    if (code == QLatin1String("22")) return QStringLiteral("郵振訂");
-    if (code == QLatin1String("03")) return QStringLiteral("取消");
+    if (code == QLatin1String("01"))
+        return QStringLiteral("速報");
+    if (code == QLatin1String("12"))
+        return QStringLiteral("郵振");
+    if (code == QLatin1String("22"))
+        return QStringLiteral("郵振訂");
+    if (code == QLatin1String("03"))
+        return QStringLiteral("取消");
     return QString();
 }
 
@@ -84,14 +86,16 @@ qint64 PaymentImportJob::total(int index) const
 void PaymentImportJob::resetTotals()
 {
     totals_.fill(QStringLiteral("0"));
-    if (totalsChanged) totalsChanged();
+    if (totalsChanged)
+        totalsChanged();
 }
 
 void PaymentImportJob::addTotal(int index, double value)
 {
     QString& caption = totals_[static_cast<size_t>(index)];
     caption = formatAmount(num(fnDelStr(caption, QStringLiteral(","))) + value);
-    if (totalsChanged) totalsChanged();
+    if (totalsChanged)
+        totalsChanged();
 }
 
 void PaymentImportJob::closeFiles()
@@ -110,12 +114,14 @@ PaymentImportJob::Result PaymentImportJob::run(const Input& input)
 {
     in_ = input;
     in_.fileName = input.fileName.trimmed();
-    if (busy_) return Result::Busy;
+    if (busy_)
+        return Result::Busy;
     if (in_.fileName.isEmpty()) {
         ui_->msg(QStringLiteral("未記入"));
         return Result::Refused;
     }
-    if (ui_->msg(QStringLiteral("作業開始")) != answer::Yes) return Result::Refused;
+    if (ui_->msg(QStringLiteral("作業開始")) != answer::Yes)
+        return Result::Refused;
     busy_ = true;
     cancelled_ = false;
     inTransaction_ = false;
@@ -187,8 +193,10 @@ void PaymentImportJob::detect()
 void PaymentImportJob::pass1()
 {
     file_.close();
-    if (!file_.open(in_.fileName)) throw Failure{QStringLiteral("ファイルオープンに失敗しました！")};
-    if (listCleared) listCleared();
+    if (!file_.open(in_.fileName))
+        throw Failure{QStringLiteral("ファイルオープンに失敗しました！")};
+    if (listCleared)
+        listCleared();
     bool postal = false;
     double sokuk = 0, sokum = 0, torik = 0, torim = 0;
     QString line;
@@ -224,19 +232,22 @@ void PaymentImportJob::pass1()
             break;
         }
     }
-    if (st == MtFile::Status::Error) refuse(file_.message(), mb::OkOnly | mb::Critical);
-    if (file_.looksUtf8()) refuse(MtFile::utf8Message(), mb::OkOnly | mb::Critical);
-    if (comma_ == 0 &&
-        (static_cast<double>(total(6)) != sokuk || total(7) != std::llround(sokum) ||
-         static_cast<double>(total(8)) != torik || total(9) != std::llround(torim)))
+    if (st == MtFile::Status::Error)
+        refuse(file_.message(), mb::OkOnly | mb::Critical);
+    if (file_.looksUtf8())
+        refuse(MtFile::utf8Message(), mb::OkOnly | mb::Critical);
+    if (comma_ == 0 && (static_cast<double>(total(6)) != sokuk || total(7) != std::llround(sokum) ||
+                        static_cast<double>(total(8)) != torik || total(9) != std::llround(torim)))
         refuse(QStringLiteral("データ合計とトレーラー合計が違います。"), mb::OkOnly);
 }
 
 void PaymentImportJob::pass2()
 {
     file_.close();
-    if (!file_.open(in_.fileName)) throw Failure{QStringLiteral("ファイルオープンに失敗しました！")};
-    if (!db_.BeginTns()) throw Failure{db_.ErrMsg()};
+    if (!file_.open(in_.fileName))
+        throw Failure{QStringLiteral("ファイルオープンに失敗しました！")};
+    if (!db_.BeginTns())
+        throw Failure{db_.ErrMsg()};
     inTransaction_ = true;
     posting_ = std::make_unique<PaymentPosting>(checkWait_ >= 0 ? checkWait_ : iniCheckWait());
     ui_->progress(0);
@@ -253,15 +264,16 @@ void PaymentImportJob::pass2()
         ui_->yieldOnce();
         record(line);
     }
-    if (st == MtFile::Status::Error) throw Failure{file_.message()};
+    if (st == MtFile::Status::Error)
+        throw Failure{file_.message()};
 }
 
 void PaymentImportJob::addRow(const QString& code, qint32 nday, double orderTotal, qint32 amount, qint32 denno,
                               const QString& mcode, const QString& mname)
 {
     ui_->resultRow({outcome_, codeName(code), nday ? formatDate(nday) : QString(),
-                   orderTotal != 0 ? formatAmount(orderTotal) : QString(), amount ? formatAmount(amount) : QString(),
-                   denno ? QString::number(denno) : QString(), mcode, mname});
+                    orderTotal != 0 ? formatAmount(orderTotal) : QString(), amount ? formatAmount(amount) : QString(),
+                    denno ? QString::number(denno) : QString(), mcode, mname});
     ++rows_;
 }
 
@@ -314,7 +326,8 @@ void PaymentImportJob::record(const QString& line)
 
     QString error;
     const std::optional<bool> exists = posting_->paymentExists(denno, &error);
-    if (!exists) throw Failure{error};
+    if (!exists)
+        throw Failure{error};
     const auto post = [&](bool compare) {
         if (!posting_->postPayment(line, denno, nday, amount, kPaymentKind)) {
             addTotal(2, 1);
@@ -352,31 +365,35 @@ void PaymentImportJob::record(const QString& line)
 void PaymentImportJob::finish()
 {
     closeFiles();
-    if (!db_.CommitTns()) throw Failure{db_.ErrMsg()};
+    if (!db_.CommitTns())
+        throw Failure{db_.ErrMsg()};
     inTransaction_ = false;
     if (comma_ != 0) { // no trailer: the file totals are the outcomes'
         totals_[6] = formatAmount(static_cast<double>(total(0) + total(2)));
         totals_[7] = formatAmount(static_cast<double>(total(1) + total(3)));
         totals_[8] = totals_[4];
         totals_[9] = totals_[5];
-        if (totalsChanged) totalsChanged();
+        if (totalsChanged)
+            totalsChanged();
     }
     opeLog(kOperation, 1, totals_[0] + QStringLiteral("件 ") + totals_[1] + QStringLiteral("円"));
     if (cancelled_) {
         // stopped part-way: what was posted stays, the file is not marked so that the rest can be read later
         ui_->messageBox(QStringLiteral("処理を中止しました。\r\n") + totals_[0] +
-                           QStringLiteral("件の入金処理をしました"),
-                       mb::OkOnly | mb::Information, kProductTitle);
+                            QStringLiteral("件の入金処理をしました"),
+                        mb::OkOnly | mb::Information, kProductTitle);
         return;
     }
     ui_->messageBox(totals_[0] + QStringLiteral("件の入金処理をしました"), mb::OkOnly | mb::Information, kProductTitle);
-    if (!appendReadMark(in_.fileName)) ui_->msg(QStringLiteral("ファイルエラー"));
+    if (!appendReadMark(in_.fileName))
+        ui_->msg(QStringLiteral("ファイルエラー"));
     ui_->yieldOnce();
     if (ui_->messageBox(QStringLiteral("読込データをバックアップしますか？"), mb::YesNo | mb::Information,
-                       QStringLiteral("読込データバックアップ確認")) == answer::Yes) {
+                        QStringLiteral("読込データバックアップ確認")) == answer::Yes) {
         const QString target = backupName(in_.fileName, QDateTime::currentDateTime());
         QFile::remove(target);
-        if (!QFile::copy(in_.fileName, target)) ui_->msg(QStringLiteral("ファイルエラー"));
+        if (!QFile::copy(in_.fileName, target))
+            ui_->msg(QStringLiteral("ファイルエラー"));
     }
     ui_->yieldOnce();
 }

@@ -10,13 +10,11 @@
 #include <array>
 #include <functional>
 
-namespace pel
-{
+namespace pel {
 
 class PaymentPosting;
 
-class PaymentImportJob
-{
+class PaymentImportJob {
 public:
     enum class Result {
         Busy,      // a run is under way: nothing done
@@ -72,8 +70,7 @@ public:
     static QString formatAmount(double value);
 
 private:
-    struct Stop {
-    }; // a refusal already shown
+    struct Stop {};  // a refusal already shown
     struct Failure { // an engine or file error part-way
         QString text;
     };

@@ -2,8 +2,7 @@
 #include "app/db/dbglobals.h"
 #include "conveni/layouts.h"
 
-namespace pel
-{
+namespace pel {
 
 bool fnLoadCvsIni(const QString& code, qint16 kubun)
 {
@@ -12,7 +11,8 @@ bool fnLoadCvsIni(const QString& code, qint16 kubun)
     Recordset rs;
     if (!gclsDb->DbSql(Sql("select * from cvsini where code=") + Sql::q(code) + " and kubun=" + Sql::n(kubun), rs))
         return false;
-    if (rs.eof()) return false;
+    if (rs.eof())
+        return false;
 
     CvsLayout l;
     bool ok = true;
@@ -32,9 +32,11 @@ bool fnLoadCvsIni(const QString& code, qint16 kubun)
     num("ctuki", l.ctuki), num("chi", l.chi), num("csyschk", l.csyschk), num("ccvscode", l.ccvscode);
     num("ccvstenpo", l.ccvstenpo), num("cji", l.cji), num("chun", l.chun), num("csinen", l.csinen);
     num("csituki", l.csituki), num("csihi", l.csihi), pos("eanflag", l.eanflag), num("eancsv", l.eancsv);
-    if (rs.isOpen()) rs.close();
+    if (rs.isOpen())
+        rs.close();
     // a value that does not fit its place is a layout that cannot be used: the last good one stays
-    if (!ok) return false;
+    if (!ok)
+        return false;
     gCvsLayout = l;
     return true;
 }

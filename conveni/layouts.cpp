@@ -3,19 +3,18 @@
 #include <cmath>
 #include <limits>
 
-namespace pel
-{
+namespace pel {
 
 CvsLayout gCvsLayout;
 
-namespace
-{
+namespace {
 
 bool toShort(double value, qint16* out)
 {
     // the current rounding mode is to nearest, halves to even
     const double r = std::nearbyint(value);
-    if (!(r >= std::numeric_limits<qint16>::min() && r <= std::numeric_limits<qint16>::max())) return false;
+    if (!(r >= std::numeric_limits<qint16>::min() && r <= std::numeric_limits<qint16>::max()))
+        return false;
     *out = static_cast<qint16>(r);
     return true;
 }
@@ -31,7 +30,8 @@ double fnLayoutValue(const QString& text)
             r += c;
         } else if (c == u'.' && !dot) {
             dot = true;
-            if (r.isEmpty()) r += u'0';
+            if (r.isEmpty())
+                r += u'0';
             r += c;
         }
     }
@@ -41,7 +41,8 @@ double fnLayoutValue(const QString& text)
 bool fnSplitPos(double value, LayoutPos* pos)
 {
     const double n = std::nearbyint(value * 100);
-    if (!(n >= 0 && n <= std::numeric_limits<qint16>::max() * 100.0 + 99)) return false;
+    if (!(n >= 0 && n <= std::numeric_limits<qint16>::max() * 100.0 + 99))
+        return false;
     const auto whole = static_cast<qint64>(n);
     pos->start = static_cast<qint16>(whole / 100);
     pos->length = static_cast<qint16>(whole % 100);
@@ -55,7 +56,8 @@ bool fnFieldNo(double value, qint16* number)
 
 QString fnItem(const QString& text, LayoutPos pos)
 {
-    if (pos.start <= 0 || pos.length <= 0) return QString();
+    if (pos.start <= 0 || pos.length <= 0)
+        return QString();
     return text.mid(pos.start - 1, pos.length);
 }
 

@@ -4,8 +4,7 @@
 #include <QString>
 #include <QStringList>
 
-namespace pel
-{
+namespace pel {
 
 // One item of a record: 1-based start character and length. Start 0: the layout does not have the item.
 struct LayoutPos {

@@ -4,10 +4,8 @@
 
 #include <QDateTime>
 
-namespace pel
-{
-namespace
-{
+namespace pel {
+namespace {
 
 // 0: not valid UTF-8; 1: valid, at most two-byte sequences; 2: valid with a three- or four-byte sequence.
 int utf8Kind(const QByteArray& bytes)
@@ -28,10 +26,13 @@ int utf8Kind(const QByteArray& bytes)
             len = 4;
         else
             return 0;
-        if (i + len > n) return 0;
+        if (i + len > n)
+            return 0;
         for (int k = 1; k < len; ++k)
-            if ((p[i + k] & 0xC0) != 0x80) return 0;
-        if (len >= 3) kind = 2;
+            if ((p[i + k] & 0xC0) != 0x80)
+                return 0;
+        if (len >= 3)
+            kind = 2;
         i += len;
     }
     return kind;
@@ -43,7 +44,8 @@ bool MtFile::open(const QString& path)
 {
     close();
     file_.setFileName(path);
-    if (!file_.open(QIODevice::ReadOnly)) return false;
+    if (!file_.open(QIODevice::ReadOnly))
+        return false;
     lineNo_ = 0;
     utf8Lines_ = 0;
     nonUtf8_ = false;
@@ -53,7 +55,8 @@ bool MtFile::open(const QString& path)
 
 void MtFile::close()
 {
-    if (file_.isOpen()) file_.close();
+    if (file_.isOpen())
+        file_.close();
     pending_.clear();
     havePending_ = false;
 }
@@ -63,13 +66,17 @@ bool MtFile::fill()
     havePending_ = false;
     while (!file_.atEnd()) {
         QByteArray raw = file_.readLine();
-        if (raw.isEmpty() && file_.error() != QFileDevice::NoError) return false;
-        if (raw.endsWith('\n')) raw.chop(1);
-        if (raw.endsWith('\r')) raw.chop(1);
+        if (raw.isEmpty() && file_.error() != QFileDevice::NoError)
+            return false;
+        if (raw.endsWith('\n'))
+            raw.chop(1);
+        if (raw.endsWith('\r'))
+            raw.chop(1);
         const bool hadText = !raw.isEmpty();
         while (raw.endsWith('\x1A'))
             raw.chop(1);
-        if (hadText && raw.isEmpty()) continue; // an end-of-file byte on a line of its own
+        if (hadText && raw.isEmpty())
+            continue; // an end-of-file byte on a line of its own
         pending_ = std::move(raw);
         havePending_ = true;
         break;
@@ -84,7 +91,8 @@ bool MtFile::atEnd()
 
 MtFile::Status MtFile::next(QString* line)
 {
-    if (!havePending_) return Status::End;
+    if (!havePending_)
+        return Status::End;
     const QByteArray bytes = std::move(pending_);
     pending_ = QByteArray();
     ++lineNo_;
@@ -135,13 +143,17 @@ QString MtFile::notCp932Message(qint64 line, const QString& detail)
 bool appendReadMark(const QString& path)
 {
     QFile f(path);
-    if (!f.open(QIODevice::ReadWrite)) return false;
+    if (!f.open(QIODevice::ReadWrite))
+        return false;
     QByteArray out;
     if (f.size() > 0) {
-        if (!f.seek(f.size() - 1)) return false;
+        if (!f.seek(f.size() - 1))
+            return false;
         char last = 0;
-        if (!f.getChar(&last)) return false;
-        if (last != '\n') out += "\r\n";
+        if (!f.getChar(&last))
+            return false;
+        if (last != '\n')
+            out += "\r\n";
     }
     out += *Cp932::encode(u"読込済") + "\r\n";
     return f.seek(f.size()) && f.write(out) == out.size() && f.flush();

@@ -5,11 +5,9 @@
 #include <QFile>
 #include <QString>
 
-namespace pel
-{
+namespace pel {
 
-class MtFile
-{
+class MtFile {
 public:
     enum class Status { Line, End, Error };
 

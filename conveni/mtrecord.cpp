@@ -7,13 +7,10 @@
 #include <cmath>
 #include <limits>
 
-namespace pel
-{
-namespace
-{
+namespace pel {
+namespace {
 
-struct BadItem {
-};
+struct BadItem {};
 
 double num(const QString& text)
 {

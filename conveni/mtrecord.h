@@ -6,8 +6,7 @@
 
 #include <QString>
 
-namespace pel
-{
+namespace pel {
 
 struct MtDetection {
     enum Kind {

@@ -8,12 +8,12 @@
 #include <QEventLoop>
 #include <QTimer>
 
-namespace pel
-{
+namespace pel {
 
 void waitLive(int ms)
 {
-    if (ms <= 0) return;
+    if (ms <= 0)
+        return;
     QEventLoop loop;
     QTimer::singleShot(ms, &loop, &QEventLoop::quit);
     loop.exec();
@@ -59,8 +59,7 @@ bool PaymentPosting::postPayment(const QString& line, qint32 denno, qint32 nday,
     return step == Step::Done;
 }
 
-PaymentPosting::Step PaymentPosting::post(const QString& line, qint32 denno, qint32 nday, qint32 money,
-                                           qint16 pcode)
+PaymentPosting::Step PaymentPosting::post(const QString& line, qint32 denno, qint32 nday, qint32 money, qint16 pcode)
 {
     (void)line;
     error_.clear();

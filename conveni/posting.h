@@ -6,11 +6,9 @@
 #include <QString>
 #include <optional>
 
-namespace pel
-{
+namespace pel {
 
-class PaymentPosting
-{
+class PaymentPosting {
 public:
     static constexpr int kAttempts = 11; // the first try and ten silent retries
 

@@ -23,8 +23,8 @@ bool CvsMtReportData::selected(const QStringList& row, int selector)
 CvsMtReportRow CvsMtReportData::fields(const QStringList& row)
 {
     const QString result = row.value(0);
-    return {row.value(1), row.value(2), row.value(3), row.value(4), row.value(5), row.value(6), row.value(7),
-            result.startsWith(u'○') ? QString() : result.mid(2)};
+    return {row.value(1), row.value(2), row.value(3), row.value(4),
+            row.value(5), row.value(6), row.value(7), result.startsWith(u'○') ? QString() : result.mid(2)};
 }
 
 CvsMtReportData CvsMtReportData::build(const QList<QStringList>& list, int selector)
@@ -32,7 +32,8 @@ CvsMtReportData CvsMtReportData::build(const QList<QStringList>& list, int selec
     static const QString suffixes[] = {QStringLiteral("（正常）"), QStringLiteral("（エラー）"),
                                        QStringLiteral("（取消）"), QStringLiteral("（合計）")};
     CvsMtReportData d;
-    d.title = QStringLiteral("コンビニＭＴ入金データ読込一覧表") + suffixes[selector >= 0 && selector < 3 ? selector : 3];
+    d.title =
+        QStringLiteral("コンビニＭＴ入金データ読込一覧表") + suffixes[selector >= 0 && selector < 3 ? selector : 3];
     for (const QStringList& row : list) {
         if (!selected(row, selector))
             continue;

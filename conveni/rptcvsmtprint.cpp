@@ -26,21 +26,29 @@ struct Column {
 };
 // 区分, 入金日, 伝票金額, 読込金額, 伝票番号, 顧客コード, 顧客氏名, the outcome text
 // the outcome text takes what is left of the line
-const Column kColumns[] = {{u"区分", 16, false},     {u"入金日", 24, false},    {u"伝票金額", 24, true},
-                           {u"読込金額", 24, true},  {u"伝票番号", 22, true},   {u"顧客コード", 24, false},
+const Column kColumns[] = {{u"区分", 16, false},     {u"入金日", 24, false},   {u"伝票金額", 24, true},
+                           {u"読込金額", 24, true},  {u"伝票番号", 22, true},  {u"顧客コード", 24, false},
                            {u"顧客氏名", 56, false}, {u"エラー内容", 0, false}};
 
 QString cell(const CvsMtReportRow& r, int column)
 {
     switch (column) {
-    case 0: return r.kubun;
-    case 1: return r.nday;
-    case 2: return r.dmoney;
-    case 3: return r.ymoney;
-    case 4: return r.denno;
-    case 5: return r.mcode;
-    case 6: return r.mname;
-    default: return r.err;
+    case 0:
+        return r.kubun;
+    case 1:
+        return r.nday;
+    case 2:
+        return r.dmoney;
+    case 3:
+        return r.ymoney;
+    case 4:
+        return r.denno;
+    case 5:
+        return r.mcode;
+    case 6:
+        return r.mname;
+    default:
+        return r.err;
     }
 }
 

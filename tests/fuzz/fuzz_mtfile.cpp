@@ -13,8 +13,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-namespace
-{
+namespace {
 
 const QString& inputFile()
 {
@@ -57,14 +56,14 @@ pel::CvsLayout layoutFrom(const QString& line)
     const QStringList v = line.split(u';');
     const auto at = [&](int i) { return v.value(i % (v.size() + 1)); };
     pel::CvsLayout l;
-    pel::LayoutPos* const places[] = {&l.sokuk, &l.sokum, &l.torik, &l.torim, &l.fcd,  &l.scd,
-                                      &l.dno1,  &l.dno2,  &l.money, &l.nen,   &l.tuki, &l.hi, &l.cvscode};
+    pel::LayoutPos* const places[] = {&l.sokuk, &l.sokum, &l.torik, &l.torim, &l.fcd, &l.scd,    &l.dno1,
+                                      &l.dno2,  &l.money, &l.nen,   &l.tuki,  &l.hi,  &l.cvscode};
     int i = 0;
     for (pel::LayoutPos* p : places)
         if (!pel::fnSplitPos(pel::fnLayoutValue(at(i++)), p))
             *p = {};
-    qint16* const fields[] = {&l.cfcd, &l.cscd, &l.cdno1, &l.cdno2, &l.cbun,     &l.cidno,
-                              &l.cmoney, &l.cnen, &l.ctuki, &l.chi, &l.ccvscode};
+    qint16* const fields[] = {&l.cfcd,   &l.cscd, &l.cdno1, &l.cdno2, &l.cbun,    &l.cidno,
+                              &l.cmoney, &l.cnen, &l.ctuki, &l.chi,   &l.ccvscode};
     for (qint16* n : fields)
         if (!pel::fnFieldNo(pel::fnLayoutValue(at(i++)), n))
             *n = 0;

@@ -8,8 +8,7 @@
 #include <QString>
 #include <QStringList>
 
-namespace pel::test
-{
+namespace pel::test {
 
 inline bool setUpShop(TestHome& home)
 {
@@ -75,7 +74,8 @@ inline QByteArray cp932Lines(const QStringList& lines, const QByteArray& eol = "
     QByteArray out;
     for (qsizetype i = 0; i < lines.size(); ++i) {
         out += *Cp932::encode(lines[i]);
-        if (lastBreak || i + 1 < lines.size()) out += eol;
+        if (lastBreak || i + 1 < lines.size())
+            out += eol;
     }
     return out;
 }

@@ -10,11 +10,9 @@
 
 #include <cstdio>
 
-namespace
-{
+namespace {
 
-class Answering final : public pel::DialogService
-{
+class Answering final : public pel::DialogService {
 public:
     int messageBox(const QString& text, int style, const QString&) override
     {

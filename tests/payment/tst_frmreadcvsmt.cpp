@@ -8,9 +8,9 @@
 #include <QApplication>
 #include <QComboBox>
 #include <QDialog>
-#include <QPrintPreviewWidget>
 #include <QLabel>
 #include <QLineEdit>
+#include <QPrintPreviewWidget>
 #include <QProcess>
 #include <QProgressBar>
 #include <QPushButton>
@@ -156,7 +156,7 @@ void ReadCvsMtTest::reportGroups_data()
     QTest::newRow("正常") << 0 << QStringList{"1001", "1002"} << "" << qint64(7900);
     QTest::newRow("エラー") << 1 << QStringList{"99999999"} << "受注伝票がありません" << qint64(13000);
     QTest::newRow("取消") << 2 << QStringList{"1005"} << "取消データです。　入金処理で調整してください。"
-                        << qint64(2000);
+                          << qint64(2000);
     QTest::newRow("合計") << 3 << QStringList{"1001", "1002", "1005", "99999999"} << "" << qint64(22900);
 }
 
@@ -192,8 +192,8 @@ void ReadCvsMtTest::reportPdf()
     // a long list flows over pages; the Japanese font is embedded
     QList<QStringList> list;
     for (int i = 0; i < 70; ++i)
-        list << QStringList{"×：受注伝票がありません", "速報", "2024/05/10", "", "1,000", QString::number(5000 + i),
-                            "", ""};
+        list << QStringList{
+            "×：受注伝票がありません", "速報", "2024/05/10", "", "1,000", QString::number(5000 + i), "", ""};
     const rptCVSMTPrint report(CvsMtReportData::build(list, 1), QDate(2024, 5, 12));
     const QString pdf = home_->file(QStringLiteral("report.pdf"));
     QVERIFY(report.savePdf(pdf));
@@ -216,8 +216,8 @@ void ReadCvsMtTest::previewKeys()
 {
     QList<QStringList> list;
     for (int i = 0; i < 70; ++i) // four pages
-        list << QStringList{"×：受注伝票がありません", "速報", "2024/05/10", "", "1,000", QString::number(5000 + i), "",
-                            ""};
+        list << QStringList{
+            "×：受注伝票がありません", "速報", "2024/05/10", "", "1,000", QString::number(5000 + i), "", ""};
     const rptCVSMTPrint report(CvsMtReportData::build(list, 3), QDate(2024, 5, 12));
     QString problem = QStringLiteral("no preview shown");
     bool closedByF12 = false;
@@ -284,9 +284,10 @@ void ReadCvsMtTest::reportButtons()
     frmReadCVSMT form;
     form.load();
     form.show();
-    const QList<QStringList> rows{{"○：正常に読込ました", "速報", "2024/05/10", "5,000", "5,000", "1001", "101", "山田 太郎"},
-                                  {"×：取消データです。　入金処理で調整してください。", "取消", "2024/05/10", "2,000",
-                                   "2,000", "1005", "101", "山田 太郎"}};
+    const QList<QStringList> rows{
+        {"○：正常に読込ました", "速報", "2024/05/10", "5,000", "5,000", "1001", "101", "山田 太郎"},
+        {"×：取消データです。　入金処理で調整してください。", "取消", "2024/05/10", "2,000", "2,000", "1005", "101",
+         "山田 太郎"}};
     for (const QStringList& r : rows)
         form.ListView->addTopLevelItem(new QTreeWidgetItem(r));
     const QString titles[] = {"（正常）", "（エラー）", "（取消）", "（合計）"};

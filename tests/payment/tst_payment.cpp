@@ -15,8 +15,7 @@
 using namespace pel;
 using namespace pel::test;
 
-namespace
-{
+namespace {
 
 using Totals = QList<qint64>;
 
@@ -44,7 +43,8 @@ struct Run {
 QString inputFile(const TestHome& home, const QString& name, const QByteArray& bytes)
 {
     const QString path = home.file(name);
-    if (!writeBytes(path, bytes)) qWarning("cannot write %s", qPrintable(path));
+    if (!writeBytes(path, bytes))
+        qWarning("cannot write %s", qPrintable(path));
     return path;
 }
 
@@ -58,8 +58,7 @@ void expectFullRun(ScriptedDialogs& d, int posted)
 
 // Another connection holding a lock for as long as it lives: on SQLite the database's write lock, on PostgreSQL
 // the cdai line of order 1001.
-class Locker
-{
+class Locker {
 public:
     explicit Locker(Backend backend)
     {
@@ -70,7 +69,8 @@ public:
                                       : QStringLiteral("UPDATE cdai SET line = line WHERE denno = -1");
         ok_ = c_->open(fnConnectString(0, QStringLiteral("data1.dat")), &err) && c_->begin(&err) &&
               c_->executeRaw(c_->dialect().adapt(statement), {}, &err);
-        if (!ok_) qWarning("%s", qPrintable(err));
+        if (!ok_)
+            qWarning("%s", qPrintable(err));
     }
     ~Locker()
     {
@@ -86,8 +86,7 @@ private:
 
 } // namespace
 
-class PaymentTest : public QObject
-{
+class PaymentTest : public QObject {
     Q_OBJECT
 private slots:
     void init();
@@ -131,7 +130,8 @@ private:
 void PaymentTest::init()
 {
     qputenv("PEL008_LOCK_WAIT_MS", "20");
-    if (backendUnderTest() == Backend::Postgres && testServer().isEmpty()) QSKIP("PEL008_TEST_PG is not set");
+    if (backendUnderTest() == Backend::Postgres && testServer().isEmpty())
+        QSKIP("PEL008_TEST_PG is not set");
     home_ = std::make_unique<TestHome>();
     QVERIFY2(home_->ok(), qPrintable(home_->error()));
     QVERIFY(setUpShop(*home_));
@@ -471,11 +471,13 @@ void PaymentTest::refusals()
         QString prefix;
         int messageBox(const QString& text, int style, const QString& title) override
         {
-            if (!prefix.isEmpty() && text.startsWith(prefix)) return ScriptedDialogs::messageBox(prefix, style, title);
+            if (!prefix.isEmpty() && text.startsWith(prefix))
+                return ScriptedDialogs::messageBox(prefix, style, title);
             return ScriptedDialogs::messageBox(text, style, title);
         }
     } d;
-    if (message.endsWith(QLatin1String("\r\n"))) d.prefix = message;
+    if (message.endsWith(QLatin1String("\r\n")))
+        d.prefix = message;
     d.expect(QStringLiteral("作業を開始しますか？"), answer::Yes);
     d.expect(message, answer::Ok);
     Run r;
@@ -726,7 +728,8 @@ void PaymentTest::runnerReport()
     QVERIFY(QFileInfo(pdf).size() > 0);
     QProcess fonts;
     fonts.start(QStringLiteral("pdffonts"), {pdf});
-    if (!fonts.waitForFinished(20000)) QSKIP("pdffonts is not installed");
+    if (!fonts.waitForFinished(20000))
+        QSKIP("pdffonts is not installed");
     const QString out = QString::fromUtf8(fonts.readAllStandardOutput());
     QVERIFY2(out.contains(QStringLiteral("IPAexGothic")) && out.contains(QStringLiteral(" yes ")), qPrintable(out));
     // a report that cannot be written stops the runner with its reason
