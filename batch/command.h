@@ -35,9 +35,12 @@ struct Command {
     const char* name;
     const char* usage; // one line: "demo [--orders N] [--seed S]"
     int (*run)(Context& ctx);
+    // The command draws (fonts, PDF): it runs under a QGuiApplication on the offscreen platform unless another is
+    // set; the runner never shows a window.
+    bool gui = false;
 };
 
-// Registers a command at start-up: static Registrar r{{"name", "usage", &run}};
+// Registers a command at start-up: static Registrar r{{"name", "usage", &run}} ({..., &run, true} for gui).
 struct Registrar {
     explicit Registrar(const Command& command);
 };

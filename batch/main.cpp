@@ -5,9 +5,16 @@
 
 #include <QCoreApplication>
 #include <QDir>
+#include <QGuiApplication>
 #include <QJsonDocument>
 #include <map>
+#include <memory>
 
+#ifdef Q_OS_UNIX
+#include <cerrno>
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
 
 namespace pel::batch {
 namespace {
@@ -25,6 +32,19 @@ QString mainUsage()
     for (const Command* c : commands())
         u += QStringLiteral("  ") + QString::fromUtf8(c->usage) + QLatin1Char('\n');
     return u;
+}
+
+// The command named on the command line, found before the application object exists (it decides its kind).
+const Command* commandOf(int argc, char** argv)
+{
+    for (int i = 1; i < argc; ++i) {
+        const QString a = QString::fromLocal8Bit(argv[i]);
+        if (a == QLatin1String("--home"))
+            ++i;
+        else if (!a.startsWith(QLatin1String("--")))
+            return findCommand(a);
+    }
+    return nullptr;
 }
 
 } // namespace
@@ -65,7 +85,26 @@ int Context::usage(const QString& message) const
 int main(int argc, char** argv)
 {
     using namespace pel::batch;
-    QCoreApplication app(argc, argv);
+    const Command* wanted = commandOf(argc, argv);
+    std::unique_ptr<QCoreApplication> application;
+    if (wanted && wanted->gui) {
+        if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+            qputenv("QT_QPA_PLATFORM", "offscreen");
+#ifdef Q_OS_UNIX
+        // A headless run has no session folder: a private one keeps Qt's warning about it off stderr, where only
+        // the job's messages belong.
+        if (qEnvironmentVariableIsEmpty("XDG_RUNTIME_DIR")) {
+            const QByteArray dir = QDir::tempPath().toLocal8Bit() + "/pel008-runtime-" +
+                                   QByteArray::number(static_cast<qulonglong>(getuid()));
+            if (mkdir(dir.constData(), 0700) == 0 || errno == EEXIST)
+                qputenv("XDG_RUNTIME_DIR", dir);
+        }
+#endif
+        application = std::make_unique<QGuiApplication>(argc, argv);
+    } else {
+        application = std::make_unique<QCoreApplication>(argc, argv);
+    }
+    QCoreApplication& app = *application;
     QTextStream out(stdout);
     QTextStream err(stderr);
 

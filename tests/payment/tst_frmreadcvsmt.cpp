@@ -1,0 +1,354 @@
+// The payment import screen end to end with scripted dialogs, and the result report's groups and PDF.
+#include "app/db/dbglobals.h"
+#include "conveni/frmreadcvsmt.h"
+#include "conveni/rptcvsmtprint.h"
+#include "tests/payment/fixtures.h"
+#include "ui/dateentry.h"
+
+#include <QApplication>
+#include <QComboBox>
+#include <QDialog>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPrintPreviewWidget>
+#include <QProcess>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QTest>
+#include <QTimer>
+#include <QTreeWidget>
+
+using namespace pel;
+using namespace pel::test;
+
+class ReadCvsMtTest : public QObject {
+    Q_OBJECT
+private slots:
+    void init();
+    void cleanup();
+    void loadWithoutAgency();
+    void importByF5();
+    void busyReentryAndF6();
+    void reportGroups_data();
+    void reportGroups();
+    void reportPdf();
+    void previewKeys();
+    void reportButtons();
+    void fileChoice_data();
+    void fileChoice();
+
+private:
+    std::unique_ptr<TestHome> home_;
+};
+
+void ReadCvsMtTest::init()
+{
+    qputenv("PEL008_LOCK_WAIT_MS", "20");
+    if (backendUnderTest() == Backend::Postgres && testServer().isEmpty())
+        QSKIP("PEL008_TEST_PG is not set");
+    home_ = std::make_unique<TestHome>();
+    QVERIFY2(home_->ok(), qPrintable(home_->error()));
+    QVERIFY(setUpShop(*home_));
+    QFile ini(home_->file(QStringLiteral("mirabo.ini")));
+    QVERIFY(ini.open(QIODevice::Append));
+    ini.write("[CvsRead]\r\nCheckWait=0\r\n");
+    ini.close();
+    QVERIFY(fnOpenDB(1));
+}
+
+void ReadCvsMtTest::cleanup()
+{
+    fnCloseDB(1);
+    gclsDb.reset();
+    home_.reset();
+}
+
+void ReadCvsMtTest::loadWithoutAgency()
+{
+    QVERIFY(home_->exec({QStringLiteral("DELETE FROM cvsset")}));
+    ScriptedDialogs d;
+    d.expect(QStringLiteral("ファイナンス会社の登録がありません"), answer::Ok);
+    frmReadCVSMT form;
+    form.load();
+    QVERIFY(form.closeAtActivation());
+    QVERIFY(d.done());
+}
+
+void ReadCvsMtTest::importByF5()
+{
+    const QString path = home_->file(QStringLiteral("MT.txt"));
+    QVERIFY(writeBytes(path, cp932Lines(fwBasic())));
+    ScriptedDialogs d;
+    frmReadCVSMT form;
+    form.load();
+    form.show();
+    QApplication::setActiveWindow(&form);
+    QVERIFY(!form.closeAtActivation());
+    QVERIFY(!form.txtDay->txtYy()->isEnabled()); // 収納日
+    form.cboDkbn->setCurrentIndex(1);
+    QVERIFY(form.txtDay->txtYy()->isEnabled());
+    form.txtDay->setYmd(20240620);
+    form.txtFname->setText(QStringLiteral("  ") + path + QStringLiteral(" "));
+    d.expect(QStringLiteral("作業を開始しますか？"), answer::Yes);
+    d.expect(QStringLiteral("4件の入金処理をしました"), answer::Ok);
+    d.expect(QStringLiteral("読込データをバックアップしますか？"), answer::No);
+    QVERIFY(form.toolbar()->press(5)); // F5
+    QVERIFY(d.done());
+    QCOMPARE(form.txtFname->text(), path);
+    QCOMPARE(form.ListView->topLevelItemCount(), 9);
+    QCOMPARE(form.ListView->topLevelItem(0)->text(2), QStringLiteral("2024/06/20"));
+    QCOMPARE(form.ListView->topLevelItem(1)->text(0), QStringLiteral("△：金額に相違があります"));
+    const QStringList totals{"4", "20,745", "3", "14,000", "2", "3,200", "7", "34,745", "2", "3,200"};
+    for (int i = 0; i < 10; ++i)
+        QCOMPARE(form.lblTotal[static_cast<size_t>(i)]->text(), totals[i]);
+    QCOMPARE(form.prbCnt->value(), 0);
+    QVERIFY(form.cmdOK->isEnabled() && !form.job().busy());
+    form.close();
+    QCOMPARE(home_->scalar("select count(*) from inmoney where nday = 20240620"), QStringLiteral("4"));
+}
+
+void ReadCvsMtTest::busyReentryAndF6()
+{
+    // a wait before each check keeps the run going while F5 and F6 are pressed
+    QFile ini(home_->file(QStringLiteral("mirabo.ini")));
+    QVERIFY(ini.open(QIODevice::ReadOnly));
+    const QByteArray settings = ini.readAll().replace("CheckWait=0", "CheckWait=300");
+    ini.close();
+    QVERIFY(writeBytes(ini.fileName(), settings));
+    const QString path = home_->file(QStringLiteral("MT.txt"));
+    QVERIFY(writeBytes(path, cp932Lines(fwBasic())));
+    ScriptedDialogs d;
+    frmReadCVSMT form;
+    form.load();
+    form.show();
+    form.txtFname->setText(path);
+    d.expect(QStringLiteral("作業を開始しますか？"), answer::Yes);
+    d.expect(QStringLiteral("処理を中止します"), answer::Yes);
+    // F6 while the second record waits for its check: that record is still posted, the third is not begun
+    d.expect(QStringLiteral("処理を中止しました。\r\n2件の入金処理をしました"), answer::Ok);
+    bool reentered = false;
+    QTimer poll;
+    QObject::connect(&poll, &QTimer::timeout, &form, [&] {
+        if (reentered || form.ListView->topLevelItemCount() < 1)
+            return;
+        reentered = true;
+        QVERIFY(form.job().busy());
+        QVERIFY(!form.cmdOK->isEnabled());
+        form.cmdOK_Click(); // a second OK only puts the focus back
+        form.toolbar()->press(6);
+    });
+    poll.start(20);
+    form.cmdOK_Click();
+    poll.stop();
+    QVERIFY(reentered);
+    QVERIFY(d.done());
+    QVERIFY(!form.job().busy());
+    QVERIFY(form.cmdOK->isEnabled());
+    QCOMPARE(home_->scalar("select count(*) from inmoney"), QStringLiteral("3"));
+}
+
+void ReadCvsMtTest::reportGroups_data()
+{
+    QTest::addColumn<int>("selector");
+    QTest::addColumn<QStringList>("dennos");
+    QTest::addColumn<QString>("errOfFirst");
+    QTest::addColumn<qint64>("ymoney");
+    QTest::newRow("正常") << 0 << QStringList{"1001", "1002"} << "" << qint64(7900);
+    QTest::newRow("エラー") << 1 << QStringList{"99999999"} << "受注伝票がありません" << qint64(13000);
+    QTest::newRow("取消") << 2 << QStringList{"1005"} << "取消データです。　入金処理で調整してください。"
+                          << qint64(2000);
+    QTest::newRow("合計") << 3 << QStringList{"1001", "1002", "1005", "99999999"} << "" << qint64(22900);
+}
+
+void ReadCvsMtTest::reportGroups()
+{
+    QFETCH(int, selector);
+    QFETCH(QStringList, dennos);
+    QFETCH(QString, errOfFirst);
+    QFETCH(qint64, ymoney);
+    const QList<QStringList> list{
+        {"○：正常に読込ました", "速報", "2024/05/10", "5,000", "5,000", "1001", "101", "山田 太郎"},
+        {"△：金額に相違があります", "速報", "2024/05/10", "3,000", "2,900", "1002", "102", "ｻﾄｳ ﾊﾅｺ"},
+        {"×：取消データです。　入金処理で調整してください。", "取消", "2024/05/10", "2,000", "2,000", "1005", "101",
+         "山田 太郎"},
+        {"×：受注伝票がありません", "速報", "2024/05/10", "", "13,000", "99999999", "", ""}};
+    const CvsMtReportData data = CvsMtReportData::build(list, selector);
+    QStringList got;
+    for (const auto& r : data.rows)
+        got << r.denno;
+    QCOMPARE(got, dennos);
+    QCOMPARE(data.rows.value(0).err, errOfFirst);
+    QCOMPARE(qint64(data.ymoney), ymoney);
+    QCOMPARE(data.count, dennos.size());
+    if (selector == 0)
+        QCOMPARE(data.rows[1].err, QStringLiteral("金額に相違があります"));
+    const CvsMtReportData empty = CvsMtReportData::build({}, selector);
+    QCOMPARE(empty.countText(), QStringLiteral("0件"));
+    QCOMPARE(empty.dmoney, 0.0);
+}
+
+void ReadCvsMtTest::reportPdf()
+{
+    // a long list flows over pages; the Japanese font is embedded
+    QList<QStringList> list;
+    for (int i = 0; i < 70; ++i)
+        list << QStringList{
+            "×：受注伝票がありません", "速報", "2024/05/10", "", "1,000", QString::number(5000 + i), "", ""};
+    const rptCVSMTPrint report(CvsMtReportData::build(list, 1), QDate(2024, 5, 12));
+    const QString pdf = home_->file(QStringLiteral("report.pdf"));
+    QVERIFY(report.savePdf(pdf));
+    if (!qEnvironmentVariableIsEmpty("PEL008_KEEP_REPORT"))
+        QFile::copy(pdf, qEnvironmentVariable("PEL008_KEEP_REPORT"));
+    QProcess fonts;
+    fonts.start(QStringLiteral("pdffonts"), {pdf});
+    if (!fonts.waitForFinished(20000))
+        QSKIP("pdffonts is not installed");
+    const QString out = QString::fromUtf8(fonts.readAllStandardOutput());
+    QVERIFY2(out.contains(QStringLiteral("IPAexGothic")) && out.contains(QStringLiteral(" yes ")), qPrintable(out));
+    QProcess info;
+    info.start(QStringLiteral("pdfinfo"), {pdf});
+    QVERIFY(info.waitForFinished(20000));
+    QVERIFY2(QString::fromUtf8(info.readAllStandardOutput()).contains(QRegularExpression("Pages:\\s+4")),
+             "four pages of 23 lines expected");
+}
+
+void ReadCvsMtTest::previewKeys()
+{
+    QList<QStringList> list;
+    for (int i = 0; i < 70; ++i) // four pages
+        list << QStringList{
+            "×：受注伝票がありません", "速報", "2024/05/10", "", "1,000", QString::number(5000 + i), "", ""};
+    const rptCVSMTPrint report(CvsMtReportData::build(list, 3), QDate(2024, 5, 12));
+    QString problem = QStringLiteral("no preview shown");
+    bool closedByF12 = false;
+    auto* timer = new QTimer(this);
+    connect(timer, &QTimer::timeout, this, [&] {
+        auto* dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());
+        if (!dialog || dialog->objectName() != QLatin1String("rptCVSMTPrint"))
+            return;
+        timer->stop();
+        QApplication::setActiveWindow(dialog);
+        auto* view = dialog->findChild<QPrintPreviewWidget*>(QStringLiteral("view"));
+        auto* box = dialog->findChild<QLineEdit*>(QStringLiteral("pageBox"));
+        problem.clear();
+        const auto expectPage = [&](const char* step, int page) {
+            if (problem.isEmpty() && view->currentPage() != page)
+                problem = QStringLiteral("%1: page %2, expected %3").arg(step).arg(view->currentPage()).arg(page);
+        };
+        const auto key = [&](int k, Qt::KeyboardModifiers m = Qt::NoModifier) {
+            QTest::keyClick(dialog, static_cast<Qt::Key>(k), m);
+        };
+        if (view->pageCount() != 4)
+            problem = QStringLiteral("%1 pages").arg(view->pageCount());
+        expectPage("opened", 1);
+        key(Qt::Key_F3);
+        expectPage("F3 on the first page", 1);
+        key(Qt::Key_F2);
+        expectPage("F2", 2);
+        key(Qt::Key_F2), key(Qt::Key_F2), key(Qt::Key_F2);
+        expectPage("F2 on the last page", 4);
+        key(Qt::Key_F3);
+        expectPage("F3", 3);
+        box->setText(QStringLiteral("1"));
+        QTest::keyClick(box, Qt::Key_Return);
+        expectPage("page box 1", 1);
+        box->setText(QStringLiteral("9"));
+        QTest::keyClick(box, Qt::Key_Return);
+        expectPage("page box beyond the last", 1);
+        box->setText(QStringLiteral("4"));
+        QTest::keyClick(box, Qt::Key_Return);
+        expectPage("page box 4", 4);
+        const qreal zoom = view->zoomFactor();
+        key(Qt::Key_F9);
+        if (problem.isEmpty() && !(view->zoomFactor() < zoom))
+            problem = QStringLiteral("F9 did not zoom out");
+        key(Qt::Key_F9, Qt::ShiftModifier);
+        key(Qt::Key_F9, Qt::ShiftModifier);
+        if (problem.isEmpty() && !(view->zoomFactor() > zoom))
+            problem = QStringLiteral("Shift+F9 did not zoom in");
+        key(Qt::Key_F12);
+        closedByF12 = !dialog->isVisible();
+        if (dialog->isVisible())
+            dialog->reject();
+    });
+    timer->start(20);
+    report.preview(nullptr);
+    QVERIFY2(problem.isEmpty(), qPrintable(problem));
+    QVERIFY(closedByF12);
+}
+
+void ReadCvsMtTest::reportButtons()
+{
+    // each frame's 確認 previews its own group of the list
+    ScriptedDialogs d;
+    frmReadCVSMT form;
+    form.load();
+    form.show();
+    const QList<QStringList> rows{
+        {"○：正常に読込ました", "速報", "2024/05/10", "5,000", "5,000", "1001", "101", "山田 太郎"},
+        {"×：取消データです。　入金処理で調整してください。", "取消", "2024/05/10", "2,000", "2,000", "1005", "101",
+         "山田 太郎"}};
+    for (const QStringList& r : rows)
+        form.ListView->addTopLevelItem(new QTreeWidgetItem(r));
+    const QString titles[] = {"（正常）", "（エラー）", "（取消）", "（合計）"};
+    for (int group = 0; group < 4; ++group) {
+        QString title;
+        QTimer::singleShot(50, &form, [&] {
+            if (auto* dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget())) {
+                title = dialog->windowTitle();
+                dialog->reject();
+            }
+        });
+        form.cmdPreview[static_cast<size_t>(group)]->click();
+        QCOMPARE(title, QStringLiteral("コンビニＭＴ入金データ読込一覧表") + titles[group]);
+        QCOMPARE(form.reportSelector(), group);
+    }
+    QVERIFY(d.done());
+    form.close();
+}
+
+void ReadCvsMtTest::fileChoice_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<bool>("warned");
+    QTest::addColumn<bool>("chosen");
+    QTest::newRow("a name without a folder: told first") << "MT.txt" << true << true;
+    QTest::newRow("empty") << "" << true << true;
+    QTest::newRow("a full path, chosen") << "@/old/MT.txt" << false << true;
+    QTest::newRow("a full path, cancelled") << "@/old/MT.txt" << false << false;
+}
+
+void ReadCvsMtTest::fileChoice()
+{
+    QFETCH(QString, name);
+    QFETCH(bool, warned);
+    QFETCH(bool, chosen);
+    name.replace(u'@', home_->path());
+    const QString picked = home_->file(QStringLiteral("MT908997.txt"));
+    ScriptedDialogs d;
+    frmReadCVSMT form;
+    form.load();
+    form.show();
+    QApplication::setActiveWindow(&form);
+    form.txtFname->setText(name);
+    if (warned)
+        d.expect(QStringLiteral("ファイル名を指定してください。"), answer::Ok);
+    d.expectFile(chosen ? std::optional<QString>(picked) : std::nullopt);
+    // F4 opens the choice only from the file name
+    form.cboDkbn->setFocus();
+    QVERIFY(form.toolbar()->press(4));
+    QCOMPARE(d.shown.size(), 0);
+    form.txtFname->setFocus();
+    QVERIFY(form.toolbar()->press(4));
+    QVERIFY(d.done());
+    if (warned)
+        QCOMPARE(d.shown.first(), QStringLiteral("確認|0|ファイル名を指定してください。"));
+    // the dialog starts in the folder of the name given
+    if (name.contains(u'/'))
+        QCOMPARE(d.shown.last(), QStringLiteral("file|") + home_->path() + QStringLiteral("/old"));
+    QCOMPARE(form.txtFname->text(), chosen ? picked : name);
+    form.close();
+}
+
+QTEST_MAIN(ReadCvsMtTest)
+#include "tst_frmreadcvsmt.moc"

@@ -1,0 +1,744 @@
+// The payment import job and its posting against a small shop, on SQLite and on PostgreSQL.
+#include "app/db/connection.h"
+#include "app/db/dbglobals.h"
+#include "conveni/importjob.h"
+#include "conveni/layouts.h"
+#include "conveni/mtfile.h"
+#include "conveni/posting.h"
+#include "tests/payment/fixtures.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QProcess>
+#include <QTest>
+
+using namespace pel;
+using namespace pel::test;
+
+namespace {
+
+using Totals = QList<qint64>;
+
+const QString kBatchTitle = PaymentImportJob::kTitle;
+
+// A job as the screen holds it: its own connection, a recording user, no wait before the checks.
+struct Run {
+    clsDbClass db;
+    RecordingInteraction ui;
+    PaymentImportJob job{db, ui};
+    Run()
+    {
+        (void)db.OpenDb();
+        job.setCheckWait(0);
+    }
+    Totals totals() const
+    {
+        Totals t;
+        for (int i = 0; i < 10; ++i)
+            t << job.total(i);
+        return t;
+    }
+};
+
+QString inputFile(const TestHome& home, const QString& name, const QByteArray& bytes)
+{
+    const QString path = home.file(name);
+    if (!writeBytes(path, bytes))
+        qWarning("cannot write %s", qPrintable(path));
+    return path;
+}
+
+// The dialogs of a run that goes to its end: start, closing count, backup declined.
+void expectFullRun(ScriptedDialogs& d, int posted)
+{
+    d.expect(QStringLiteral("作業を開始しますか？"), answer::Yes);
+    d.expect(QString::number(posted) + QStringLiteral("件の入金処理をしました"), answer::Ok);
+    d.expect(QStringLiteral("読込データをバックアップしますか？"), answer::No);
+}
+
+// Another connection holding a lock for as long as it lives: on SQLite the database's write lock, on PostgreSQL
+// the cdai line of order 1001.
+class Locker {
+public:
+    explicit Locker(Backend backend)
+    {
+        c_ = Connection::create();
+        QString err;
+        const QString statement = backend == Backend::Postgres
+                                      ? QStringLiteral("SELECT * FROM cdai WHERE denno = 1001 FOR UPDATE")
+                                      : QStringLiteral("UPDATE cdai SET line = line WHERE denno = -1");
+        ok_ = c_->open(fnConnectString(0, QStringLiteral("data1.dat")), &err) && c_->begin(&err) &&
+              c_->executeRaw(c_->dialect().adapt(statement), {}, &err);
+        if (!ok_)
+            qWarning("%s", qPrintable(err));
+    }
+    ~Locker()
+    {
+        QString ignored;
+        (void)c_->rollback(&ignored);
+    }
+    bool ok() const { return ok_; }
+
+private:
+    std::shared_ptr<Connection> c_;
+    bool ok_ = false;
+};
+
+} // namespace
+
+class PaymentTest : public QObject {
+    Q_OBJECT
+private slots:
+    void init();
+    void cleanup();
+
+    void layoutValue_data();
+    void layoutValue();
+    void layoutLoad();
+    void formats();
+    void backupName();
+
+    void fixedWidth();
+    void secondImportRefused();
+    void comma_data();
+    void comma();
+    void screenDate_data();
+    void screenDate();
+    void agencyDetection_data();
+    void agencyDetection();
+    void trailer_data();
+    void trailer();
+    void refusals_data();
+    void refusals();
+    void lineEnds_data();
+    void lineEnds();
+    void postingFailure_data();
+    void postingFailure();
+    void postingEditsOneRow();
+    void cancelledAndRunAgain();
+    void engineErrorRollsBack();
+    void backupCopy();
+    void runnerKilledAndRunAgain();
+    void runner();
+    void runnerReport();
+
+private:
+    qint64 count(const QString& select) { return home_->scalar(select).toLongLong(); }
+    std::unique_ptr<TestHome> home_;
+};
+
+void PaymentTest::init()
+{
+    qputenv("PEL008_LOCK_WAIT_MS", "20");
+    if (backendUnderTest() == Backend::Postgres && testServer().isEmpty())
+        QSKIP("PEL008_TEST_PG is not set");
+    home_ = std::make_unique<TestHome>();
+    QVERIFY2(home_->ok(), qPrintable(home_->error()));
+    QVERIFY(setUpShop(*home_));
+    QVERIFY(fnOpenDB(1));
+}
+
+void PaymentTest::cleanup()
+{
+    fnCloseDB(1);
+    gclsDb.reset();
+    home_.reset();
+}
+
+void PaymentTest::layoutValue_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<int>("start");
+    QTest::addColumn<int>("length");
+    QTest::addColumn<int>("fieldNo");
+    QTest::newRow("1.02") << "1.02" << 1 << 2 << 1;
+    QTest::newRow("tenths are tens") << "12.1" << 12 << 10 << 12;
+    QTest::newRow("whole") << "5" << 5 << 0 << 5;
+    QTest::newRow("third digit rounded away") << "12.005" << 12 << 0 << 12;
+    QTest::newRow("blanks around") << " 3.04 " << 3 << 4 << 3;
+    QTest::newRow("leading point") << ".5" << 0 << 50 << 0;
+    QTest::newRow("half to even") << "2.5" << 2 << 50 << 2;
+    QTest::newRow("half to even up") << "3.5" << 3 << 50 << 4;
+    QTest::newRow("second point and sign dropped") << "-1.2.3" << 1 << 23 << 1;
+    QTest::newRow("no digits") << "abc" << 0 << 0 << 0;
+    QTest::newRow("empty") << "" << 0 << 0 << 0;
+}
+
+void PaymentTest::layoutValue()
+{
+    QFETCH(QString, text);
+    QFETCH(int, start);
+    QFETCH(int, length);
+    QFETCH(int, fieldNo);
+    LayoutPos p;
+    QVERIFY(fnSplitPos(fnLayoutValue(text), &p));
+    QCOMPARE(p.start, start);
+    QCOMPARE(p.length, length);
+    qint16 n = -1;
+    QVERIFY(fnFieldNo(fnLayoutValue(text), &n));
+    QCOMPARE(n, fieldNo);
+    QVERIFY(!fnSplitPos(40000, &p));
+    QCOMPARE(fnItem(QStringLiteral("abcdef"), LayoutPos{5, 10}), QStringLiteral("ef"));
+    QCOMPARE(fnItem(QStringLiteral("abcdef"), LayoutPos{0, 3}), QString());
+}
+
+void PaymentTest::layoutLoad()
+{
+    gCvsLayout = CvsLayout{};
+    QVERIFY(fnLoadCvsIni(QStringLiteral("908997"), 0));
+    // the loader's connection stays open for whoever reads through it next
+    QVERIFY(gclsDb && gclsDb->connection() && gclsDb->connection()->isOpen());
+    const CvsLayout fixed = gCvsLayout;
+    QCOMPARE(fixed.dno1, (LayoutPos{4, 14}));
+    QCOMPARE(fixed.sokum, (LayoutPos{8, 10}));
+    QCOMPARE(fixed.money, (LayoutPos{39, 10}));
+    QVERIFY(!fixed.dno2.has());
+    // no comma-separated layout for 908997, no layout at all for 999999: the last one stays
+    QVERIFY(!fnLoadCvsIni(QStringLiteral("908997"), 1));
+    QVERIFY(!fnLoadCvsIni(QStringLiteral("999999"), 0));
+    QVERIFY(gCvsLayout == fixed);
+    QVERIFY(fnLoadCvsIni(QStringLiteral("929023"), 1));
+    QCOMPARE(gCvsLayout.cdno1, qint16(4));
+    QCOMPARE(gCvsLayout.tuki, (LayoutPos{5, 2}));
+    QCOMPARE(gCvsLayout.cmoney, qint16(5));
+}
+
+void PaymentTest::formats()
+{
+    QCOMPARE(PaymentImportJob::formatDate(20240510), QStringLiteral("2024/05/10"));
+    QCOMPARE(PaymentImportJob::formatDate(12345), QStringLiteral("1/23/45"));
+    QCOMPARE(PaymentImportJob::formatAmount(1234567), QStringLiteral("1,234,567"));
+    QCOMPARE(PaymentImportJob::formatAmount(0), QStringLiteral("0"));
+    QCOMPARE(PaymentImportJob::formatAmount(999.5), QStringLiteral("1,000"));
+}
+
+void PaymentTest::backupName()
+{
+    const QDateTime at(QDate(2024, 11, 3), QTime(14, 7, 9));
+    QCOMPARE(pel::backupName(QStringLiteral("/x/MT.txt"), at), QStringLiteral("/x/MT.txt.20241103142411i09"));
+    QCOMPARE(pel::backupName(QStringLiteral("a"), QDateTime(QDate(2025, 1, 2), QTime(3, 4, 5))),
+             QStringLiteral("a.2025010203241i05"));
+}
+
+void PaymentTest::fixedWidth()
+{
+    const QString path = inputFile(*home_, QStringLiteral("MT.txt"), cp932Lines(fwBasic()));
+    ScriptedDialogs d;
+    expectFullRun(d, 4);
+    Run r;
+    QCOMPARE(r.job.run({path, PaymentImportJob::RecordDate, 0}), PaymentImportJob::Result::Done);
+    QVERIFY(d.done());
+    QCOMPARE(r.job.agencyCode(), QStringLiteral("908997"));
+    const QString ok = QStringLiteral("○：正常に読込ました"), day = QStringLiteral("2024/05/10");
+    const QString yamada = QStringLiteral("山田 太郎"), sato = QStringLiteral("ｻﾄｳ ﾊﾅｺ");
+    const QList<QStringList> expected{
+        {ok, "速報", day, "5,000", "5,000", "1001", "101", yamada},
+        {"△：金額に相違があります", "速報", day, "3,000", "2,900", "1002", "102", sato},
+        {ok, "郵振", day, "12,345", "12,345", "1003", "101", yamada},
+        {ok, "郵振訂", day, "800", "500", "1004", "102", sato},
+        {"×：取消データです。　入金処理で調整してください。", "取消", day, "2,000", "2,000", "1005", "101", yamada},
+        {"×：受注伝票がありません", "速報", day, "", "3,000", "99999999", "", ""},
+        {"×：受注伝票がありません", "取消", day, "", "1,200", "99999998", "", ""},
+        {"×：入金伝票が存在します", "速報", day, "7,000", "7,000", "1006", "102", sato},
+        {"×：ﾌｧｲﾅﾝｽｺｰﾄﾞｴﾗｰ", "速報", "", "", "", "", "", ""},
+    };
+    QCOMPARE(r.ui.rows, expected);
+    QCOMPARE(r.totals(), (Totals{4, 20745, 3, 14000, 2, 3200, 7, 34745, 2, 3200}));
+    QCOMPARE(r.job.totals()[7], QStringLiteral("34,745"));
+    // posted: one payment and one ledger line each, nothing for 1005 (取消) or the second 1001 (02)
+    QCOMPARE(count("select count(*) from inmoney where nday = 20240510 and pcode = 6 and inflag = 1"), 4);
+    QCOMPARE(count("select sum(money) from inmoney where nday = 20240510"), 20745);
+    QCOMPARE(count("select count(*) from inmoney where denno = 1005"), 0);
+    QCOMPARE(count("select count(*) from cdai where kubun = 3 and line = 1 and day = 20240510"), 4);
+    QCOMPARE(home_->scalar("select mcode from cdai where denno = 1002"), QStringLiteral("102"));
+    QVERIFY(!home_->scalar("select sdate from inmoney where denno = 1001").isEmpty());
+    QCOMPARE(home_->scalar("select naiyou from operatlog where kubun = 1"), QStringLiteral("4件 20,745円"));
+    // the file is marked as read
+    QFile f(path);
+    QVERIFY(f.open(QIODevice::ReadOnly));
+    QVERIFY(f.readAll().endsWith("\r\n" + *Cp932::encode(u"読込済") + "\r\n"));
+}
+
+void PaymentTest::secondImportRefused()
+{
+    const QString path = inputFile(*home_, QStringLiteral("MT.txt"), cp932Lines(fwBasic()));
+    Run r;
+    {
+        ScriptedDialogs d;
+        expectFullRun(d, 4);
+        QCOMPARE(r.job.run({path, 0, 0}), PaymentImportJob::Result::Done);
+    }
+    ScriptedDialogs d;
+    d.expect(QStringLiteral("作業を開始しますか？"), answer::Yes);
+    d.expect(QStringLiteral("読込済みデータです"), answer::Ok);
+    QCOMPARE(r.job.run({path, 0, 0}), PaymentImportJob::Result::Refused);
+    QCOMPARE(d.shown.last(), kBatchTitle + "|64|読込済みデータです");
+    QCOMPARE(count("select count(*) from inmoney"), 5);
+    QVERIFY(!r.job.busy());
+}
+
+void PaymentTest::comma_data()
+{
+    QTest::addColumn<QStringList>("lines");
+    QTest::addColumn<QList<QStringList>>("rows");
+    QTest::addColumn<Totals>("totals");
+    const QString ok = QStringLiteral("○：正常に読込ました"), day = QStringLiteral("2024/05/11");
+    QTest::newRow("every outcome")
+        << QStringList{csvRecord("1", digitsOf(1001, 17), 5000),          // code written "1"
+                       csvRecord("01", "EAN" + digitsOf(1002, 17), 2900), // EAN prefix, amount differs
+                       csvRecord("12", digitsOf(1003, 17), 12345),
+                       csvRecord("22", digitsOf(1004, 17), 500),
+                       csvRecord("03", digitsOf(1005, 17), 2000),
+                       csvRecord("02", digitsOf(1001, 17), 5000), // not a code of this format: passed over
+                       "",
+                       csvRecord("01", digitsOf(1006, 17), 7000),
+                       csvRecord("03", digitsOf(99999998, 17), 1200),
+                       csvRecord("01", digitsOf(1007, 17), 4000, "929999")}
+        << QList<QStringList>{{ok, "速報", day, "5,000", "5,000", "1001", "101", "山田 太郎"},
+                              {"△：金額に相違があります", "速報", day, "3,000", "2,900", "1002", "102", "ｻﾄｳ ﾊﾅｺ"},
+                              {ok, "郵振", day, "12,345", "12,345", "1003", "101", "山田 太郎"},
+                              {ok, "郵振訂", day, "800", "500", "1004", "102", "ｻﾄｳ ﾊﾅｺ"},
+                              {"×：取消データです。　入金処理で調整してください。", "取消", day, "2,000", "2,000",
+                               "1005", "101", "山田 太郎"},
+                              {"×：入金伝票が存在します", "速報", day, "7,000", "7,000", "1006", "102", "ｻﾄｳ ﾊﾅｺ"},
+                              {"×：受注伝票がありません", "取消", day, "", "1,200", "99999998", "", ""},
+                              {"×：ﾌｧｲﾅﾝｽｺｰﾄﾞｴﾗｰ", "速報", "", "", "", "", "", ""}}
+        // the agency error's amount is cut from the whole line: "\"01\",\"9299" reads as 19299
+        << Totals{4, 20745, 2, 7000 + 19299, 2, 3200, 6, 20745 + 26299, 2, 3200};
+    QTest::newRow("a missing field is an error of its record")
+        << QStringList{csvRecord("01", digitsOf(1001, 17), 5000), QStringLiteral("\"01\",\"929023\",\"1\"")}
+        << QList<QStringList>{{ok, "速報", day, "5,000", "5,000", "1001", "101", "山田 太郎"},
+                              {"×：読込データに誤りがあります", "速報", "", "", "", "", "", ""}}
+        << Totals{1, 5000, 1, 0, 0, 0, 2, 5000, 0, 0};
+    QTest::newRow("an order number beyond 32 bits")
+        << QStringList{csvRecord("01", "99999999999999999", 5000)}
+        << QList<QStringList>{{"×：読込データに誤りがあります", "速報", day, "", "5,000", "", "", ""}}
+        << Totals{0, 0, 1, 5000, 0, 0, 1, 5000, 0, 0};
+}
+
+void PaymentTest::comma()
+{
+    QFETCH(QStringList, lines);
+    QFETCH(QList<QStringList>, rows);
+    QFETCH(Totals, totals);
+    const QString path = inputFile(*home_, QStringLiteral("MT.csv"), cp932Lines(lines));
+    ScriptedDialogs d;
+    expectFullRun(d, static_cast<int>(totals[0]));
+    Run r;
+    QCOMPARE(r.job.run({path, 0, 0}), PaymentImportJob::Result::Done);
+    QCOMPARE(r.job.commaFlag(), qint16(1));
+    QCOMPARE(r.ui.rows, rows);
+    QCOMPARE(r.totals(), totals);
+    // no trailer: the file totals are the outcome frames'
+    QCOMPARE(totals[6], totals[0] + totals[2]);
+    QCOMPARE(totals[7], totals[1] + totals[3]);
+    QCOMPARE(count("select count(*) from inmoney where nday = 20240511"), totals[0]);
+}
+
+void PaymentTest::screenDate_data()
+{
+    QTest::addColumn<bool>("csv");
+    QTest::addColumn<qint64>("posted");
+    QTest::newRow("fixed width takes the screen's date") << false << qint64(20240620);
+    QTest::newRow("comma-separated keeps 0") << true << qint64(0);
+}
+
+void PaymentTest::screenDate()
+{
+    QFETCH(bool, csv);
+    QFETCH(qint64, posted);
+    const QStringList lines = csv ? QStringList{csvRecord("01", digitsOf(1001, 17), 5000)}
+                                  : QStringList{fwHeader(), fwRecord("01", 1001, 5000), fwTrailer(1, 5000, 0, 0)};
+    const QString path = inputFile(*home_, QStringLiteral("MT.txt"), cp932Lines(lines));
+    ScriptedDialogs d;
+    expectFullRun(d, 1);
+    Run r;
+    QCOMPARE(r.job.run({path, PaymentImportJob::ScreenDate, 20240620}), PaymentImportJob::Result::Done);
+    QCOMPARE(count("select nday from inmoney where denno = 1001"), posted);
+    QCOMPARE(count("select day from cdai where denno = 1001"), posted);
+    QCOMPARE(r.ui.rows.value(0).value(2), posted ? QStringLiteral("2024/06/20") : QString());
+}
+
+void PaymentTest::agencyDetection_data()
+{
+    QTest::addColumn<QString>("record");
+    QTest::addColumn<QString>("agency");
+    QTest::newRow("08997") << fwRecord("01", 1001, 5000, "08997") << "908997";
+    QTest::newRow("59951") << fwRecord("01", 1001, 5000, "59951") << "959951";
+    QTest::newRow("08082") << fwRecord("01", 1001, 5000, "08082") << "908082";
+    QTest::newRow("929023 at column 21") << fwRecord("01", 1001, 5000, "xxx929023") << "929023";
+    QTest::newRow("nothing matches: the last run's code stays") << fwRecord("01", 1001, 5000, "12345") << "908082";
+}
+
+void PaymentTest::agencyDetection()
+{
+    QFETCH(QString, record);
+    QFETCH(QString, agency);
+    // only 908997 has a layout here, so the others stop at the layout with nothing posted
+    const QString path =
+        inputFile(*home_, QStringLiteral("MT.txt"), cp932Lines({fwHeader(), record, fwTrailer(1, 5000, 0, 0)}));
+    ScriptedDialogs d;
+    d.expect(QStringLiteral("作業を開始しますか？"), answer::Yes);
+    if (agency == QLatin1String("908997")) {
+        d.expect(QStringLiteral("1件の入金処理をしました"), answer::Ok);
+        d.expect(QStringLiteral("読込データをバックアップしますか？"), answer::No);
+    } else {
+        d.expect(QStringLiteral("基本情報がありません"), answer::Ok);
+    }
+    Run r;
+    r.job.setAgencyCode(QStringLiteral("908082"));
+    r.job.run({path, 0, 0});
+    QVERIFY(d.done());
+    QCOMPARE(r.job.agencyCode(), agency);
+    if (agency != QLatin1String("908997")) {
+        QCOMPARE(d.styles.last(), mb::OkOnly | mb::Exclamation);
+        QCOMPARE(count("select count(*) from inmoney"), 1);
+    }
+}
+
+void PaymentTest::trailer_data()
+{
+    QTest::addColumn<QStringList>("lines");
+    QTest::addColumn<bool>("agrees");
+    QTest::addColumn<int>("posted");
+    const QString head = fwHeader();
+    const QString r1 = fwRecord("01", 1001, 5000), r3 = fwRecord("03", 1005, 2000), r12 = fwRecord("12", 1003, 12345);
+    QTest::newRow("no postal records") << QStringList{head, r1, r3, fwTrailer(1, 5000, 1, 2000)} << true << 1;
+    QTest::newRow("postal extras at 50 and 56")
+        << QStringList{head, r1, r12, fwTrailer(1, 5000, 0, 0, 1, 12345)} << true << 2;
+    QTest::newRow("postal records without their extras")
+        << QStringList{head, r1, r12, fwTrailer(1, 5000, 0, 0)} << false << 0;
+    QTest::newRow("extras ignored without postal records")
+        << QStringList{head, r1, fwTrailer(1, 5000, 0, 0, 1, 12345)} << true << 1;
+    QTest::newRow("two trailers add up") << QStringList{head, r1, fwTrailer(1, 0, 0, 0), fwTrailer(0, 5000, 0, 0)}
+                                         << true << 1;
+    QTest::newRow("count differs") << QStringList{head, r1, fwTrailer(2, 5000, 0, 0)} << false << 0;
+    QTest::newRow("cancellation amount differs")
+        << QStringList{head, r1, r3, fwTrailer(1, 5000, 1, 2001)} << false << 0;
+    QTest::newRow("no trailer") << QStringList{head, r1} << false << 0;
+}
+
+void PaymentTest::trailer()
+{
+    QFETCH(QStringList, lines);
+    QFETCH(bool, agrees);
+    QFETCH(int, posted);
+    const QString path = inputFile(*home_, QStringLiteral("MT.txt"), cp932Lines(lines));
+    ScriptedDialogs d;
+    d.expect(QStringLiteral("作業を開始しますか？"), answer::Yes);
+    if (agrees) {
+        d.expect(QString::number(posted) + QStringLiteral("件の入金処理をしました"), answer::Ok);
+        d.expect(QStringLiteral("読込データをバックアップしますか？"), answer::No);
+    } else {
+        d.expect(QStringLiteral("データ合計とトレーラー合計が違います。"), answer::Ok);
+    }
+    Run r;
+    QCOMPARE(r.job.run({path, 0, 0}), agrees ? PaymentImportJob::Result::Done : PaymentImportJob::Result::Refused);
+    QCOMPARE(count("select count(*) from inmoney"), 1 + posted);
+    if (!agrees) {
+        QCOMPARE(d.shown.last().section(u'|', 0, 1), kBatchTitle + "|0");
+        QVERIFY(r.ui.rows.isEmpty());
+        QVERIFY(r.job.total(6) > 0); // the file sums stay on the screen
+    }
+}
+
+void PaymentTest::refusals_data()
+{
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::addColumn<QString>("message");
+    const QByteArray good = cp932Lines({fwHeader(), fwRecord("01", 1001, 5000), fwTrailer(1, 5000, 0, 0)});
+    const QString utf8 = MtFile::utf8Message();
+    QTest::newRow("HEAD") << QByteArray("HEAD00001908997\r\n")
+                          << QStringLiteral("現在おまかせ袋のデーターフォーマットには、対応してません。\r\n\r\n"
+                                            "標準フォーマットを指定してください。");
+    QTest::newRow("UTF-8 with BOM") << QByteArray("\xEF\xBB\xBF") + good << utf8;
+    QTest::newRow("UTF-8 without BOM") << (fwHeader().left(20) + QStringLiteral("さくら物産\r\n")).toUtf8() +
+                                              good.mid(good.indexOf('\n') + 1)
+                                       << utf8;
+    QTest::newRow("UTF-8 in a later line") << good + QStringLiteral("9 株式会社さくら\r\n").toUtf8() << utf8;
+    QTest::newRow("not CP932") << good + QByteArray("9 \x82\x20\r\n") << MtFile::notCp932Message(4, QString());
+    QTest::newRow("lead byte cut at the end") << good + QByteArray("9 \x82") << MtFile::notCp932Message(4, QString());
+    QTest::newRow("empty file") << QByteArray() << QStringLiteral("該当データがありません");
+}
+
+void PaymentTest::refusals()
+{
+    QFETCH(QByteArray, bytes);
+    QFETCH(QString, message);
+    const QString path = inputFile(*home_, QStringLiteral("MT.txt"), bytes);
+    // the CP932 messages carry the codec's own detail after the line number
+    struct Prefix : ScriptedDialogs {
+        QString prefix;
+        int messageBox(const QString& text, int style, const QString& title) override
+        {
+            if (!prefix.isEmpty() && text.startsWith(prefix))
+                return ScriptedDialogs::messageBox(prefix, style, title);
+            return ScriptedDialogs::messageBox(text, style, title);
+        }
+    } d;
+    if (message.endsWith(QLatin1String("\r\n")))
+        d.prefix = message;
+    d.expect(QStringLiteral("作業を開始しますか？"), answer::Yes);
+    d.expect(message, answer::Ok);
+    Run r;
+    QCOMPARE(r.job.run({path, 0, 0}), PaymentImportJob::Result::Refused);
+    QVERIFY(d.done());
+    QCOMPARE(count("select count(*) from inmoney"), 1);
+    QVERIFY(!r.job.busy());
+    QCOMPARE(r.ui.locks, (QList<bool>{true, false}));
+    QFile f(path);
+    QVERIFY(f.open(QIODevice::ReadOnly));
+    QCOMPARE(f.readAll(), bytes); // not marked
+}
+
+void PaymentTest::lineEnds_data()
+{
+    QTest::addColumn<QByteArray>("bytes");
+    const QStringList lines{fwHeader(), fwRecord("01", 1001, 5000), fwTrailer(1, 5000, 0, 0)};
+    QTest::newRow("CR LF") << cp932Lines(lines);
+    QTest::newRow("LF only") << cp932Lines(lines, "\n");
+    QTest::newRow("no final break") << cp932Lines(lines, "\r\n", false);
+    QTest::newRow("end-of-file byte") << cp932Lines(lines) + "\x1A";
+    QTest::newRow("end-of-file byte on the last line") << cp932Lines(lines, "\r\n", false) + "\x1A";
+}
+
+void PaymentTest::lineEnds()
+{
+    QFETCH(QByteArray, bytes);
+    const QString path = inputFile(*home_, QStringLiteral("MT.txt"), bytes);
+    Run r;
+    {
+        ScriptedDialogs d;
+        expectFullRun(d, 1);
+        QCOMPARE(r.job.run({path, 0, 0}), PaymentImportJob::Result::Done);
+    }
+    QCOMPARE(count("select count(*) from inmoney where denno = 1001"), 1);
+    // the mark is a line of its own whatever the file's last bytes were
+    ScriptedDialogs d;
+    d.expect(QStringLiteral("作業を開始しますか？"), answer::Yes);
+    d.expect(QStringLiteral("読込済みデータです"), answer::Ok);
+    QCOMPARE(r.job.run({path, 0, 0}), PaymentImportJob::Result::Refused);
+}
+
+// A table that refuses every write, as a record held beyond the attempts would.
+QStringList refuseWrites(Backend backend, const QString& table)
+{
+    if (backend == Backend::Postgres)
+        return {QStringLiteral("CREATE FUNCTION refuse_%1() RETURNS trigger AS 'BEGIN RAISE EXCEPTION ''held''; END' "
+                               "LANGUAGE plpgsql")
+                    .arg(table),
+                QStringLiteral("CREATE TRIGGER refuse_%1 BEFORE INSERT OR UPDATE ON %1 FOR EACH ROW EXECUTE FUNCTION "
+                               "refuse_%1()")
+                    .arg(table)};
+    return {QStringLiteral("CREATE TRIGGER refuse_%1 BEFORE INSERT ON %1 BEGIN SELECT RAISE(ABORT, 'held'); END")
+                .arg(table)};
+}
+
+void PaymentTest::postingFailure_data()
+{
+    QTest::addColumn<QString>("refused");
+    QTest::addColumn<qint64>("payments");
+    // the payment refused: nothing is left; the ledger line refused: the payment stays and the record is listed
+    // as failed (the next import reports it as paid)
+    QTest::newRow("payment refused") << "inmoney" << qint64(0);
+    QTest::newRow("ledger line refused") << "cdai" << qint64(1);
+    // a real lock held by another connection: on SQLite the database's write lock stops the payment already, on
+    // PostgreSQL the held ledger line stops the ledger write
+    QTest::newRow("held by another connection") << "" << qint64(backendUnderTest() == Backend::Postgres ? 1 : 0);
+}
+
+void PaymentTest::postingFailure()
+{
+    QFETCH(QString, refused);
+    QFETCH(qint64, payments);
+    const QString path = inputFile(*home_, QStringLiteral("MT.txt"),
+                                   cp932Lines({fwHeader(), fwRecord("01", 1001, 5000), fwTrailer(1, 5000, 0, 0)}));
+    if (!refused.isEmpty())
+        QVERIFY(home_->exec(refuseWrites(home_->backend(), refused)));
+    else if (home_->backend() == Backend::Postgres) // a ledger line of that order and date that another program holds
+        QVERIFY(home_->exec({"INSERT INTO cdai (mcode,day,kubun,denno,line) VALUES ('101',20240510,3,1001,1)"}));
+    ScriptedDialogs d;
+    expectFullRun(d, 0);
+    Run r;
+    {
+        std::unique_ptr<Locker> lock;
+        if (refused.isEmpty()) {
+            lock = std::make_unique<Locker>(home_->backend());
+            QVERIFY(lock->ok());
+        }
+        QCOMPARE(r.job.run({path, 0, 0}), PaymentImportJob::Result::Done);
+    }
+    QCOMPARE(r.ui.rows.value(0).value(0), QStringLiteral("×：記録中にエラーが発生しました"));
+    QCOMPARE(r.totals(), (Totals{0, 0, 1, 5000, 0, 0, 1, 5000, 0, 0}));
+    QCOMPARE(count("select count(*) from inmoney where denno = 1001"), payments);
+    QCOMPARE(count("select count(*) from cdai where denno = 1001 and mcode = '101' and day = 20240510"),
+             refused.isEmpty() && home_->backend() == Backend::Postgres ? 1 : 0);
+}
+
+void PaymentTest::postingEditsOneRow()
+{
+    PaymentPosting p(0);
+    QVERIFY(p.postPayment(QString(), 1001, 20240510, 5000, 6));
+    QVERIFY(p.postPayment(QString(), 1001, 20240510, 4000, 6));
+    QCOMPARE(count("select count(*) from inmoney where denno = 1001"), 1);
+    QCOMPARE(count("select money from inmoney where denno = 1001"), 4000);
+    QCOMPARE(count("select count(*) from cdai where denno = 1001"), 1);
+    // an order without a header: the payment alone
+    QVERIFY(p.postPayment(QString(), 5555, 20240510, 100, 6));
+    QCOMPARE(count("select count(*) from inmoney where denno = 5555"), 1);
+    QCOMPARE(count("select count(*) from cdai where denno = 5555"), 0);
+    QString e;
+    QCOMPARE(p.paymentExists(1006, &e), std::optional<bool>(true)); // paid on another date
+    QCOMPARE(p.paymentExists(1002, &e), std::optional<bool>(false));
+}
+
+void PaymentTest::cancelledAndRunAgain()
+{
+    const QString path = inputFile(*home_, QStringLiteral("MT.txt"), cp932Lines(fwBasic()));
+    Run r;
+    {
+        ScriptedDialogs d;
+        d.expect(QStringLiteral("作業を開始しますか？"), answer::Yes);
+        d.expect(QStringLiteral("処理を中止しました。\r\n2件の入金処理をしました"), answer::Ok);
+        // pass 1 yields once per line (13), pass 2 stops before its fourth record
+        r.ui.cancelAfterYields = 13 + 3;
+        QCOMPARE(r.job.run({path, 0, 0}), PaymentImportJob::Result::Cancelled);
+    }
+    QCOMPARE(count("select count(*) from inmoney"), 3);
+    r.ui.cancelAfterYields = -1;
+    r.ui.rows.clear();
+    ScriptedDialogs d;
+    expectFullRun(d, 2);
+    QCOMPARE(r.job.run({path, 0, 0}), PaymentImportJob::Result::Done);
+    QCOMPARE(r.ui.rows.value(1).value(0), QStringLiteral("×：入金伝票が存在します"));
+    QCOMPARE(r.ui.rows.value(2).value(0), QStringLiteral("○：正常に読込ました"));
+    QCOMPARE(count("select count(*) from inmoney"), 5);
+    QCOMPARE(count("select count(*) from cdai"), 4);
+    QCOMPARE(count("select max(c) from (select count(*) as c from inmoney group by denno) t"), 1);
+}
+
+void PaymentTest::engineErrorRollsBack()
+{
+    // the screen's connection is closed under the job: the lookup fails with the engine's text
+    const QString path = inputFile(*home_, QStringLiteral("MT.txt"), cp932Lines(fwBasic()));
+    ScriptedDialogs d;
+    d.expect(QStringLiteral("作業を開始しますか？"), answer::Yes);
+    d.expect(QStringLiteral("Operation is not allowed when the object is closed."), answer::Ok);
+    Run r;
+    r.db.CloseDb();
+    QCOMPARE(r.job.run({path, 0, 0}), PaymentImportJob::Result::Failed);
+    QVERIFY(!r.job.busy());
+    QCOMPARE(r.ui.locks, (QList<bool>{true, false}));
+    QCOMPARE(count("select count(*) from inmoney"), 1);
+    QFile f(path);
+    QVERIFY(f.open(QIODevice::ReadOnly));
+    QVERIFY(!f.readAll().contains(*Cp932::encode(u"読込済")));
+}
+
+void PaymentTest::backupCopy()
+{
+    const QString path = inputFile(*home_, QStringLiteral("MT.txt"), cp932Lines(fwBasic()));
+    ScriptedDialogs d;
+    d.expect(QStringLiteral("作業を開始しますか？"), answer::Yes);
+    d.expect(QStringLiteral("4件の入金処理をしました"), answer::Ok);
+    d.expect(QStringLiteral("読込データをバックアップしますか？"), answer::Yes);
+    const QDateTime before = QDateTime::currentDateTime();
+    Run r;
+    QCOMPARE(r.job.run({path, 0, 0}), PaymentImportJob::Result::Done);
+    QCOMPARE(d.shown.last(), "読込データバックアップ確認|" + QString::number(mb::YesNo | mb::Information) +
+                                 "|読込データをバックアップしますか？");
+    const QStringList copies = QDir(home_->path()).entryList({QStringLiteral("MT.txt.*")});
+    QCOMPARE(copies.size(), 1);
+    QVERIFY(copies[0] == QFileInfo(pel::backupName(path, before)).fileName() ||
+            copies[0] == QFileInfo(pel::backupName(path, before.addSecs(1))).fileName());
+    QFile copy(home_->file(copies[0])), original(path);
+    QVERIFY(copy.open(QIODevice::ReadOnly) && original.open(QIODevice::ReadOnly));
+    QCOMPARE(copy.readAll(), original.readAll()); // the marked file
+}
+
+void PaymentTest::runnerKilledAndRunAgain()
+{
+    // a real kill part-way through pass 2: whatever was posted stays, and the next run posts nothing twice
+    const QString path = inputFile(*home_, QStringLiteral("MT.txt"), cp932Lines(fwBasic()));
+    QFile ini(home_->file(QStringLiteral("mirabo.ini")));
+    QVERIFY(ini.open(QIODevice::Append));
+    ini.write("[CvsRead]\r\nCheckWait=150\r\n");
+    ini.close();
+    QProcess first;
+    first.start(QStringLiteral(PEL008_BATCH), {QStringLiteral("--yes"), QStringLiteral("import-payments"), path});
+    QVERIFY(first.waitForStarted());
+    QElapsedTimer t;
+    t.start();
+    while (count("select count(*) from inmoney") < 3 && t.elapsed() < 20000)
+        QTest::qWait(20);
+    first.kill();
+    first.waitForFinished();
+    const qint64 afterKill = count("select count(*) from inmoney");
+    QVERIFY2(afterKill >= 3 && afterKill < 5, qPrintable(QString::number(afterKill)));
+
+    QProcess second;
+    second.start(QStringLiteral(PEL008_BATCH), {QStringLiteral("--yes"), QStringLiteral("import-payments"), path});
+    QVERIFY(second.waitForFinished(60000));
+    QCOMPARE(second.exitCode(), 0);
+    QCOMPARE(count("select count(*) from inmoney"), 5);
+    QCOMPARE(count("select count(distinct denno) from inmoney"), 5);
+    QCOMPARE(count("select count(*) from cdai"), 4);
+    QCOMPARE(count("select count(distinct denno) from cdai"), 4);
+    QCOMPARE(count("select sum(money) from inmoney where nday = 20240510"), 20745);
+}
+
+void PaymentTest::runner()
+{
+    const QString path = inputFile(*home_, QStringLiteral("MT.txt"), cp932Lines(fwBasic()));
+    const auto batch = [&](const QStringList& args, QByteArray* out, QByteArray* err) {
+        QProcess p;
+        p.start(QStringLiteral(PEL008_BATCH), args);
+        p.waitForFinished(60000);
+        *out = p.readAllStandardOutput();
+        *err = p.readAllStandardError();
+        return p.exitCode();
+    };
+    QByteArray out, err;
+    // without --yes the run stops at the question, as a user pressing No would
+    QCOMPARE(batch({"import-payments", path}, &out, &err), 1);
+    QCOMPARE(QString::fromUtf8(err), QStringLiteral("作業を開始しますか？\n"));
+    QCOMPARE(count("select count(*) from inmoney"), 1);
+    QCOMPARE(batch({"--yes", "import-payments", path, "--screen-date", "20240620"}, &out, &err), 0);
+    QStringList lines = QString::fromUtf8(out).split(u'\n', Qt::SkipEmptyParts);
+    QCOMPARE(lines.size(), 10);
+    QCOMPARE(lines[0], QStringLiteral("○：正常に読込ました\t速報\t2024/06/20\t5,000\t5,000\t1001\t101\t山田 太郎"));
+    QCOMPARE(lines[9], QStringLiteral("4\t20745\t3\t14000\t2\t3200\t7\t34745\t2\t3200"));
+    QVERIFY(QString::fromUtf8(err).contains(QStringLiteral("4件の入金処理をしました\n")));
+    // a second run is refused in pass 1 (the file sums read so far stay); --json gives the summary alone
+    QCOMPARE(batch({"--yes", "--json", "import-payments", path}, &out, &err), 1);
+    QCOMPARE(out.trimmed(), QByteArray(R"({"posted":0,"rows":[],"totals":[0,0,0,0,0,0,7,34745,2,3200]})"));
+    QVERIFY(QString::fromUtf8(err).contains(QStringLiteral("読込済みデータです")));
+    QCOMPARE(batch({"import-payments", path, "--screen-date", "20241301"}, &out, &err), 2);
+    QCOMPARE(batch({"import-payments", path, "--group", "1"}, &out, &err), 2);
+}
+
+void PaymentTest::runnerReport()
+{
+    const QString path = inputFile(*home_, QStringLiteral("MT.txt"), cp932Lines(fwBasic()));
+    const QString pdf = home_->file(QStringLiteral("正常.pdf"));
+    QProcess p;
+    p.start(QStringLiteral(PEL008_BATCH), {"--yes", "import-payments", path, "--report", pdf, "--group", "0"});
+    QVERIFY(p.waitForFinished(60000));
+    QCOMPARE(p.exitCode(), 0);
+    QVERIFY(QFileInfo(pdf).size() > 0);
+    QProcess fonts;
+    fonts.start(QStringLiteral("pdffonts"), {pdf});
+    if (!fonts.waitForFinished(20000))
+        QSKIP("pdffonts is not installed");
+    const QString out = QString::fromUtf8(fonts.readAllStandardOutput());
+    QVERIFY2(out.contains(QStringLiteral("IPAexGothic")) && out.contains(QStringLiteral(" yes ")), qPrintable(out));
+    // a report that cannot be written stops the runner with its reason
+    p.start(QStringLiteral(PEL008_BATCH),
+            {"--yes", "import-payments", path, "--report", home_->file("no/such/folder/r.pdf"), "--group", "1"});
+    QVERIFY(p.waitForFinished(60000));
+    QCOMPARE(p.exitCode(), 1);
+    QVERIFY(QString::fromUtf8(p.readAllStandardError()).contains(QStringLiteral("cannot write")));
+}
+
+QTEST_GUILESS_MAIN(PaymentTest)
+#include "tst_payment.moc"
