@@ -60,6 +60,7 @@ struct Column {
     std::uint16_t sortOrder = 0; // text: 0x409 = General
     bool fixed = false;
     bool compressed = false;
+    std::string defaultValue; // the DefaultValue property as stored (an expression), "" when none
 };
 
 struct IndexColumn {
