@@ -8,6 +8,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace jet
@@ -226,6 +227,9 @@ public:
     // type counts). Each call is all or nothing. Inside a transaction only.
     Status insertRow(const Table& t, const std::vector<Value>& values, RowId* id);
     Status updateRow(const Table& t, RowId id, const std::vector<Value>& values);
+    // Changes some columns of a row, the others kept: numbers and dates that no index holds and that have a
+    // value before and after are written into the row where they stand; anything else goes through updateRow.
+    Status updateColumns(const Table& t, RowId id, const std::vector<std::pair<std::size_t, Value>>& changes);
     Status deleteRow(const Table& t, RowId id);
     Status readRow(const Table& t, RowId id, std::vector<Value>& out) const;
 

@@ -471,6 +471,8 @@ int xColumn(sqlite3_vtab_cursor* base, sqlite3_context* ctx, int i)
 {
     auto* c = reinterpret_cast<VCursor*>(base);
     try {
+        // A column an UPDATE leaves as it is: not read (xUpdate sees it as unchanged).
+        if (sqlite3_vtab_nochange(ctx)) return SQLITE_OK;
         Value& v = c->value;
         if (Status s = c->cur.column(static_cast<std::size_t>(i), v); s != OK) {
             sqlite3_result_error(ctx, c->cur.error().c_str(), -1);
@@ -629,12 +631,19 @@ int xUpdate(sqlite3_vtab* base, int argc, sqlite3_value** argv, sqlite3_int64* r
         }
         if (argc == 1) return fromStatus(base, db, db.deleteRow(t, sqlite3_value_int64(argv[0])));
         std::vector<Value> values(t.columns.size());
+        std::vector<std::pair<std::size_t, Value>> changes;
+        bool someUnchanged = false;
         for (std::size_t k = 0; k < t.columns.size() && int(k) + 2 < argc; ++k) {
+            if (sqlite3_value_nochange(argv[k + 2])) {
+                someUnchanged = true;
+                continue;
+            }
             std::string why;
             if (!fromSqlite(t.columns[k], argv[k + 2], values[k], &why)) {
                 setError(base, why);
                 return SQLITE_MISMATCH;
             }
+            changes.emplace_back(k, values[k]);
         }
         if (sqlite3_value_type(argv[0]) == SQLITE_NULL) {
             if (sqlite3_value_type(argv[1]) != SQLITE_NULL) {
@@ -654,6 +663,7 @@ int xUpdate(sqlite3_vtab* base, int argc, sqlite3_value** argv, sqlite3_int64* r
             setError(base, "The row number of a Jet table is given by the engine");
             return SQLITE_MISMATCH;
         }
+        if (someUnchanged) return fromStatus(base, db, db.updateColumns(t, sqlite3_value_int64(argv[0]), changes));
         return fromStatus(base, db, db.updateRow(t, sqlite3_value_int64(argv[0]), values));
     } catch (...) {
         return SQLITE_NOMEM;
