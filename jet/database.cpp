@@ -1,6 +1,7 @@
 // File, header, catalogue and table definitions.
 #include "jet/bytes.h"
 #include "jet/jet.h"
+#include "jet/ldb.h"
 #include "jet/props.h"
 
 #include <algorithm>

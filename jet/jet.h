@@ -1,6 +1,8 @@
 #pragma once
 // Jet 4 engine: reads, and writes inside transactions. Status-code API: every call returns a Status; the text of the
 // last failure stays on the handle (Database::error()). Nothing here throws to the caller.
+#include "jet/ldb.h"
+
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -272,6 +274,7 @@ private:
     std::string notice_;
     std::int64_t stampSize_ = -1, stampMtime_ = -1; // file as we last read or wrote it
     int lockFd_ = -1;
+    std::unique_ptr<LdbRegistration> ldb_; // our slot in the suite's lock file while we write
     bool synced_ = false;
     std::vector<Level> levels_;                         // [0]: the whole transaction
     std::map<std::uint32_t, std::uint32_t> insertPage_; // table definition page -> page new rows go to
