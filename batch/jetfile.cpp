@@ -10,20 +10,47 @@ namespace {
 bool jetType(JetType t, jet::Type* out)
 {
     switch (t) {
-    case JetType::Boolean: *out = jet::Type::Bool; return true;
-    case JetType::Byte: *out = jet::Type::Byte; return true;
-    case JetType::Integer: *out = jet::Type::Int; return true;
-    case JetType::Long: *out = jet::Type::Long; return true;
-    case JetType::Currency: *out = jet::Type::Money; return true;
-    case JetType::Single: *out = jet::Type::Float; return true;
-    case JetType::Double: *out = jet::Type::Double; return true;
-    case JetType::DateTime: *out = jet::Type::DateTime; return true;
-    case JetType::Text: *out = jet::Type::Text; return true;
-    case JetType::Memo: *out = jet::Type::Memo; return true;
-    case JetType::Binary: *out = jet::Type::Binary; return true;
-    case JetType::LongBinary: *out = jet::Type::Ole; return true;
-    case JetType::Guid: *out = jet::Type::Guid; return true;
-    default: return false;
+    case JetType::Boolean:
+        *out = jet::Type::Bool;
+        return true;
+    case JetType::Byte:
+        *out = jet::Type::Byte;
+        return true;
+    case JetType::Integer:
+        *out = jet::Type::Int;
+        return true;
+    case JetType::Long:
+        *out = jet::Type::Long;
+        return true;
+    case JetType::Currency:
+        *out = jet::Type::Money;
+        return true;
+    case JetType::Single:
+        *out = jet::Type::Float;
+        return true;
+    case JetType::Double:
+        *out = jet::Type::Double;
+        return true;
+    case JetType::DateTime:
+        *out = jet::Type::DateTime;
+        return true;
+    case JetType::Text:
+        *out = jet::Type::Text;
+        return true;
+    case JetType::Memo:
+        *out = jet::Type::Memo;
+        return true;
+    case JetType::Binary:
+        *out = jet::Type::Binary;
+        return true;
+    case JetType::LongBinary:
+        *out = jet::Type::Ole;
+        return true;
+    case JetType::Guid:
+        *out = jet::Type::Guid;
+        return true;
+    default:
+        return false;
     }
 }
 
@@ -66,7 +93,8 @@ bool createJetDatabase(const QString& path, std::uint16_t sortOrder, QString* er
             spec.indexes.push_back(pk);
         }
         for (const SchemaIndex& ix : s.indexes) {
-            if (ix.table.compare(t.name, Qt::CaseInsensitive) != 0) continue;
+            if (ix.table.compare(t.name, Qt::CaseInsensitive) != 0)
+                continue;
             jet::IndexSpec is;
             is.name = ix.name.toStdString();
             for (const QString& c : ix.columns)

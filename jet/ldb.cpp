@@ -36,7 +36,8 @@ std::string field(const unsigned char* p)
 // through another descriptor, even in this process, counts.
 bool heldByOthers(int fd)
 {
-    struct flock fl {};
+    struct flock fl {
+    };
     fl.l_type = F_WRLCK;
     fl.l_whence = SEEK_SET;
     fl.l_start = kLdbLockBase;
@@ -125,7 +126,8 @@ std::string LdbRegistration::enter(const std::string& dbPath, std::vector<LdbUse
         leave();
         return "The lock file '" + path_ + "' has no free slot.";
     }
-    struct flock fl {};
+    struct flock fl {
+    };
     fl.l_type = F_WRLCK;
     fl.l_whence = SEEK_SET;
     fl.l_start = kLdbLockBase + slot_;

@@ -870,8 +870,7 @@ int lockForWrite(sqlite3* conn, std::string* error)
         for (const auto& [key, engine] : it->second->files)
             if (!engine->db->tables().empty())
                 // A write that touches no row still joins the table to the transaction: xBegin takes the lock.
-                statements.push_back("DELETE FROM main." + quoteIdent(engine->db->tables().front().name) +
-                                     " WHERE 0");
+                statements.push_back("DELETE FROM main." + quoteIdent(engine->db->tables().front().name) + " WHERE 0");
     }
     for (const std::string& sql : statements) {
         char* msg = nullptr;

@@ -8,8 +8,7 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
-namespace
-{
+namespace {
 
 using namespace jettest;
 
@@ -91,7 +90,8 @@ TEST(JetDefaults, StoredExpressionsAsValues)
         c.defaultValue = r.expression;
         jet::Value v;
         ASSERT_EQ(jet::defaultFor(c, v), r.used) << r.expression;
-        if (!r.used) continue;
+        if (!r.used)
+            continue;
         EXPECT_FALSE(v.null);
         EXPECT_EQ(v.i, r.i) << r.expression;
         EXPECT_EQ(v.d, r.d) << r.expression;
@@ -110,9 +110,9 @@ TEST(JetDefaults, MadeFileKeepsThemAndInsertsTakeThem)
     MadeFile f("jet-defaults");
     std::vector<jet::TableSpec> t(1);
     t[0].name = "inmoney";
-    t[0].columns = {{"denno", jet::Type::Long, 0, true, ""}, {"pcode", jet::Type::Int, 0, false, "6"},
-                    {"money", jet::Type::Money, 0, false, "0"}, {"rate", jet::Type::Double, 0, false, "10"},
-                    {"bikou", jet::Type::Text, 50, false, "\"\""}, {"note", jet::Type::Text, 50, false, "\"済\""},
+    t[0].columns = {{"denno", jet::Type::Long, 0, true, ""},          {"pcode", jet::Type::Int, 0, false, "6"},
+                    {"money", jet::Type::Money, 0, false, "0"},       {"rate", jet::Type::Double, 0, false, "10"},
+                    {"bikou", jet::Type::Text, 50, false, "\"\""},    {"note", jet::Type::Text, 50, false, "\"済\""},
                     {"sdate", jet::Type::DateTime, 0, false, "Now()"}};
     t[0].indexes = {{"PrimaryKey", {{"denno", true}}, true, true}};
     std::string err;

@@ -12,8 +12,7 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
-namespace
-{
+namespace {
 
 using namespace jettest;
 
@@ -67,7 +66,8 @@ struct OtherUser {
     ~OtherUser() { leave(); }
     void leave()
     {
-        if (pid <= 0) return;
+        if (pid <= 0)
+            return;
         char c = 'x';
         (void)!::write(go[1], &c, 1);
         ::waitpid(pid, nullptr, 0);
@@ -102,7 +102,8 @@ TEST(JetLdb, OtherUsersRefuseWritesOurSlotComesAndGoes)
         EXPECT_EQ(std::string(reinterpret_cast<const char*>(bytes.data())), jet::ldbComputerName());
         EXPECT_EQ(std::string(reinterpret_cast<const char*>(bytes.data() + 32)), "Admin");
         pid_t child = ::fork();
-        if (child == 0) ::_exit(jet::ldbUsers(path).size() == 1 ? 0 : 1);
+        if (child == 0)
+            ::_exit(jet::ldbUsers(path).size() == 1 ? 0 : 1);
         int status = -1;
         ::waitpid(child, &status, 0);
         EXPECT_EQ(status, 0) << "another process does not see us";
@@ -117,8 +118,10 @@ TEST(JetLdb, OtherUsersRefuseWritesOurSlotComesAndGoes)
     {
         OtherUser suite(ldb, jet::kLdbLockBase + 7);
         EXPECT_EQ(jet::ldbUsers(path).size(), 2u);
-        EXPECT_EQ(exec(db, "INSERT INTO offset VALUES (2, 3)"), "data1.dat は OFFICE-PC の Admin、SHIP-PC の staff で使用中です");
-        EXPECT_EQ(exec(db, "UPDATE offset SET top = 9"), "data1.dat は OFFICE-PC の Admin、SHIP-PC の staff で使用中です");
+        EXPECT_EQ(exec(db, "INSERT INTO offset VALUES (2, 3)"),
+                  "data1.dat は OFFICE-PC の Admin、SHIP-PC の staff で使用中です");
+        EXPECT_EQ(exec(db, "UPDATE offset SET top = 9"),
+                  "data1.dat は OFFICE-PC の Admin、SHIP-PC の staff で使用中です");
         EXPECT_EQ(readFile(path), before);
         EXPECT_EQ(exec(db, "SELECT count(*) FROM offset"), ""); // reads go on
     }

@@ -7,8 +7,7 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
-namespace
-{
+namespace {
 
 using namespace jettest;
 
@@ -25,7 +24,8 @@ std::string rows(sqlite3* db, const std::string& sql)
 {
     sqlite3_stmt* st = nullptr;
     std::string out;
-    if (sqlite3_prepare_v2(db, sql.c_str(), -1, &st, nullptr) != SQLITE_OK) return sqlite3_errmsg(db);
+    if (sqlite3_prepare_v2(db, sql.c_str(), -1, &st, nullptr) != SQLITE_OK)
+        return sqlite3_errmsg(db);
     while (sqlite3_step(st) == SQLITE_ROW) {
         for (int i = 0; i < sqlite3_column_count(st); ++i) {
             const unsigned char* t = sqlite3_column_text(st, i);
@@ -45,8 +45,8 @@ TEST(JetUpdate, UnchangedColumnsStayAndChangedOnesLand)
     const std::string path = (dir / "data1.dat").string();
     std::vector<jet::TableSpec> t(1);
     t[0].name = "jyuden";
-    t[0].columns = {{"denno", jet::Type::Long}, {"sday", jet::Type::Long},      {"total", jet::Type::Money},
-                    {"cflag", jet::Type::Int},  {"rate", jet::Type::Double},    {"udate", jet::Type::DateTime},
+    t[0].columns = {{"denno", jet::Type::Long}, {"sday", jet::Type::Long},     {"total", jet::Type::Money},
+                    {"cflag", jet::Type::Int},  {"rate", jet::Type::Double},   {"udate", jet::Type::DateTime},
                     {"ok", jet::Type::Bool},    {"memo", jet::Type::Text, 40}, {"b", jet::Type::Byte}};
     t[0].indexes = {{"PrimaryKey", {{"denno", true}}, true, true}, {"jyuden_sday", {{"sday", true}}, false, false}};
     std::string err;
@@ -65,15 +65,15 @@ TEST(JetUpdate, UnchangedColumnsStayAndChangedOnesLand)
     ASSERT_EQ(exec(j, fill), "");
     ASSERT_EQ(exec(s, fill), "");
     const char* updates[] = {
-        "UPDATE jyuden SET cflag = 1",                          // in place on every row
+        "UPDATE jyuden SET cflag = 1", // in place on every row
         "UPDATE jyuden SET cflag = 2, rate = 0.5 WHERE denno % 3 = 0",
-        "UPDATE jyuden SET total = 9 WHERE total IS NULL",      // null before: the long way
-        "UPDATE jyuden SET total = NULL WHERE denno % 11 = 0",  // null after
-        "UPDATE jyuden SET sday = sday + 1 WHERE denno < 50",   // indexed
+        "UPDATE jyuden SET total = 9 WHERE total IS NULL",     // null before: the long way
+        "UPDATE jyuden SET total = NULL WHERE denno % 11 = 0", // null after
+        "UPDATE jyuden SET sday = sday + 1 WHERE denno < 50",  // indexed
         "UPDATE jyuden SET udate = '2027/01/02 03:04:05' WHERE denno > 250",
-        "UPDATE jyuden SET ok = 0 WHERE denno % 4 = 1",         // Yes/No lives in the null mask
+        "UPDATE jyuden SET ok = 0 WHERE denno % 4 = 1", // Yes/No lives in the null mask
         "UPDATE jyuden SET memo = memo || 'x' WHERE denno % 6 = 0",
-        "BEGIN; UPDATE jyuden SET cflag = 5; ROLLBACK",         // undone
+        "BEGIN; UPDATE jyuden SET cflag = 5; ROLLBACK", // undone
         "UPDATE jyuden SET cflag = cflag + 10 WHERE sday = 20260003",
     };
     for (const char* u : updates) {
@@ -87,7 +87,8 @@ TEST(JetUpdate, UnchangedColumnsStayAndChangedOnesLand)
     EXPECT_EQ(readFile(path), before);
     const std::string all = "SELECT denno, sday, total, cflag, rate, udate, ok, memo, b FROM jyuden ORDER BY denno";
     EXPECT_EQ(rows(j, all), rows(s, all));
-    EXPECT_NE(rows(j, all).find(";3,20260004,3.5,2,0.5,2026/11/23 09:05:07,-1,m3,7;"), std::string::npos) << rows(j, all).substr(0, 300);
+    EXPECT_NE(rows(j, all).find(";3,20260004,3.5,2,0.5,2026/11/23 09:05:07,-1,m3,7;"), std::string::npos)
+        << rows(j, all).substr(0, 300);
     sqlite3_close(j);
     sqlite3_close(s);
     EXPECT_EQ(checkProblems(path), "");
