@@ -3,6 +3,7 @@
 #include "app/home.h"
 #include "batch/command.h"
 #include "batch/demohome.h"
+#include "batch/jetfile.h"
 #include "jet/create.h"
 #include "jet/sqlite_attach.h"
 
@@ -14,8 +15,6 @@
 #include <sqlite3.h>
 
 namespace pel::batch {
-
-bool createJetDatabase(const QString& path, std::uint16_t sortOrder, QString* error); // cmd_createdb.cpp
 
 namespace {
 
@@ -34,7 +33,7 @@ bool convertToJet(const QString& home, QString* error)
     sqlite3* db = nullptr;
     sqlite3_open(":memory:", &db);
     std::string why;
-    bool ok = jet::attach(db, jetPath.toStdString(), "VelQuarto", &why) == 0;
+    bool ok = jet::attach(db, jetPath.toStdString(), kJetPassword, &why) == 0;
     std::string sql = "ATTACH DATABASE '" + sqlitePath.toStdString() + "' AS demo; BEGIN;";
     for (const SchemaTable& t : schema().tables)
         sql += "INSERT INTO main.[" + t.name.toStdString() + "] SELECT * FROM demo.[" + t.name.toStdString() + "];";

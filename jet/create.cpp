@@ -2,6 +2,7 @@
 #include "jet/bytes.h"
 #include "jet/create.h"
 #include "jet/keys.h"
+#include "jet/props.h"
 #include "jet/tool.h"
 
 #include <sys/stat.h>
@@ -9,6 +10,7 @@
 #include <cstring>
 #include <ctime>
 #include <fstream>
+#include <map>
 
 namespace jet
 {
@@ -320,7 +322,7 @@ Status createDatabase(const std::string& path, const std::string& password, std:
     if (s == OK) s = db.readTable(2, catalogue);
     if (s == OK) s = db.begin();
     auto row = [&](std::uint32_t id, std::uint32_t parent, const std::string& name, std::int64_t type,
-                   std::int64_t flags) {
+                   std::int64_t flags, const std::string& props = std::string()) {
         std::vector<Value> v(catalogue.columns.size());
         auto set = [&](const char* col, Value x) {
             for (std::size_t k = 0; k < catalogue.columns.size(); ++k)
@@ -345,6 +347,12 @@ Status createDatabase(const std::string& path, const std::string& password, std:
         when.d = created;
         set("DateCreate", when);
         set("DateUpdate", when);
+        if (!props.empty()) {
+            Value blob;
+            blob.null = false;
+            blob.s = props;
+            set("LvProp", blob);
+        }
         RowId rid;
         return db.insertRow(catalogue, v, &rid);
     };
@@ -353,8 +361,12 @@ Status createDatabase(const std::string& path, const std::string& password, std:
     for (std::uint32_t k = 0; s == OK && k < 3; ++k)
         s = row(kCatalogueParent + k, kCatalogueParent - 1, containers[k], 3, 0);
     if (s == OK) s = row(2, kCatalogueParent, "MSysObjects", 1, static_cast<std::int32_t>(0x80000002u));
-    for (std::size_t k = 0; s == OK && k < tables.size(); ++k)
-        s = row(tdefs[k], kCatalogueParent, tables[k].name, 1, 0);
+    for (std::size_t k = 0; s == OK && k < tables.size(); ++k) {
+        std::map<std::string, std::string> defaults;
+        for (const ColumnSpec& c : tables[k].columns)
+            defaults[c.name] = c.defaultValue;
+        s = row(tdefs[k], kCatalogueParent, tables[k].name, 1, 0, writeDefaultValues(defaults));
+    }
     if (s == OK) s = db.commit();
     if (s != OK) {
         if (error) *error = db.error();

@@ -14,6 +14,7 @@ struct ColumnSpec {
     Type type = Type::Long;
     std::uint16_t length = 0; // Text: characters; Binary: bytes
     bool required = false;
+    std::string defaultValue{}; // stored as the column's DefaultValue property: 0, "text"; "" none
 };
 
 struct IndexSpec {

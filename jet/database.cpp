@@ -1,6 +1,8 @@
 // File, header, catalogue and table definitions.
 #include "jet/bytes.h"
 #include "jet/jet.h"
+#include "jet/ldb.h"
+#include "jet/props.h"
 
 #include <algorithm>
 #include <cmath>
@@ -452,7 +454,7 @@ Status Database::loadCatalogue()
             if (sys.columns[k].name == name) return static_cast<int>(k);
         return -1;
     };
-    int cId = find("Id"), cName = find("Name"), cType = find("Type"), cFlags = find("Flags");
+    int cId = find("Id"), cName = find("Name"), cType = find("Type"), cFlags = find("Flags"), cProp = find("LvProp");
     if (cId < 0 || cName < 0 || cType < 0 || cFlags < 0)
         return fail(ERR_CORRUPT, "System catalogue lacks its key columns.");
     Cursor cur(*this, sys);
@@ -471,6 +473,14 @@ Status Database::loadCatalogue()
         Table t;
         if (Status ts = readTable(tdef, t); ts != OK) return fail(ts, "Table '" + name.s + "': " + error());
         t.name = name.s;
+        Value prop;
+        if (cProp >= 0 && cur.column(static_cast<std::size_t>(cProp), prop) == OK && !prop.null) {
+            const auto defaults =
+                readDefaultValues(reinterpret_cast<const std::uint8_t*>(prop.s.data()), prop.s.size());
+            for (Column& c : t.columns)
+                for (const auto& [column, expression] : defaults)
+                    if (iequals(column, c.name)) c.defaultValue = expression;
+        }
         tables_.push_back(std::move(t));
     }
     if (s != END) return fail(s, cur.error());

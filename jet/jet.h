@@ -1,6 +1,8 @@
 #pragma once
 // Jet 4 engine: reads, and writes inside transactions. Status-code API: every call returns a Status; the text of the
 // last failure stays on the handle (Database::error()). Nothing here throws to the caller.
+#include "jet/ldb.h"
+
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -8,6 +10,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace jet
@@ -60,6 +63,7 @@ struct Column {
     std::uint16_t sortOrder = 0; // text: 0x409 = General
     bool fixed = false;
     bool compressed = false;
+    std::string defaultValue; // the DefaultValue property as stored (an expression), "" when none
 };
 
 struct IndexColumn {
@@ -225,6 +229,9 @@ public:
     // type counts). Each call is all or nothing. Inside a transaction only.
     Status insertRow(const Table& t, const std::vector<Value>& values, RowId* id);
     Status updateRow(const Table& t, RowId id, const std::vector<Value>& values);
+    // Changes some columns of a row, the others kept: numbers and dates that no index holds and that have a
+    // value before and after are written into the row where they stand; anything else goes through updateRow.
+    Status updateColumns(const Table& t, RowId id, const std::vector<std::pair<std::size_t, Value>>& changes);
     Status deleteRow(const Table& t, RowId id);
     Status readRow(const Table& t, RowId id, std::vector<Value>& out) const;
 
@@ -267,6 +274,7 @@ private:
     std::string notice_;
     std::int64_t stampSize_ = -1, stampMtime_ = -1; // file as we last read or wrote it
     int lockFd_ = -1;
+    std::unique_ptr<LdbRegistration> ldb_; // our slot in the suite's lock file while we write
     bool synced_ = false;
     std::vector<Level> levels_;                         // [0]: the whole transaction
     std::map<std::uint32_t, std::uint32_t> insertPage_; // table definition page -> page new rows go to

@@ -2,6 +2,7 @@
 // playback of a journal a crash left behind.
 #include "jet/bytes.h"
 #include "jet/jet.h"
+#include "jet/ldb.h"
 
 #include <fcntl.h>
 #include <signal.h>
@@ -181,6 +182,17 @@ Status Database::begin()
             return fail(ERR_BUSY,
                         "'" + fileName(path_) + "' was changed by another program since it was opened; open it again.");
         }
+        // The suite's users hold the file through its lock file; we register there while we write.
+        if (!ldb_) ldb_ = std::make_unique<LdbRegistration>();
+        std::vector<LdbUser> others;
+        if (std::string why = ldb_->enter(path_, &others); !why.empty()) {
+            ::flock(lockFd_, LOCK_UN);
+            if (others.empty()) return fail(ERR_IO, why);
+            std::string names;
+            for (const LdbUser& u : others)
+                names += (names.empty() ? "" : "、") + u.computer + " の " + u.user;
+            return fail(ERR_BUSY, fileName(path_) + " は " + names + " で使用中です");
+        }
     }
     levels_.push_back({-1, bytes_.size(), {}, 0});
     keyLog_.clear();
@@ -343,6 +355,7 @@ Status Database::commit()
     synced_ = false;
     keys_.clear();
     keyLog_.clear();
+    if (ldb_) ldb_->leave();
     if (lockFd_ >= 0) ::flock(lockFd_, LOCK_UN);
     stampChanged(true);
     return OK;
@@ -365,6 +378,7 @@ Status Database::rollback()
     levels_.clear();
     synced_ = false;
     forgetCaches();
+    if (ldb_) ldb_->leave();
     if (lockFd_ >= 0) ::flock(lockFd_, LOCK_UN);
     stampChanged(true);
     Status r = refreshTables();

@@ -1,6 +1,7 @@
 #include "jet/sqlite_attach.h"
 
 #include "jet/jet.h"
+#include "jet/props.h"
 #include "jet/tool.h"
 
 #include <sqlite3.h>
@@ -287,21 +288,33 @@ long long daysFromCivil(long long y, unsigned m, unsigned d)
     return era * 146097 + static_cast<long long>(doe) - 719468;
 }
 
-// "yyyy/mm/dd" with an optional " hh:nn" or " hh:nn:ss", to days since 1899-12-30.
+// "yyyy/mm/dd" with an optional " h:nn" or " h:nn:ss" (hour of one or two digits, as the program writes it), to
+// days since 1899-12-30.
 bool parseDateTime(const char* text, double& out)
 {
     if (!text) return false;
-    std::string copy(text);
-    if (copy.size() >= 10 && copy[4] == '-' && copy[7] == '-') copy[4] = copy[7] = '/';
-    if (copy.size() >= 11 && copy[10] == 'T') copy[10] = ' ';
-    const char* s = copy.c_str();
+    std::string s(text);
+    if (s.size() >= 10 && s[4] == '-' && s[7] == '-') s[4] = s[7] = '/';
+    if (s.size() >= 11 && s[10] == 'T') s[10] = ' ';
+    std::size_t at = 0;
+    // `width` digits exactly, or (width 0) one or two
+    auto number = [&](std::size_t width, unsigned& v) {
+        std::size_t n = 0;
+        v = 0;
+        while (at < s.size() && s[at] >= '0' && s[at] <= '9' && n < (width ? width : 2)) {
+            v = v * 10 + unsigned(s[at++] - '0');
+            ++n;
+        }
+        return width ? n == width : n >= 1;
+    };
+    auto literal = [&](char c) { return at < s.size() && s[at++] == c; };
     unsigned y, mo, d, h = 0, mi = 0, sec = 0;
-    int n = 0;
-    std::size_t len = std::strlen(s);
-    if (len != 10 && len != 16 && len != 19) return false;
-    if (std::sscanf(s, "%4u/%2u/%2u%n", &y, &mo, &d, &n) != 3 || n != 10) return false;
-    if (len == 16 && (std::sscanf(s + 10, " %2u:%2u%n", &h, &mi, &n) != 2 || n != 6)) return false;
-    if (len == 19 && (std::sscanf(s + 10, " %2u:%2u:%2u%n", &h, &mi, &sec, &n) != 3 || n != 9)) return false;
+    if (!number(4, y) || !literal('/') || !number(2, mo) || !literal('/') || !number(2, d)) return false;
+    if (at < s.size()) {
+        if (!literal(' ') || !number(0, h) || !literal(':') || !number(2, mi)) return false;
+        if (at < s.size() && (!literal(':') || !number(2, sec))) return false;
+        if (at != s.size()) return false;
+    }
     if (y < 1000 || mo < 1 || mo > 12 || d < 1 || d > 31 || h > 23 || mi > 59 || sec > 59) return false;
     out = static_cast<double>(daysFromCivil(y, mo, d) + 25569) + (h * 3600.0 + mi * 60.0 + sec) / 86400.0;
     return true;
@@ -458,6 +471,8 @@ int xColumn(sqlite3_vtab_cursor* base, sqlite3_context* ctx, int i)
 {
     auto* c = reinterpret_cast<VCursor*>(base);
     try {
+        // A column an UPDATE leaves as it is: not read (xUpdate sees it as unchanged).
+        if (sqlite3_vtab_nochange(ctx)) return SQLITE_OK;
         Value& v = c->value;
         if (Status s = c->cur.column(static_cast<std::size_t>(i), v); s != OK) {
             sqlite3_result_error(ctx, c->cur.error().c_str(), -1);
@@ -616,18 +631,29 @@ int xUpdate(sqlite3_vtab* base, int argc, sqlite3_value** argv, sqlite3_int64* r
         }
         if (argc == 1) return fromStatus(base, db, db.deleteRow(t, sqlite3_value_int64(argv[0])));
         std::vector<Value> values(t.columns.size());
+        std::vector<std::pair<std::size_t, Value>> changes;
+        bool someUnchanged = false;
         for (std::size_t k = 0; k < t.columns.size() && int(k) + 2 < argc; ++k) {
+            if (sqlite3_value_nochange(argv[k + 2])) {
+                someUnchanged = true;
+                continue;
+            }
             std::string why;
             if (!fromSqlite(t.columns[k], argv[k + 2], values[k], &why)) {
                 setError(base, why);
                 return SQLITE_MISMATCH;
             }
+            changes.emplace_back(k, values[k]);
         }
         if (sqlite3_value_type(argv[0]) == SQLITE_NULL) {
             if (sqlite3_value_type(argv[1]) != SQLITE_NULL) {
                 setError(base, "The row number of a Jet table is given by the engine");
                 return SQLITE_MISMATCH;
             }
+            // SQLite keeps no declared default of a virtual table and passes a left-out column as null: a null
+            // takes the column's default from the file's definition.
+            for (std::size_t k = 0; k < t.columns.size(); ++k)
+                if (values[k].null) defaultFor(t.columns[k], values[k]);
             RowId id = 0;
             int rc = fromStatus(base, db, db.insertRow(t, values, &id));
             if (rc == SQLITE_OK) *rowid = id;
@@ -637,6 +663,7 @@ int xUpdate(sqlite3_vtab* base, int argc, sqlite3_value** argv, sqlite3_int64* r
             setError(base, "The row number of a Jet table is given by the engine");
             return SQLITE_MISMATCH;
         }
+        if (someUnchanged) return fromStatus(base, db, db.updateColumns(t, sqlite3_value_int64(argv[0]), changes));
         return fromStatus(base, db, db.updateRow(t, sqlite3_value_int64(argv[0]), values));
     } catch (...) {
         return SQLITE_NOMEM;
@@ -831,6 +858,30 @@ int attach(sqlite3* conn, const std::string& path, const std::string& password, 
         setErr("Out of memory attaching '" + path + "'.");
         return ERR_IO;
     }
+}
+
+int lockForWrite(sqlite3* conn, std::string* error)
+{
+    std::vector<std::string> statements;
+    {
+        std::lock_guard lock(registryMutex);
+        auto it = connections().find(conn);
+        if (it == connections().end()) return SQLITE_OK;
+        for (const auto& [key, engine] : it->second->files)
+            if (!engine->db->tables().empty())
+                // A write that touches no row still joins the table to the transaction: xBegin takes the lock.
+                statements.push_back("DELETE FROM main." + quoteIdent(engine->db->tables().front().name) + " WHERE 0");
+    }
+    for (const std::string& sql : statements) {
+        char* msg = nullptr;
+        int rc = sqlite3_exec(conn, sql.c_str(), nullptr, nullptr, &msg);
+        if (rc != SQLITE_OK) {
+            if (error) *error = msg ? msg : sqlite3_errmsg(conn);
+            sqlite3_free(msg);
+            return rc;
+        }
+    }
+    return SQLITE_OK;
 }
 
 Database* engineOf(sqlite3* conn, const std::string& path)

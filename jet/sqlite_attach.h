@@ -30,6 +30,11 @@ bool looksLikeJet(const unsigned char* head, std::size_t n);
 // seek (numbers, dates; text: equality); everything else scans.
 int attach(sqlite3* db, const std::string& path, const std::string& password, std::string* error);
 
+// Takes the write lock of every Jet file attached to `db` inside the connection's open transaction, as SQLite's
+// BEGIN IMMEDIATE takes its own file: SQLITE_BUSY with "database is locked" while another connection writes the
+// file, the engine's refusal otherwise. Released by the transaction's COMMIT or ROLLBACK. Returns an SQLite code.
+int lockForWrite(sqlite3* db, std::string* error);
+
 // The engine behind a file attached to `db` (page-read counter, table definitions); null when not attached.
 Database* engineOf(sqlite3* db, const std::string& path);
 

@@ -598,6 +598,74 @@ Status Database::deleteRow(const Table& t, RowId id)
     return release(kStatement);
 }
 
+Status Database::updateColumns(const Table& t, RowId id, const std::vector<std::pair<std::size_t, Value>>& changes)
+{
+    if (!inTransaction()) return fail(ERR_ARG, "No write transaction.");
+    std::uint32_t pg;
+    unsigned slot;
+    bool moved;
+    const std::uint8_t* r;
+    std::size_t n;
+    unsigned flags;
+    bool inPlace = homeOf(id, &pg, &slot, &moved) == OK && rowBytes(pg, slot, &r, &n, &flags) == OK && n >= 2;
+    // Each field as its bytes and where they go; a change that cannot be written in place sends the row the
+    // long way round (which also reports any fault).
+    std::vector<std::pair<std::size_t, std::string>> fields;
+    for (const auto& [k, x] : changes) {
+        if (!inPlace) break;
+        const Column& c = t.columns[k];
+        const std::size_t size = typeSize(c.type);
+        bool indexed = false;
+        for (const RealIndex& ri : t.realIndexes)
+            for (const IndexColumn& ic : ri.columns)
+                indexed = indexed || ic.column == int(k);
+        const unsigned numCols = le16(r);
+        const std::size_t maskLen = (std::size_t(numCols) + 7) / 8;
+        const std::size_t start = 2 + std::size_t(c.fixedOffset);
+        inPlace = !indexed && !x.null && c.fixed && size != 0 && c.type != Type::Guid && c.type != Type::Numeric &&
+                  c.number < numCols && n >= maskLen + start + size &&
+                  (r[n - maskLen + c.number / 8] >> (c.number % 8) & 1);
+        if (!inPlace) break;
+        std::string b;
+        if (c.type == Type::Float) {
+            float f = static_cast<float>(x.d);
+            std::uint32_t u;
+            std::memcpy(&u, &f, 4);
+            append32(b, u);
+        } else if (c.type == Type::Double || c.type == Type::DateTime) {
+            std::uint64_t u;
+            std::memcpy(&u, &x.d, 8);
+            append32(b, static_cast<std::uint32_t>(u));
+            append32(b, static_cast<std::uint32_t>(u >> 32));
+        } else {
+            std::int64_t lo = size == 1 ? 0 : size == 8 ? INT64_MIN : -(std::int64_t(1) << (8 * size - 1));
+            std::int64_t hi = size == 1 ? 255 : size == 8 ? INT64_MAX : (std::int64_t(1) << (8 * size - 1)) - 1;
+            if (x.i < lo || x.i > hi)
+                return fail(ERR_CONSTRAINT, "The value for '" + c.name + "' is out of the range of its field.");
+            for (std::size_t i = 0; i < size; ++i)
+                b += static_cast<char>(static_cast<std::uint64_t>(x.i) >> (8 * i) & 0xFF);
+        }
+        fields.emplace_back(static_cast<std::size_t>(r - page(pg)) + start, std::move(b));
+    }
+    if (inPlace) {
+        // Only when something changes: an unchanged page is not journalled.
+        bool same = true;
+        for (const auto& [at, b] : fields)
+            same = same && std::memcmp(page(pg) + at, b.data(), b.size()) == 0;
+        if (!same) {
+            std::uint8_t* w = writable(pg);
+            for (const auto& [at, b] : fields)
+                std::memcpy(w + at, b.data(), b.size());
+        }
+        return OK;
+    }
+    std::vector<Value> values;
+    if (Status s = readRow(t, id, values); s != OK) return s;
+    for (const auto& [k, x] : changes)
+        values[k] = x;
+    return updateRow(t, id, values);
+}
+
 Status Database::updateRow(const Table& t, RowId id, const std::vector<Value>& values)
 {
     if (!inTransaction()) return fail(ERR_ARG, "No write transaction.");

@@ -561,6 +561,15 @@ bool Connection::beginLock(QString* error)
         *error = errorText(q.lastError());
         return false;
     }
+    // BEGIN IMMEDIATE takes only the in-memory database the Jet tables hang on: take the Jet file's writer too.
+    if (backend_ == Backend::Jet) {
+        std::string why;
+        if (jet::lockForWrite(*static_cast<sqlite3* const*>(db_.driver()->handle().data()), &why) != 0) {
+            *error = QString::fromStdString(why);
+            q.exec(QStringLiteral("ROLLBACK"));
+            return false;
+        }
+    }
     txActive_ = true;
     return true;
 }

@@ -43,6 +43,7 @@ private slots:
     void dateText();
     void networkFolderUsesRollbackJournal();
     void operationLog();
+    void paymentPosting();
     void openFailures();
 
 private:
@@ -511,6 +512,63 @@ void TstDb::operationLog()
     QCOMPARE(c3, QStringLiteral("記録"));
     QCOMPARE(home_->scalar("select count(*) from operatlog"), QStringLiteral("2"));
     fnCloseDB(1);
+}
+
+// A payment posting's two writes on the global connection: the inmoney row edited or added, then the ledger line
+// of the order's customer; columns left unset take the table's defaults.
+void TstDb::paymentPosting()
+{
+    QVERIFY(fnOpenDB(1));
+    const auto post = [](int denno, int nday, int money) {
+        const QDateTime now(QDate(2026, 11, 23), QTime(9, 5, 7));
+        const bool paid =
+            retrySilently(11, [&](QString* e) {
+                return editRecordGlobal(
+                    Sql("select * from inmoney where denno=") + Sql::n(denno) + " and nday=" + Sql::n(nday),
+                    [&](Recordset& rs) {
+                        return fnSetFields(rs, "denno", QString::number(denno)) &&
+                               fnSetFields(rs, "nday", QString::number(nday)) && fnSetFields(rs, "pcode", "6") &&
+                               fnSetFields(rs, "money", QString::number(money)) && fnSetFields(rs, "inflag", "1") &&
+                               fnSetFields(rs, "sdate", fnDateText(now));
+                    },
+                    e);
+            }).ok;
+        clsDbClass db;
+        Recordset rs;
+        if (!paid || !db.OpenDb() || !db.DbSql(Sql("select mcode from jyuden where denno=") + Sql::n(denno), rs))
+            return false;
+        if (rs.eof())
+            return true;
+        const QString mcode = fnGetFields(rs, QStringLiteral("mcode"));
+        return retrySilently(11, [&](QString* e) {
+                   return editRecordGlobal(Sql("select * from cdai where mcode = ") + Sql::q(mcode) +
+                                               " and day = " + Sql::n(nday) + " and kubun = 3 and denno = " +
+                                               Sql::n(denno) + " and line = 1",
+                                           [&](Recordset& r) {
+                                               return fnSetFields(r, "mcode", mcode) &&
+                                                      fnSetFields(r, "day", QString::number(nday)) &&
+                                                      fnSetFields(r, "kubun", "3") &&
+                                                      fnSetFields(r, "denno", QString::number(denno)) &&
+                                                      fnSetFields(r, "line", "1");
+                                           },
+                                           e);
+               })
+            .ok;
+    };
+    QVERIFY(post(10, 20261201, 5400));
+    QVERIFY(post(10, 20261201, 5000)); // the same order and date: the one row edited
+    QVERIFY(post(11, 20261202, 1080));
+    QVERIFY(post(99, 20261203, 1)); // no order: the payment stands without a ledger line
+    fnCloseDB(1);
+    QCOMPARE(home_->scalar("select count(*) from inmoney"), QStringLiteral("3"));
+    QCOMPARE(home_->scalar("select money from inmoney where denno=10"), QStringLiteral("5000"));
+    QCOMPARE(home_->scalar("select sdate from inmoney where denno=11"), QStringLiteral("2026/11/23 9:05:07"));
+    QCOMPARE(home_->scalar("select bikou from inmoney where denno=11"), QString());
+    QCOMPARE(home_->scalar("select count(*) from cdai"), QStringLiteral("2"));
+    QCOMPARE(home_->scalar("select mcode from cdai where denno=11 and day=20261202 and kubun=3 and line=1"),
+             QStringLiteral("2"));
+    QCOMPARE(home_->scalar("select money from cdai where denno=11"), QStringLiteral("0"));
+    QCOMPARE(home_->scalar("select bikou from cdai where denno=11"), QString());
 }
 
 void TstDb::openFailures()

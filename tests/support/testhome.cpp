@@ -3,6 +3,9 @@
 #include "app/db/connection.h"
 #include "app/db/dbglobals.h"
 #include "app/db/schema.h"
+#include "batch/jetfile.h"
+#include "jet/create.h"
+#include "jet/tool.h"
 
 #include <QRandomGenerator>
 #include <QSqlDatabase>
@@ -10,11 +13,16 @@
 #include <QSqlQuery>
 #include <QTest>
 
+#include <sstream>
+
 namespace pel::test {
 
 Backend backendUnderTest()
 {
-    return qEnvironmentVariable("PEL008_TEST_BACKEND") == QLatin1String("pg") ? Backend::Postgres : Backend::Sqlite;
+    const QString b = qEnvironmentVariable("PEL008_TEST_BACKEND");
+    if (b == QLatin1String("pg"))
+        return Backend::Postgres;
+    return b == QLatin1String("jet") ? Backend::Jet : Backend::Sqlite;
 }
 
 QString testServer()
@@ -78,6 +86,10 @@ TestHome::TestHome(Backend backend) : backend_(backend)
         if (!c->open(fnConnectString(0, QStringLiteral("data1.dat")), &error_))
             return;
         createSchema(*c, &error_);
+    } else if (backend == Backend::Jet) {
+        ini.write("[mirabo]\r\ndbmode=0\r\n");
+        ini.close();
+        batch::createJetDatabase(file(QStringLiteral("data1.dat")), jet::kSortJapanese, &error_);
     } else {
         ini.write("[mirabo]\r\ndbmode=0\r\n");
         ini.close();
@@ -88,6 +100,15 @@ TestHome::TestHome(Backend backend) : backend_(backend)
 TestHome::~TestHome()
 {
     fnCloseDB(1);
+    // whatever a test wrote, a Jet file it leaves is consistent
+    if (backend_ == Backend::Jet && QFile::exists(file(QStringLiteral("data1.dat")))) {
+        std::ostringstream problems;
+        std::string why;
+        if (jet::checkFile(file(QStringLiteral("data1.dat")).toStdString(), batch::kJetPassword, problems, &why) !=
+            jet::OK)
+            QTest::qFail(qPrintable(QStringLiteral("jet check: ") + QString::fromStdString(problems.str() + why)),
+                         __FILE__, __LINE__);
+    }
     if (!database_.isEmpty()) {
         QString ignored;
         adminExec(QStringLiteral("DROP DATABASE IF EXISTS %1 WITH (FORCE)").arg(database_), &ignored);

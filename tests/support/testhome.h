@@ -1,5 +1,6 @@
 #pragma once
-// Test fixtures: a program folder with a fresh data1.dat (SQLite) or a fresh PostgreSQL database, and a dialog
+// Test fixtures: a program folder with a fresh data1.dat (SQLite or the suite's Jet 4 file) or a fresh PostgreSQL
+// database, and a dialog
 // service that answers from a script and fails the test on a dialog nobody expected.
 #include "app/interaction.h"
 #include "ui/dialogs.h"
@@ -13,9 +14,10 @@
 
 namespace pel::test {
 
-enum class Backend { Sqlite, Postgres };
+enum class Backend { Sqlite, Postgres, Jet };
 
-// The backend chosen for this test run: PEL008_TEST_BACKEND=pg selects PostgreSQL (needs PEL008_TEST_PG).
+// The backend chosen for this test run: PEL008_TEST_BACKEND=pg selects PostgreSQL (needs PEL008_TEST_PG), jet a
+// Jet data1.dat made as createdb --jet makes it (Japanese sort).
 Backend backendUnderTest();
 // libpq connection string of the test server, "" when none.
 QString testServer();
