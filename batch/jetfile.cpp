@@ -68,12 +68,12 @@ QString accessDefault(const QString& sql)
 bool createJetDatabase(const QString& path, std::uint16_t sortOrder, QString* error)
 {
     const Schema& s = schema();
-    std::vector<jet::TableSpec> tables;
+    std::vector<jet::TableDef> tables;
     for (const SchemaTable& t : s.tables) {
-        jet::TableSpec spec;
-        spec.name = t.name.toStdString();
+        jet::TableDef layout;
+        layout.name = t.name.toStdString();
         for (const SchemaColumn& c : t.columns) {
-            jet::ColumnSpec col;
+            jet::ColumnDef col;
             col.name = c.name.toStdString();
             if (!jetType(c.type, &col.type)) {
                 *error = QStringLiteral("Column %1.%2 has a type a new Jet file does not take.").arg(t.name, c.name);
@@ -82,26 +82,26 @@ bool createJetDatabase(const QString& path, std::uint16_t sortOrder, QString* er
             col.length = static_cast<std::uint16_t>(c.type == JetType::Text && c.size == 0 ? 255 : c.size);
             col.required = c.notNull;
             col.defaultValue = accessDefault(c.defaultValue).toStdString();
-            spec.columns.push_back(col);
+            layout.columns.push_back(col);
         }
         if (!t.primaryKey.isEmpty()) {
-            jet::IndexSpec pk;
+            jet::IndexDef pk;
             pk.name = "PrimaryKey";
             pk.primary = pk.unique = true;
             for (const QString& c : t.primaryKey)
                 pk.columns.emplace_back(c.toStdString(), true);
-            spec.indexes.push_back(pk);
+            layout.indexes.push_back(pk);
         }
         for (const SchemaIndex& ix : s.indexes) {
             if (ix.table.compare(t.name, Qt::CaseInsensitive) != 0)
                 continue;
-            jet::IndexSpec is;
+            jet::IndexDef is;
             is.name = ix.name.toStdString();
             for (const QString& c : ix.columns)
                 is.columns.emplace_back(c.toStdString(), true);
-            spec.indexes.push_back(is);
+            layout.indexes.push_back(is);
         }
-        tables.push_back(std::move(spec));
+        tables.push_back(std::move(layout));
     }
     std::string why;
     if (jet::createDatabase(path.toStdString(), kJetPassword, sortOrder, tables, &why) != jet::OK) {

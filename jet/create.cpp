@@ -120,14 +120,14 @@ struct Builder {
 };
 
 // The definition of one table on its own page(s), with an empty leaf as the root of each index.
-Status writeDefinition(Builder& b, const TableSpec& spec, bool system, std::uint16_t sortOrder, std::uint32_t* tdef,
+Status writeDefinition(Builder& b, const TableDef& layout, bool system, std::uint16_t sortOrder, std::uint32_t* tdef,
                        std::string* error)
 {
-    const std::size_t numCols = spec.columns.size();
+    const std::size_t numCols = layout.columns.size();
     std::vector<std::uint16_t> fixedOff(numCols, 0), varIdx(numCols, 0);
     std::uint16_t fixedAt = 0, vars = 0;
     for (std::size_t i = 0; i < numCols; ++i) {
-        const ColumnSpec& c = spec.columns[i];
+        const ColumnDef& c = layout.columns[i];
         if (isFixed(c.type)) {
             fixedOff[i] = fixedAt;
             fixedAt = static_cast<std::uint16_t>(fixedAt + fixedSize(c.type, 0));
@@ -137,7 +137,7 @@ Status writeDefinition(Builder& b, const TableSpec& spec, bool system, std::uint
     }
     auto colNumber = [&](const std::string& name) -> int {
         for (std::size_t i = 0; i < numCols; ++i)
-            if (spec.columns[i].name == name) return static_cast<int>(i);
+            if (layout.columns[i].name == name) return static_cast<int>(i);
         return -1;
     };
     *tdef = b.alloc(0x02);
@@ -148,14 +148,14 @@ Status writeDefinition(Builder& b, const TableSpec& spec, bool system, std::uint
     put16(reinterpret_cast<std::uint8_t*>(&def[41]), static_cast<std::uint32_t>(numCols));
     put16(reinterpret_cast<std::uint8_t*>(&def[43]), vars);
     put16(reinterpret_cast<std::uint8_t*>(&def[45]), static_cast<std::uint32_t>(numCols));
-    put32(reinterpret_cast<std::uint8_t*>(&def[47]), static_cast<std::uint32_t>(spec.indexes.size()));
-    put32(reinterpret_cast<std::uint8_t*>(&def[51]), static_cast<std::uint32_t>(spec.indexes.size()));
+    put32(reinterpret_cast<std::uint8_t*>(&def[47]), static_cast<std::uint32_t>(layout.indexes.size()));
+    put32(reinterpret_cast<std::uint8_t*>(&def[51]), static_cast<std::uint32_t>(layout.indexes.size()));
     put32(reinterpret_cast<std::uint8_t*>(&def[55]), usage);
     put32(reinterpret_cast<std::uint8_t*>(&def[59]), free);
-    for (std::size_t k = 0; k < spec.indexes.size(); ++k)
+    for (std::size_t k = 0; k < layout.indexes.size(); ++k)
         def += std::string(12, '\0');
     for (std::size_t i = 0; i < numCols; ++i) {
-        const ColumnSpec& c = spec.columns[i];
+        const ColumnDef& c = layout.columns[i];
         std::string e(25, '\0');
         auto* p = reinterpret_cast<std::uint8_t*>(e.data());
         p[0] = static_cast<std::uint8_t>(c.type);
@@ -173,12 +173,12 @@ Status writeDefinition(Builder& b, const TableSpec& spec, bool system, std::uint
         put16(p + 23, length);
         def += e;
     }
-    for (const ColumnSpec& c : spec.columns)
+    for (const ColumnDef& c : layout.columns)
         appendName(def, c.name);
     std::vector<std::uint32_t> roots;
-    for (const IndexSpec& ix : spec.indexes) {
+    for (const IndexDef& ix : layout.indexes) {
         if (ix.columns.empty() || ix.columns.size() > 10) {
-            if (error) *error = "Index '" + ix.name + "' of '" + spec.name + "' needs 1 to 10 columns.";
+            if (error) *error = "Index '" + ix.name + "' of '" + layout.name + "' needs 1 to 10 columns.";
             return ERR_ARG;
         }
         std::string e(4, '\0');
@@ -186,7 +186,7 @@ Status writeDefinition(Builder& b, const TableSpec& spec, bool system, std::uint
             if (k < ix.columns.size()) {
                 int n = colNumber(ix.columns[k].first);
                 if (n < 0) {
-                    if (error) *error = "Index '" + ix.name + "' names no column of '" + spec.name + "'.";
+                    if (error) *error = "Index '" + ix.name + "' names no column of '" + layout.name + "'.";
                     return ERR_ARG;
                 }
                 append16(e, static_cast<std::uint32_t>(n));
@@ -207,7 +207,7 @@ Status writeDefinition(Builder& b, const TableSpec& spec, bool system, std::uint
         e += std::string(5, '\0');
         def += e;
     }
-    for (std::size_t k = 0; k < spec.indexes.size(); ++k) {
+    for (std::size_t k = 0; k < layout.indexes.size(); ++k) {
         std::string e(4, '\0');
         append32(e, static_cast<std::uint32_t>(k));
         append32(e, static_cast<std::uint32_t>(k));
@@ -216,14 +216,14 @@ Status writeDefinition(Builder& b, const TableSpec& spec, bool system, std::uint
         append32(e, 0);
         e += '\0';
         e += '\0';
-        e += static_cast<char>(spec.indexes[k].primary ? 0x01 : 0x00);
+        e += static_cast<char>(layout.indexes[k].primary ? 0x01 : 0x00);
         append32(e, 0);
         def += e;
     }
-    for (const IndexSpec& ix : spec.indexes)
+    for (const IndexDef& ix : layout.indexes)
         appendName(def, ix.name);
     if (def.size() > kPageSize) {
-        if (error) *error = "The definition of '" + spec.name + "' does not fit one page.";
+        if (error) *error = "The definition of '" + layout.name + "' does not fit one page.";
         return ERR_ARG;
     }
     std::uint8_t* d = b.page(*tdef);
@@ -236,9 +236,9 @@ Status writeDefinition(Builder& b, const TableSpec& spec, bool system, std::uint
     return OK;
 }
 
-TableSpec catalogueSpec()
+TableDef catalogueSpec()
 {
-    TableSpec s;
+    TableDef s;
     s.name = "MSysObjects";
     s.columns = {{"Id", Type::Long, 0, true},           {"ParentId", Type::Long, 0, true},
                  {"Name", Type::Text, 128, true},       {"Type", Type::Int, 0, true},
@@ -260,7 +260,7 @@ double nowDays()
 } // namespace
 
 Status createDatabase(const std::string& path, const std::string& password, std::uint16_t sortOrder,
-                      const std::vector<TableSpec>& tables, std::string* error)
+                      const std::vector<TableDef>& tables, std::string* error)
 {
     struct stat st;
     if (::stat(path.c_str(), &st) == 0) {
@@ -277,7 +277,7 @@ Status createDatabase(const std::string& path, const std::string& password, std:
         return ERR_ARG;
     }
     std::vector<std::uint32_t> tdefs;
-    for (const TableSpec& t : tables) {
+    for (const TableDef& t : tables) {
         std::uint32_t pg = 0;
         if (Status s = writeDefinition(b, t, false, sortOrder, &pg, error); s != OK) return s;
         tdefs.push_back(pg);
@@ -363,7 +363,7 @@ Status createDatabase(const std::string& path, const std::string& password, std:
     if (s == OK) s = row(2, kCatalogueParent, "MSysObjects", 1, static_cast<std::int32_t>(0x80000002u));
     for (std::size_t k = 0; s == OK && k < tables.size(); ++k) {
         std::map<std::string, std::string> defaults;
-        for (const ColumnSpec& c : tables[k].columns)
+        for (const ColumnDef& c : tables[k].columns)
             defaults[c.name] = c.defaultValue;
         s = row(tdefs[k], kCatalogueParent, tables[k].name, 1, 0, writeDefaultValues(defaults));
     }

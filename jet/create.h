@@ -9,7 +9,7 @@
 namespace jet
 {
 
-struct ColumnSpec {
+struct ColumnDef {
     std::string name;
     Type type = Type::Long;
     std::uint16_t length = 0; // Text: characters; Binary: bytes
@@ -17,17 +17,17 @@ struct ColumnSpec {
     std::string defaultValue{}; // stored as the column's DefaultValue property: 0, "text"; "" none
 };
 
-struct IndexSpec {
+struct IndexDef {
     std::string name;
     std::vector<std::pair<std::string, bool>> columns; // name, ascending
     bool primary = false;
     bool unique = false;
 };
 
-struct TableSpec {
+struct TableDef {
     std::string name;
-    std::vector<ColumnSpec> columns;
-    std::vector<IndexSpec> indexes;
+    std::vector<ColumnDef> columns;
+    std::vector<IndexDef> indexes;
 };
 
 constexpr std::uint16_t kSortGeneral = 0x409;
@@ -36,6 +36,6 @@ constexpr std::uint16_t kSortJapanese = 0x411;
 // Writes a new file at `path` (which must not exist): header with the password (may be empty) and the sort
 // order of its text columns, the catalogue, and one definition per table with an empty tree per index.
 Status createDatabase(const std::string& path, const std::string& password, std::uint16_t sortOrder,
-                      const std::vector<TableSpec>& tables, std::string* error);
+                      const std::vector<TableDef>& tables, std::string* error);
 
 } // namespace jet

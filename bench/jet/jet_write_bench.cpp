@@ -32,7 +32,7 @@ int main(int argc, char** argv)
     std::filesystem::remove_all(dir);
     std::filesystem::create_directories(dir);
     const std::string jetPath = (dir / "data1.dat").string(), sqlitePath = (dir / "data1.sqlite").string();
-    jet::TableSpec t;
+    jet::TableDef t;
     t.name = "jyuden";
     t.columns = {{"denno", jet::Type::Long}, {"sday", jet::Type::Long}, {"total", jet::Type::Money},
                  {"cflag", jet::Type::Int},  {"memo", jet::Type::Text, 40}};

@@ -11,10 +11,10 @@ namespace
 
 using namespace jettest;
 
-std::vector<jet::TableSpec> shopTables()
+std::vector<jet::TableDef> shopTables()
 {
     using jet::Type;
-    std::vector<jet::TableSpec> t(2);
+    std::vector<jet::TableDef> t(2);
     t[0].name = "goods";
     t[0].columns = {{"code", Type::Text, 20, true}, {"name", Type::Text, 60}, {"tanka", Type::Money},
                     {"zaiko", Type::Long},          {"memo", Type::Memo},     {"udate", Type::DateTime}};

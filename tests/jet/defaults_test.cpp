@@ -108,7 +108,7 @@ TEST(JetDefaults, StoredExpressionsAsValues)
 TEST(JetDefaults, MadeFileKeepsThemAndInsertsTakeThem)
 {
     MadeFile f("jet-defaults");
-    std::vector<jet::TableSpec> t(1);
+    std::vector<jet::TableDef> t(1);
     t[0].name = "inmoney";
     t[0].columns = {{"denno", jet::Type::Long, 0, true, ""},          {"pcode", jet::Type::Int, 0, false, "6"},
                     {"money", jet::Type::Money, 0, false, "0"},       {"rate", jet::Type::Double, 0, false, "10"},
@@ -142,7 +142,7 @@ TEST(JetDefaults, MadeFileKeepsThemAndInsertsTakeThem)
 TEST(JetDates, TextsTheProgramWrites)
 {
     MadeFile f("jet-dates");
-    std::vector<jet::TableSpec> t(1);
+    std::vector<jet::TableDef> t(1);
     t[0].name = "log";
     t[0].columns = {{"id", jet::Type::Long}, {"jikan", jet::Type::DateTime}};
     std::string err;
@@ -180,7 +180,7 @@ TEST(JetDates, TextsTheProgramWrites)
 TEST(JetLock, AnEditTakesTheWriterBeforeItsFirstWrite)
 {
     MadeFile f("jet-lock");
-    std::vector<jet::TableSpec> t(1);
+    std::vector<jet::TableDef> t(1);
     t[0].name = "offset";
     t[0].columns = {{"kubun", jet::Type::Int}, {"top", jet::Type::Float}};
     std::string err;

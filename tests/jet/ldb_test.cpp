@@ -84,7 +84,7 @@ TEST(JetLdb, OtherUsersRefuseWritesOurSlotComesAndGoes)
     std::filesystem::create_directories(dir);
     const std::string path = (dir / "data1.dat").string(), ldb = (dir / "data1.ldb").string();
     EXPECT_EQ(jet::ldbPath(path), ldb);
-    std::vector<jet::TableSpec> t(1);
+    std::vector<jet::TableDef> t(1);
     t[0].name = "offset";
     t[0].columns = {{"kubun", jet::Type::Int}, {"top", jet::Type::Float}};
     std::string err;

@@ -145,7 +145,7 @@ TEST(JetRandom, MadeFileMatchesSqlite)
     std::filesystem::create_directories(dir);
     const std::string path = (dir / "made.mdb").string();
     std::filesystem::remove(path);
-    jet::TableSpec t;
+    jet::TableDef t;
     t.name = "ledger";
     t.columns = {{"id", jet::Type::Long}, {"label", jet::Type::Text, 60}, {"note", jet::Type::Memo}};
     t.indexes = {{"PrimaryKey", {{"id", true}}, true, true}, {"ledger_label", {{"label", true}}, false, false}};

@@ -43,7 +43,7 @@ TEST(JetUpdate, UnchangedColumnsStayAndChangedOnesLand)
     std::filesystem::remove_all(dir);
     std::filesystem::create_directories(dir);
     const std::string path = (dir / "data1.dat").string();
-    std::vector<jet::TableSpec> t(1);
+    std::vector<jet::TableDef> t(1);
     t[0].name = "jyuden";
     t[0].columns = {{"denno", jet::Type::Long}, {"sday", jet::Type::Long},     {"total", jet::Type::Money},
                     {"cflag", jet::Type::Int},  {"rate", jet::Type::Double},   {"udate", jet::Type::DateTime},
