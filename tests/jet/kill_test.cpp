@@ -1,5 +1,5 @@
 // A child process killed at random points of a write transaction: after reopening, the file is exactly as
-// before or as after it. JET_KILL_ROUNDS sets the number of kills (20 by default).
+// before or as after it. JET_KILL_ROUNDS sets the number of kills (100 by default).
 #include "jet/jet.h"
 #include "jet/sqlite_attach.h"
 #include "test_util.h"
@@ -73,7 +73,7 @@ TEST(JetKill, FileIsBeforeOrAfterTheTransaction)
     long steps = 2 * changed + 8;
 
     const char* env = std::getenv("JET_KILL_ROUNDS");
-    int rounds = env ? std::atoi(env) : 20;
+    int rounds = env ? std::atoi(env) : 100;
     std::mt19937 rng(12);
     int sawBefore = 0, sawAfter = 0, recovered = 0;
     for (int r = 0; r < rounds; ++r) {
