@@ -95,6 +95,71 @@ QString errorText(const QSqlError& e)
     return t.isEmpty() ? QStringLiteral("Unknown database error.") : engineText(t);
 }
 
+// A text column as the driver reads it (its UTF-16 form of SQLite's text): plain and well-formed UTF-8 is converted
+// here, anything SQLite would convert differently (bad sequences, U+FFFE and U+FFFF) by SQLite itself.
+QString columnText(sqlite3_stmt* st, int i)
+{
+    const auto* p = reinterpret_cast<const char*>(sqlite3_column_text(st, i));
+    const int n = sqlite3_column_bytes(st, i);
+    int k = 0;
+    while (k < n && static_cast<unsigned char>(p[k]) < 0x80)
+        ++k;
+    if (k == n)
+        return QString::fromLatin1(p, n);
+    const QByteArrayView bytes(p, n);
+    if (QUtf8StringView(p, n).isValidUtf8() && !bytes.contains(QByteArrayView("\xEF\xBF\xBE")) &&
+        !bytes.contains(QByteArrayView("\xEF\xBF\xBF")))
+        return QString::fromUtf8(p, n);
+    return QString(reinterpret_cast<const QChar*>(sqlite3_column_text16(st, i)),
+                   sqlite3_column_bytes16(st, i) / static_cast<int>(sizeof(QChar)));
+}
+
+QVariant columnValue(sqlite3_stmt* st, int i)
+{
+    switch (sqlite3_column_type(st, i)) {
+    case SQLITE_BLOB:
+        return QByteArray(static_cast<const char*>(sqlite3_column_blob(st, i)), sqlite3_column_bytes(st, i));
+    case SQLITE_INTEGER:
+        return QVariant(static_cast<qlonglong>(sqlite3_column_int64(st, i)));
+    case SQLITE_FLOAT:
+        return QVariant(sqlite3_column_double(st, i));
+    case SQLITE_NULL:
+        return QVariant(QMetaType::fromType<QString>());
+    default:
+        return columnText(st, i);
+    }
+}
+
+// Binds as the driver binds; false for a kind of value only the driver's own path binds.
+bool bindValue(sqlite3_stmt* st, int at, const QVariant& v)
+{
+    const bool null = v.isNull() || (v.typeId() == QMetaType::QString && static_cast<const QString*>(v.constData())->isNull()) ||
+                      (v.typeId() == QMetaType::QByteArray && static_cast<const QByteArray*>(v.constData())->isNull());
+    if (null)
+        return sqlite3_bind_null(st, at) == SQLITE_OK;
+    switch (v.typeId()) {
+    case QMetaType::QByteArray: {
+        const auto* ba = static_cast<const QByteArray*>(v.constData());
+        return sqlite3_bind_blob(st, at, ba->constData(), static_cast<int>(ba->size()), SQLITE_TRANSIENT) == SQLITE_OK;
+    }
+    case QMetaType::Int:
+    case QMetaType::Bool:
+        return sqlite3_bind_int(st, at, v.toInt()) == SQLITE_OK;
+    case QMetaType::Double:
+        return sqlite3_bind_double(st, at, v.toDouble()) == SQLITE_OK;
+    case QMetaType::UInt:
+    case QMetaType::LongLong:
+        return sqlite3_bind_int64(st, at, v.toLongLong()) == SQLITE_OK;
+    case QMetaType::QString: {
+        const auto* str = static_cast<const QString*>(v.constData());
+        return sqlite3_bind_text16(st, at, str->utf16(), static_cast<int>(str->size() * 2), SQLITE_TRANSIENT) ==
+               SQLITE_OK;
+    }
+    default:
+        return false;
+    }
+}
+
 // key=value pairs of a connection string, keys lower-cased.
 QHash<QString, QString> parseConnectString(const QString& s)
 {
@@ -269,6 +334,9 @@ bool Connection::openSqliteFile(const QString& path, const QString&, QString* er
 void Connection::close()
 {
     openConnections().erase(this);
+    dropStatements();
+    fieldCache_.clear();
+    adaptCache_.clear();
     if (gRegistryGone) { // closed already, before Qt's registry went
         backend_ = Backend::None;
         return;
@@ -346,44 +414,145 @@ bool Connection::ensureTx(bool write, QString* error)
 {
     if (!userTx_ || txActive_ || backend_ == Backend::Postgres)
         return true;
-    QSqlQuery q(db_);
-    if (!q.exec(write ? QStringLiteral("BEGIN IMMEDIATE") : QStringLiteral("BEGIN"))) {
-        *error = errorText(q.lastError());
+    if (!control(write ? QStringLiteral("BEGIN IMMEDIATE") : QStringLiteral("BEGIN"), error))
         return false;
-    }
     txActive_ = true;
     return true;
 }
 
-std::vector<std::vector<QVariant>> Connection::fetchAll(QSqlQuery& q, std::vector<QVariant>* rowids)
+void Connection::fetchAll(QSqlQuery& q, Fetched* out, bool withRowids)
 {
-    const int first = rowids ? 1 : 0;
-    const int n = q.record().count() - first;
-    std::vector<std::vector<QVariant>> rows;
+    const QSqlRecord rec = q.record();
+    for (int i = 0; i < rec.count(); ++i)
+        out->names << rec.fieldName(i);
+    const int first = withRowids ? 1 : 0;
+    const int n = rec.count() - first;
     while (q.next()) {
-        if (rowids)
-            rowids->push_back(q.value(0));
+        if (withRowids)
+            out->rowids.push_back(q.value(0));
         std::vector<QVariant> row(static_cast<size_t>(n));
         for (int i = 0; i < n; ++i)
             row[static_cast<size_t>(i)] = q.value(first + i);
-        rows.push_back(std::move(row));
+        out->rows.push_back(std::move(row));
     }
     q = QSqlQuery(); // finished before the catalogue is asked about the fields
-    return rows;
 }
 
-std::vector<FieldInfo> Connection::describe(const std::vector<Token>& tokens, const QSqlRecord& rec, int first,
-                                            const QString& table)
+void Connection::dropStatements()
 {
-    const int n = rec.count() - first;
-    std::vector<FieldInfo> fields = resultFields(tokens, [this](const QString& t) { return columns(t); });
-    if (fields.size() == static_cast<size_t>(n))
+    for (sqlite3_stmt* st : std::as_const(statements_))
+        sqlite3_finalize(st);
+    statements_.clear();
+}
+
+void Connection::forgetColumns()
+{
+    columnCache_.clear();
+    fieldCache_.clear();
+    dropStatements();
+}
+
+// fetch: 0 runs the statement to its first step (a write), 1 fetches every row, 2 every row with the row identity
+// in the first column.
+Connection::Direct Connection::runCached(const QString& sql, const QVariantList& values, int fetch, Fetched* out,
+                                         QString* error)
+{
+    if ((backend_ != Backend::Sqlite && backend_ != Backend::Jet) || !db_.isOpen())
+        return Direct::NotTaken;
+    auto* handle = *static_cast<sqlite3* const*>(db_.driver()->handle().data());
+    sqlite3_stmt* st = statements_.value(sql);
+    if (!st) {
+        const void* tail = nullptr;
+        if (sqlite3_prepare16_v3(handle, sql.utf16(), static_cast<int>((sql.size() + 1) * 2),
+                                 SQLITE_PREPARE_PERSISTENT, &st, &tail) != SQLITE_OK ||
+            !st) {
+            sqlite3_finalize(st);
+            return Direct::NotTaken;
+        }
+        if (tail && !QString(static_cast<const QChar*>(tail)).trimmed().isEmpty()) {
+            sqlite3_finalize(st);
+            return Direct::NotTaken;
+        }
+        if (statements_.size() >= 64)
+            dropStatements();
+        statements_.insert(sql, st);
+    }
+    if (sqlite3_bind_parameter_count(st) != values.size())
+        return Direct::NotTaken;
+    for (qsizetype i = 0; i < values.size(); ++i)
+        if (!bindValue(st, static_cast<int>(i) + 1, values[i])) {
+            sqlite3_clear_bindings(st);
+            return Direct::NotTaken;
+        }
+    const auto finish = [&](bool ok) {
+        if (!ok)
+            *error = engineText(QString::fromUtf8(sqlite3_errmsg(handle)).trimmed());
+        sqlite3_reset(st);
+        sqlite3_clear_bindings(st);
+        return ok ? Direct::Done : Direct::Failed;
+    };
+    const int columns = sqlite3_column_count(st);
+    const int first = fetch == 2 ? 1 : 0;
+    int rc = sqlite3_step(st);
+    if (rc != SQLITE_ROW && rc != SQLITE_DONE)
+        return finish(false);
+    if (fetch > 0) {
+        out->names.reserve(columns);
+        for (int i = 0; i < columns; ++i)
+            out->names << QString::fromUtf8(sqlite3_column_name(st, i)).remove(QLatin1Char('"'));
+        while (rc == SQLITE_ROW) {
+            if (first)
+                out->rowids.push_back(columnValue(st, 0));
+            std::vector<QVariant> row(static_cast<size_t>(columns - first));
+            for (int i = first; i < columns; ++i)
+                row[static_cast<size_t>(i - first)] = columnValue(st, i);
+            out->rows.push_back(std::move(row));
+            rc = sqlite3_step(st); // a failure after the first row ends the result, as the driver's fetch does
+        }
+    }
+    out->affected = sqlite3_changes(handle);
+    return finish(true);
+}
+
+bool Connection::control(const QString& sql, QString* error)
+{
+    Fetched none;
+    switch (runCached(sql, {}, 0, &none, error)) {
+    case Direct::Done:
+        return true;
+    case Direct::Failed:
+        return false;
+    case Direct::NotTaken:
+        break;
+    }
+    QSqlQuery q(db_);
+    if (!q.exec(sql)) {
+        *error = errorText(q.lastError());
+        return false;
+    }
+    return true;
+}
+
+std::vector<FieldInfo> Connection::describe(const QString& text, const std::vector<Token>* tokens,
+                                            const QStringList& names, int first, const QString& table)
+{
+    // the same statement text always gives the same fields while the tables stay as they are
+    const QString key = QString::number(first) + QLatin1Char(':') + text;
+    const auto cached = fieldCache_.constFind(key);
+    if (cached != fieldCache_.constEnd() && cached->size() == static_cast<size_t>(names.size() - first))
+        return *cached;
+    const int n = static_cast<int>(names.size()) - first;
+    std::vector<FieldInfo> fields =
+        resultFields(tokens ? *tokens : tokenize(text), [this](const QString& t) { return columns(t); });
+    if (fields.size() == static_cast<size_t>(n)) {
+        fieldCache_.insert(key, fields);
         return fields;
+    }
     // beyond the small parser: the driver's names, unnamed expressions as the engine names them
     fields.clear();
     int expr = 0;
-    for (int i = first; i < rec.count(); ++i) {
-        QString name = rec.fieldName(i);
+    for (int i = first; i < names.size(); ++i) {
+        QString name = names[i];
         const auto t = tokenize(name);
         if (!(t.size() == 1 && t[0].isName()))
             name = QStringLiteral("Expr%1").arg(1000 + expr++);
@@ -402,13 +571,25 @@ bool Connection::query(const Sql& sql, Recordset& rs, QString* error)
     }
     if (!ensureTx(false, error))
         return false;
-    QSqlQuery q;
-    if (!statement(dialect_->adapt(b.text), b.values, &q, error))
+    auto adapted = adaptCache_.constFind(b.text);
+    if (adapted == adaptCache_.constEnd()) {
+        if (adaptCache_.size() >= 256)
+            adaptCache_.clear();
+        adapted = adaptCache_.insert(b.text, dialect_->adapt(b.text));
+    }
+    Fetched f;
+    const Direct direct = runCached(*adapted, b.values, 1, &f, error);
+    if (direct == Direct::Failed)
         return false;
-    const QSqlRecord rec = q.record();
-    auto rows = fetchAll(q, nullptr);
-    std::vector<FieldInfo> fields = describe(tokenize(b.text), rec, 0, QString());
-    rs.reset(sql.text(), std::move(fields), std::move(rows));
+    if (direct == Direct::NotTaken) {
+        f = Fetched();
+        QSqlQuery q;
+        if (!statement(*adapted, b.values, &q, error))
+            return false;
+        fetchAll(q, &f, false);
+    }
+    std::vector<FieldInfo> fields = describe(b.text, nullptr, f.names, 0, QString());
+    rs.reset(sql.text(), std::move(fields), std::move(f.rows));
     return true;
 }
 
@@ -429,29 +610,37 @@ bool Connection::queryForEdit(const Sql& sql, Recordset& rs, QString* error)
     // As on the suite's engine, a record another connection holds still opens; its Update then fails.
     auto edit = std::make_unique<Recordset::EditState>();
     QString lockConflict;
-    QSqlQuery q;
+    Fetched f;
+    const auto select = [&](const QString& text) {
+        f = Fetched();
+        const Direct direct = runCached(text, b.values, 2, &f, error);
+        if (direct != Direct::NotTaken)
+            return direct == Direct::Done;
+        f = Fetched();
+        QSqlQuery q;
+        if (!statement(text, b.values, &q, error))
+            return false;
+        fetchAll(q, &f, true);
+        return true;
+    };
     if (!lockForEdit(edit.get(), error)) {
         if (!dialect_->isLockConflict(*error))
             return false;
         lockConflict = *error;
-    } else if (!statement(dialect_->forEdit(b.text), b.values, &q, error)) {
-        q = QSqlQuery();
+    } else if (!select(dialect_->forEdit(b.text))) {
         releaseEdit(edit.get());
         if (!dialect_->isLockConflict(*error))
             return false;
         lockConflict = *error;
     }
-    if (!lockConflict.isEmpty() && !statement(dialect_->forEdit(b.text, false), b.values, &q, error))
+    if (!lockConflict.isEmpty() && !select(dialect_->forEdit(b.text, false)))
         return false;
-    const QSqlRecord rec = q.record();
-    std::vector<QVariant> rowids;
-    auto rows = fetchAll(q, &rowids);
-    std::vector<FieldInfo> fields = describe(tokens, rec, 1, table);
-    const bool empty = rows.empty();
-    rs.reset(sql.text(), std::move(fields), std::move(rows));
+    std::vector<FieldInfo> fields = describe(b.text, &tokens, f.names, 1, table);
+    const bool empty = f.rows.empty();
+    rs.reset(sql.text(), std::move(fields), std::move(f.rows));
     edit->conn = shared_from_this();
     edit->table = table;
-    edit->rowids = std::move(rowids);
+    edit->rowids = std::move(f.rowids);
     edit->lockConflict = lockConflict;
     rs.makeEditable(std::move(edit));
     if (empty)
@@ -466,27 +655,31 @@ bool Connection::execute(const Sql& sql, long* affected, QString* error)
         *error = b.error;
         return false;
     }
-    if (!ensureTx(true, error))
-        return false;
-    QSqlQuery q;
-    if (!statement(dialect_->adapt(b.text), b.values, &q, error))
-        return false;
-    if (affected)
-        *affected = static_cast<long>(q.numRowsAffected());
-    q = QSqlQuery();
-    return commitWrite(error);
+    auto adapted = adaptCache_.constFind(b.text);
+    if (adapted == adaptCache_.constEnd()) {
+        if (adaptCache_.size() >= 256)
+            adaptCache_.clear();
+        adapted = adaptCache_.insert(b.text, dialect_->adapt(b.text));
+    }
+    return executeRaw(*adapted, b.values, error, affected);
 }
 
 bool Connection::executeRaw(const QString& sql, const QVariantList& values, QString* error, long* affected)
 {
     if (!ensureTx(true, error))
         return false;
-    QSqlQuery q;
-    if (!statement(sql, values, &q, error))
+    Fetched f;
+    const Direct direct = runCached(sql, values, 0, &f, error);
+    if (direct == Direct::Failed)
         return false;
+    if (direct == Direct::NotTaken) {
+        QSqlQuery q;
+        if (!statement(sql, values, &q, error))
+            return false;
+        f.affected = static_cast<long>(q.numRowsAffected());
+    }
     if (affected)
-        *affected = static_cast<long>(q.numRowsAffected());
-    q = QSqlQuery();
+        *affected = f.affected;
     return commitWrite(error);
 }
 
@@ -542,12 +735,10 @@ bool Connection::endTx(bool commitIt, QString* error)
     if (!txActive_)
         return true;
     txActive_ = false;
-    QSqlQuery q(db_);
-    if (!q.exec(commitIt ? QStringLiteral("COMMIT") : QStringLiteral("ROLLBACK"))) {
-        *error = errorText(q.lastError());
+    if (!control(commitIt ? QStringLiteral("COMMIT") : QStringLiteral("ROLLBACK"), error)) {
         if (commitIt) {
-            QSqlQuery r(db_);
-            r.exec(QStringLiteral("ROLLBACK"));
+            QString ignored;
+            control(QStringLiteral("ROLLBACK"), &ignored);
         }
         return false;
     }
@@ -556,11 +747,8 @@ bool Connection::endTx(bool commitIt, QString* error)
 
 bool Connection::beginLock(QString* error)
 {
-    QSqlQuery q(db_);
-    if (!q.exec(backend_ == Backend::Postgres ? QStringLiteral("BEGIN") : QStringLiteral("BEGIN IMMEDIATE"))) {
-        *error = errorText(q.lastError());
+    if (!control(backend_ == Backend::Postgres ? QStringLiteral("BEGIN") : QStringLiteral("BEGIN IMMEDIATE"), error))
         return false;
-    }
     txActive_ = true;
     return true;
 }
