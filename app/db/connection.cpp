@@ -95,45 +95,94 @@ QString errorText(const QSqlError& e)
     return t.isEmpty() ? QStringLiteral("Unknown database error.") : engineText(t);
 }
 
-// A text column as the driver reads it (its UTF-16 form of SQLite's text): plain and well-formed UTF-8 is converted
-// here, anything SQLite would convert differently (bad sequences, U+FFFE and U+FFFF) by SQLite itself.
-QString columnText(sqlite3_stmt* st, int i)
+// True for well-formed UTF-8 (no overlong forms, no surrogates, nothing above U+10FFFF) without U+FFFE and
+// U+FFFF: text that Qt and SQLite turn into the same UTF-16.
+bool plainUtf8(const unsigned char* p, size_t n)
 {
-    const auto* p = reinterpret_cast<const char*>(sqlite3_column_text(st, i));
-    const int n = sqlite3_column_bytes(st, i);
-    int k = 0;
-    while (k < n && static_cast<unsigned char>(p[k]) < 0x80)
-        ++k;
-    if (k == n)
-        return QString::fromLatin1(p, n);
-    const QByteArrayView bytes(p, n);
-    if (QUtf8StringView(p, n).isValidUtf8() && !bytes.contains(QByteArrayView("\xEF\xBF\xBE")) &&
-        !bytes.contains(QByteArrayView("\xEF\xBF\xBF")))
-        return QString::fromUtf8(p, n);
-    return QString(reinterpret_cast<const QChar*>(sqlite3_column_text16(st, i)),
-                   sqlite3_column_bytes16(st, i) / static_cast<int>(sizeof(QChar)));
+    size_t i = 0;
+    while (i < n) {
+        if (p[i] < 0x80) {
+            ++i;
+            continue;
+        }
+        const unsigned char b = p[i];
+        const auto tail = [&](size_t k, unsigned char lo = 0x80, unsigned char hi = 0xBF) {
+            return i + k < n && p[i + k] >= lo && p[i + k] <= hi;
+        };
+        if (b >= 0xC2 && b <= 0xDF) {
+            if (!tail(1))
+                return false;
+            i += 2;
+        } else if (b >= 0xE0 && b <= 0xEF) {
+            const bool second = b == 0xE0 ? tail(1, 0xA0) : b == 0xED ? tail(1, 0x80, 0x9F) : tail(1);
+            if (!second || !tail(2))
+                return false;
+            if (b == 0xEF && p[i + 1] == 0xBF && p[i + 2] >= 0xBE)
+                return false;
+            i += 3;
+        } else if (b >= 0xF0 && b <= 0xF4) {
+            const bool second = b == 0xF0 ? tail(1, 0x90) : b == 0xF4 ? tail(1, 0x80, 0x8F) : tail(1);
+            if (!second || !tail(2) || !tail(3))
+                return false;
+            i += 4;
+        } else {
+            return false;
+        }
+    }
+    return true;
 }
 
-QVariant columnValue(sqlite3_stmt* st, int i)
+// A column as the SQLite driver reads it, into rows. Text is kept as UTF-8 when Qt reads it as SQLite does;
+// anything else is converted by SQLite itself.
+void addColumn(ResultRows& rows, sqlite3_stmt* st, int i)
 {
     switch (sqlite3_column_type(st, i)) {
     case SQLITE_BLOB:
-        return QByteArray(static_cast<const char*>(sqlite3_column_blob(st, i)), sqlite3_column_bytes(st, i));
+        rows.addVariant(QByteArray(static_cast<const char*>(sqlite3_column_blob(st, i)), sqlite3_column_bytes(st, i)));
+        return;
     case SQLITE_INTEGER:
-        return QVariant(static_cast<qlonglong>(sqlite3_column_int64(st, i)));
+        rows.addInt(sqlite3_column_int64(st, i));
+        return;
     case SQLITE_FLOAT:
-        return QVariant(sqlite3_column_double(st, i));
+        rows.addDouble(sqlite3_column_double(st, i));
+        return;
+    case SQLITE_NULL:
+        rows.addNull();
+        return;
+    default:
+        break;
+    }
+    const auto* p = sqlite3_column_text(st, i);
+    const int n = sqlite3_column_bytes(st, i);
+    if (plainUtf8(p, static_cast<size_t>(n))) {
+        rows.addUtf8(reinterpret_cast<const char*>(p), n);
+        return;
+    }
+    rows.addVariant(QString(reinterpret_cast<const QChar*>(sqlite3_column_text16(st, i)),
+                            sqlite3_column_bytes16(st, i) / static_cast<int>(sizeof(QChar))));
+}
+
+// The row identity of an edit's result, as the driver gives it.
+QVariant rowIdentity(sqlite3_stmt* st)
+{
+    switch (sqlite3_column_type(st, 0)) {
+    case SQLITE_INTEGER:
+        return QVariant(static_cast<qlonglong>(sqlite3_column_int64(st, 0)));
     case SQLITE_NULL:
         return QVariant(QMetaType::fromType<QString>());
+    case SQLITE_FLOAT:
+        return QVariant(sqlite3_column_double(st, 0));
     default:
-        return columnText(st, i);
+        return QString(reinterpret_cast<const QChar*>(sqlite3_column_text16(st, 0)),
+                       sqlite3_column_bytes16(st, 0) / static_cast<int>(sizeof(QChar)));
     }
 }
 
 // Binds as the driver binds; false for a kind of value only the driver's own path binds.
 bool bindValue(sqlite3_stmt* st, int at, const QVariant& v)
 {
-    const bool null = v.isNull() || (v.typeId() == QMetaType::QString && static_cast<const QString*>(v.constData())->isNull()) ||
+    const bool null = v.isNull() ||
+                      (v.typeId() == QMetaType::QString && static_cast<const QString*>(v.constData())->isNull()) ||
                       (v.typeId() == QMetaType::QByteArray && static_cast<const QByteArray*>(v.constData())->isNull());
     if (null)
         return sqlite3_bind_null(st, at) == SQLITE_OK;
@@ -335,8 +384,10 @@ void Connection::close()
 {
     openConnections().erase(this);
     dropStatements();
-    fieldCache_.clear();
+    fieldCache_[0].clear();
+    fieldCache_[1].clear();
     adaptCache_.clear();
+    editCache_.clear();
     if (gRegistryGone) { // closed already, before Qt's registry went
         backend_ = Backend::None;
         return;
@@ -426,29 +477,29 @@ void Connection::fetchAll(QSqlQuery& q, Fetched* out, bool withRowids)
     for (int i = 0; i < rec.count(); ++i)
         out->names << rec.fieldName(i);
     const int first = withRowids ? 1 : 0;
-    const int n = rec.count() - first;
+    out->rows = ResultRows(rec.count() - first);
     while (q.next()) {
         if (withRowids)
             out->rowids.push_back(q.value(0));
-        std::vector<QVariant> row(static_cast<size_t>(n));
-        for (int i = 0; i < n; ++i)
-            row[static_cast<size_t>(i)] = q.value(first + i);
-        out->rows.push_back(std::move(row));
+        for (int i = first; i < rec.count(); ++i)
+            out->rows.addVariant(q.value(i));
+        out->rows.endRow();
     }
     q = QSqlQuery(); // finished before the catalogue is asked about the fields
 }
 
 void Connection::dropStatements()
 {
-    for (sqlite3_stmt* st : std::as_const(statements_))
-        sqlite3_finalize(st);
+    for (const Prepared& p : std::as_const(statements_))
+        sqlite3_finalize(p.statement);
     statements_.clear();
 }
 
 void Connection::forgetColumns()
 {
     columnCache_.clear();
-    fieldCache_.clear();
+    fieldCache_[0].clear();
+    fieldCache_[1].clear();
     dropStatements();
 }
 
@@ -460,11 +511,12 @@ Connection::Direct Connection::runCached(const QString& sql, const QVariantList&
     if ((backend_ != Backend::Sqlite && backend_ != Backend::Jet) || !db_.isOpen())
         return Direct::NotTaken;
     auto* handle = *static_cast<sqlite3* const*>(db_.driver()->handle().data());
-    sqlite3_stmt* st = statements_.value(sql);
-    if (!st) {
+    auto prepared = statements_.find(sql);
+    if (prepared == statements_.end()) {
+        sqlite3_stmt* st = nullptr;
         const void* tail = nullptr;
-        if (sqlite3_prepare16_v3(handle, sql.utf16(), static_cast<int>((sql.size() + 1) * 2),
-                                 SQLITE_PREPARE_PERSISTENT, &st, &tail) != SQLITE_OK ||
+        if (sqlite3_prepare16_v3(handle, sql.utf16(), static_cast<int>((sql.size() + 1) * 2), SQLITE_PREPARE_PERSISTENT,
+                                 &st, &tail) != SQLITE_OK ||
             !st) {
             sqlite3_finalize(st);
             return Direct::NotTaken;
@@ -475,8 +527,12 @@ Connection::Direct Connection::runCached(const QString& sql, const QVariantList&
         }
         if (statements_.size() >= 64)
             dropStatements();
-        statements_.insert(sql, st);
+        Prepared p{st, {}};
+        for (int i = 0; i < sqlite3_column_count(st); ++i)
+            p.names << QString::fromUtf8(sqlite3_column_name(st, i)).remove(QLatin1Char('"'));
+        prepared = statements_.insert(sql, p);
     }
+    sqlite3_stmt* const st = prepared->statement;
     if (sqlite3_bind_parameter_count(st) != values.size())
         return Direct::NotTaken;
     for (qsizetype i = 0; i < values.size(); ++i)
@@ -491,22 +547,26 @@ Connection::Direct Connection::runCached(const QString& sql, const QVariantList&
         sqlite3_clear_bindings(st);
         return ok ? Direct::Done : Direct::Failed;
     };
-    const int columns = sqlite3_column_count(st);
     const int first = fetch == 2 ? 1 : 0;
     int rc = sqlite3_step(st);
     if (rc != SQLITE_ROW && rc != SQLITE_DONE)
         return finish(false);
+    const int columns = sqlite3_column_count(st);
     if (fetch > 0) {
-        out->names.reserve(columns);
-        for (int i = 0; i < columns; ++i)
-            out->names << QString::fromUtf8(sqlite3_column_name(st, i)).remove(QLatin1Char('"'));
+        if (prepared->names.size() != columns) { // prepared again for a changed table
+            QStringList names;
+            for (int i = 0; i < columns; ++i)
+                names << QString::fromUtf8(sqlite3_column_name(st, i)).remove(QLatin1Char('"'));
+            prepared->names = names;
+        }
+        out->names = prepared->names;
+        out->rows = ResultRows(columns - first);
         while (rc == SQLITE_ROW) {
             if (first)
-                out->rowids.push_back(columnValue(st, 0));
-            std::vector<QVariant> row(static_cast<size_t>(columns - first));
+                out->rowids.push_back(rowIdentity(st));
             for (int i = first; i < columns; ++i)
-                row[static_cast<size_t>(i - first)] = columnValue(st, i);
-            out->rows.push_back(std::move(row));
+                addColumn(out->rows, st, i);
+            out->rows.endRow();
             rc = sqlite3_step(st); // a failure after the first row ends the result, as the driver's fetch does
         }
     }
@@ -533,19 +593,31 @@ bool Connection::control(const QString& sql, QString* error)
     return true;
 }
 
-std::vector<FieldInfo> Connection::describe(const QString& text, const std::vector<Token>* tokens,
-                                            const QStringList& names, int first, const QString& table)
+QString Connection::adapted(const QString& sql)
+{
+    if (!dialect_->rewrites())
+        return sql;
+    auto it = adaptCache_.constFind(sql);
+    if (it == adaptCache_.constEnd()) {
+        if (adaptCache_.size() >= 256)
+            adaptCache_.clear();
+        it = adaptCache_.insert(sql, dialect_->adapt(sql));
+    }
+    return *it;
+}
+
+std::vector<FieldInfo> Connection::describe(const QString& text, const QStringList& names, int first,
+                                            const QString& table)
 {
     // the same statement text always gives the same fields while the tables stay as they are
-    const QString key = QString::number(first) + QLatin1Char(':') + text;
-    const auto cached = fieldCache_.constFind(key);
-    if (cached != fieldCache_.constEnd() && cached->size() == static_cast<size_t>(names.size() - first))
+    QHash<QString, std::vector<FieldInfo>>& cache = fieldCache_[first ? 1 : 0];
+    const auto cached = cache.constFind(text);
+    if (cached != cache.constEnd() && cached->size() == static_cast<size_t>(names.size() - first))
         return *cached;
     const int n = static_cast<int>(names.size()) - first;
-    std::vector<FieldInfo> fields =
-        resultFields(tokens ? *tokens : tokenize(text), [this](const QString& t) { return columns(t); });
+    std::vector<FieldInfo> fields = resultFields(tokenize(text), [this](const QString& t) { return columns(t); });
     if (fields.size() == static_cast<size_t>(n)) {
-        fieldCache_.insert(key, fields);
+        cache.insert(text, fields);
         return fields;
     }
     // beyond the small parser: the driver's names, unnamed expressions as the engine names them
@@ -571,24 +643,19 @@ bool Connection::query(const Sql& sql, Recordset& rs, QString* error)
     }
     if (!ensureTx(false, error))
         return false;
-    auto adapted = adaptCache_.constFind(b.text);
-    if (adapted == adaptCache_.constEnd()) {
-        if (adaptCache_.size() >= 256)
-            adaptCache_.clear();
-        adapted = adaptCache_.insert(b.text, dialect_->adapt(b.text));
-    }
+    const QString text = adapted(b.text);
     Fetched f;
-    const Direct direct = runCached(*adapted, b.values, 1, &f, error);
+    const Direct direct = runCached(text, b.values, 1, &f, error);
     if (direct == Direct::Failed)
         return false;
     if (direct == Direct::NotTaken) {
         f = Fetched();
         QSqlQuery q;
-        if (!statement(*adapted, b.values, &q, error))
+        if (!statement(text, b.values, &q, error))
             return false;
         fetchAll(q, &f, false);
     }
-    std::vector<FieldInfo> fields = describe(b.text, nullptr, f.names, 0, QString());
+    std::vector<FieldInfo> fields = describe(b.text, f.names, 0, QString());
     rs.reset(sql.text(), std::move(fields), std::move(f.rows));
     return true;
 }
@@ -601,8 +668,20 @@ bool Connection::queryForEdit(const Sql& sql, Recordset& rs, QString* error)
         *error = b.error;
         return false;
     }
-    const auto tokens = tokenize(b.text);
-    const QString table = singleTable(tokens);
+    auto cached = editCache_.constFind(b.text);
+    if (cached == editCache_.constEnd()) {
+        EditText e;
+        e.table = singleTable(tokenize(b.text));
+        if (!e.table.isEmpty()) {
+            e.locked = dialect_->forEdit(b.text);
+            e.unlocked = dialect_->forEdit(b.text, false);
+        }
+        if (editCache_.size() >= 256)
+            editCache_.clear();
+        cached = editCache_.insert(b.text, e);
+    }
+    const EditText texts = *cached;
+    const QString& table = texts.table;
     if (table.isEmpty()) {
         *error = QStringLiteral("Operation must use an updateable query.");
         return false;
@@ -627,15 +706,15 @@ bool Connection::queryForEdit(const Sql& sql, Recordset& rs, QString* error)
         if (!dialect_->isLockConflict(*error))
             return false;
         lockConflict = *error;
-    } else if (!select(dialect_->forEdit(b.text))) {
+    } else if (!select(texts.locked)) {
         releaseEdit(edit.get());
         if (!dialect_->isLockConflict(*error))
             return false;
         lockConflict = *error;
     }
-    if (!lockConflict.isEmpty() && !select(dialect_->forEdit(b.text, false)))
+    if (!lockConflict.isEmpty() && !select(texts.unlocked))
         return false;
-    std::vector<FieldInfo> fields = describe(b.text, &tokens, f.names, 1, table);
+    std::vector<FieldInfo> fields = describe(b.text, f.names, 1, table);
     const bool empty = f.rows.empty();
     rs.reset(sql.text(), std::move(fields), std::move(f.rows));
     edit->conn = shared_from_this();
@@ -655,13 +734,8 @@ bool Connection::execute(const Sql& sql, long* affected, QString* error)
         *error = b.error;
         return false;
     }
-    auto adapted = adaptCache_.constFind(b.text);
-    if (adapted == adaptCache_.constEnd()) {
-        if (adaptCache_.size() >= 256)
-            adaptCache_.clear();
-        adapted = adaptCache_.insert(b.text, dialect_->adapt(b.text));
-    }
-    return executeRaw(*adapted, b.values, error, affected);
+    const QString text = adapted(b.text);
+    return executeRaw(text, b.values, error, affected);
 }
 
 bool Connection::executeRaw(const QString& sql, const QVariantList& values, QString* error, long* affected)

@@ -64,7 +64,7 @@ private:
     // What a statement gave back: the driver's column names, the rows (and row identities for an edit).
     struct Fetched {
         QStringList names;
-        std::vector<std::vector<QVariant>> rows;
+        ResultRows rows;
         std::vector<QVariant> rowids;
         long affected = 0;
     };
@@ -81,12 +81,12 @@ private:
     bool statement(const QString& sql, const QVariantList& values, QSqlQuery* q, QString* error);
     bool openSqliteFile(const QString& path, const QString& password, QString* error);
     static void fetchAll(QSqlQuery& q, Fetched* out, bool withRowids);
-    std::vector<FieldInfo> describe(const QString& text, const std::vector<Token>* tokens, const QStringList& names,
-                                    int first, const QString& table);
+    std::vector<FieldInfo> describe(const QString& text, const QStringList& names, int first, const QString& table);
     // SQLite and Jet: the statement through a prepared statement kept for its text; NotTaken when it does not
     // prepare cleanly (the driver's own path then runs it and reports the engine's error as always).
     Direct runCached(const QString& sql, const QVariantList& values, int fetch, Fetched* out, QString* error);
     bool control(const QString& sql, QString* error); // BEGIN, COMMIT, ROLLBACK
+    QString adapted(const QString& sql);
     void dropStatements();
 
     QString name_;
@@ -96,9 +96,18 @@ private:
     bool userTx_ = false;   // BeginTns in force
     bool txActive_ = false; // BEGIN issued (SQLite begins lazily, on the first statement)
     QHash<QString, std::vector<ColumnInfo>> columnCache_;
-    QHash<QString, std::vector<FieldInfo>> fieldCache_; // per statement text and kind (read, edit)
-    QHash<QString, QString> adaptCache_;                // per statement text: as this backend takes it
-    QHash<QString, sqlite3_stmt*> statements_;
+    QHash<QString, std::vector<FieldInfo>> fieldCache_[2]; // per statement text, read and edit
+    QHash<QString, QString> adaptCache_;                   // per statement text: as this backend takes it
+    struct EditText {
+        QString table;            // the one table the statement reads
+        QString locked, unlocked; // as this backend opens it for editing, with and without the row lock
+    };
+    QHash<QString, EditText> editCache_; // per statement text
+    struct Prepared {
+        sqlite3_stmt* statement = nullptr;
+        QStringList names; // the result's column names as the driver gives them
+    };
+    QHash<QString, Prepared> statements_;
     int savepoint_ = 0;
     std::vector<Recordset::EditState*> pendingEdits_; // outside BeginTns, holding the lock transaction
 };
