@@ -6,6 +6,7 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <QHash>
 #include <QRegularExpression>
 
 #include <cmath>
@@ -92,16 +93,33 @@ struct Columns {
     }
 };
 
+// The texts one after the other, in one allocation.
+QString joined(std::initializer_list<QString> parts)
+{
+    qsizetype size = 0;
+    for (const QString& p : parts)
+        size += p.size();
+    QString out;
+    out.reserve(size);
+    for (const QString& p : parts)
+        out += p;
+    return out;
+}
+
 struct Sender {
     QString tel, name, zip, adr1, adr2, adr3, adr4;
 };
 
-// The 46 fields of one order's line.
-QStringList lineFields(const Recordset& rs, const Columns& c, const Sender& shop)
+// The 46 fields of one order's line. dates keeps the ship dates written so far (a run has a few hundred).
+QStringList lineFields(const Recordset& rs, const Columns& c, const Sender& shop, QHash<QString, QString>& dates)
 {
     const auto t = [&](int column) { return c.text(rs, column); };
     QStringList f(IcatExportJob::kFields);
-    f[0] = IcatExportJob::datePattern(t(Columns::Sday));
+    const QString sday = t(Columns::Sday);
+    auto date = dates.constFind(sday);
+    if (date == dates.constEnd())
+        date = dates.insert(sday, IcatExportJob::datePattern(sday));
+    f[0] = *date;
     f[1] = t(Columns::Denno);
     const double hcode = fnToNum(t(Columns::Hcode));
     f[2] = (hcode == 4 || hcode == 6 || hcode == 8 || hcode == 10) ? QStringLiteral("2") : QStringLiteral("0");
@@ -115,7 +133,7 @@ QStringList lineFields(const Recordset& rs, const Columns& c, const Sender& shop
     f[5] = !tel.isEmpty() ? tel : t(Columns::MKeitai);
     f[7] = t(Columns::MName);
     f[8] = fnDelStr(t(Columns::MZip), QStringLiteral("-"));
-    f[9] = t(Columns::MAdr1) + t(Columns::MAdr2) + kIdeographicSpace + t(Columns::MAdr3) + t(Columns::MAdr4);
+    f[9] = joined({t(Columns::MAdr1), t(Columns::MAdr2), kIdeographicSpace, t(Columns::MAdr3), t(Columns::MAdr4)});
     f[13] = fnToNum(t(Columns::MSex)) == 3 ? QStringLiteral("御中") : QStringLiteral("様");
     Sender s = shop;
     if (fnToNum(t(Columns::Gift)) != 0) {
@@ -132,7 +150,7 @@ QStringList lineFields(const Recordset& rs, const Columns& c, const Sender& shop
     f[15] = s.tel;
     f[17] = s.name;
     f[18] = fnDelStr(s.zip, QStringLiteral("-"));
-    f[19] = s.adr1 + s.adr2 + kIdeographicSpace + s.adr3 + s.adr4;
+    f[19] = joined({s.adr1, s.adr2, kIdeographicSpace, s.adr3, s.adr4});
     f[30] = t(Columns::Memo).left(24);
     const QString haiday = t(Columns::Haiday);
     double day = 0;
@@ -315,11 +333,12 @@ IcatExportJob::Result IcatExportJob::run(const Input& in, Interaction& ui)
         const auto v = [&](const char* c) { return shop_.text(shop_.fieldIndex(QString::fromLatin1(c))); };
         shop = {v("tel"), v("name"), v("zip"), v("adr1"), v("adr2"), v("adr3"), v("adr4")};
     }
+    QHash<QString, QString> dates;
     for (rs.moveFirst(); !rs.eof(); rs.moveNext()) {
         // the flag stays set after a No, so the question comes again before every following order
         if (ui.cancelRequested() && ui.msg(QStringLiteral("処理中止"), QString(), true) == answer::Yes)
             return unlock(Outcome::Stopped);
-        const QStringList fields = lineFields(rs, columns, shop);
+        const QStringList fields = lineFields(rs, columns, shop, dates);
         const qint64 denno = fields[1].toLongLong();
         QByteArray line = encodeLine(fields, denno, r.unencodable);
         line += "\r\n";
