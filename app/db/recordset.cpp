@@ -76,6 +76,15 @@ QVariant ResultRows::value(size_t row, int column) const
     return variants_[c.at];
 }
 
+bool ResultRows::text(size_t row, int column, QString* out) const
+{
+    const Cell& c = cell(row * static_cast<size_t>(columns_) + static_cast<size_t>(column));
+    if (c.kind != Cell::Utf8)
+        return false;
+    *out = QString::fromUtf8(text_[c.at >> 32].data.get() + (c.at & 0xFFFFFFFFu), c.size);
+    return true;
+}
+
 std::vector<QVariant> ResultRows::row(size_t row) const
 {
     std::vector<QVariant> out(static_cast<size_t>(columns_));
@@ -211,7 +220,14 @@ QVariant Recordset::value(const QString& name) const
 
 QString Recordset::text(int i) const
 {
-    return valueToText(value(i), i >= 0 && i < fieldCount() ? fields_[static_cast<size_t>(i)].type : JetType::Unknown);
+    const JetType type = i >= 0 && i < fieldCount() ? fields_[static_cast<size_t>(i)].type : JetType::Unknown;
+    // a text field's text as stored is its standard conversion: no value to make on the way
+    const bool plain = !isNumeric(type) && type != JetType::Boolean && type != JetType::DateTime;
+    QString t;
+    if (plain && i >= 0 && i < fieldCount() && i < rows_.columns() && !(edit_ && (edit_->adding || edit_->buffered)) &&
+        pos_ >= 0 && pos_ < static_cast<qsizetype>(rows_.size()) && rows_.text(static_cast<size_t>(pos_), i, &t))
+        return t;
+    return valueToText(value(i), type);
 }
 
 bool Recordset::isNewRow() const

@@ -41,6 +41,8 @@ public:
     void endRow() { ++rows_; }
 
     QVariant value(size_t row, int column) const;
+    // The text of a cell that holds text as the engine gave it; false for any other cell.
+    bool text(size_t row, int column, QString* out) const;
     std::vector<QVariant> row(size_t row) const;
     void setRow(size_t row, const std::vector<QVariant>& values);
     void appendRow(const std::vector<QVariant>& values);
