@@ -12,6 +12,7 @@
 #include <QHash>
 #include <QSet>
 
+#include <algorithm>
 #include <cmath>
 #include <memory>
 
@@ -39,13 +40,24 @@ public:
     void write(const QString& denno, const QList<Field>& fields, bool trailingComma, QList<Unencodable>& unencodable,
                QSet<QString>& reported)
     {
-        QString line;
+        // one buffer for every line of the file, filled in place
+        qsizetype size = (fields.isEmpty() ? 0 : 3 * fields.size() - 1) + (trailingComma ? 1 : 0) + 2;
+        for (const Field& f : fields)
+            size += f.value.size();
+        line_.resize(size);
+        QChar* out = line_.data();
         for (qsizetype i = 0; i < fields.size(); ++i) {
-            if (i > 0) line += QLatin1Char(',');
-            line += QLatin1Char('"') + fields.at(i).value + QLatin1Char('"');
+            if (i > 0) *out++ = QLatin1Char(',');
+            *out++ = QLatin1Char('"');
+            const QString& v = fields.at(i).value;
+            std::copy(v.cbegin(), v.cend(), out);
+            out += v.size();
+            *out++ = QLatin1Char('"');
         }
-        if (trailingComma) line += QLatin1Char(',');
-        line += QLatin1String("\r\n");
+        if (trailingComma) *out++ = QLatin1Char(',');
+        *out++ = QLatin1Char('\r');
+        *out++ = QLatin1Char('\n');
+        const QString& line = line_;
         if (std::optional<QByteArray> bytes = Cp932::encode(line)) {
             file_.write(*bytes);
             return;
@@ -71,28 +83,86 @@ private:
     }
 
     QFile file_;
+    QString line_;
 };
 
-// The fields of the current row by name, looked up once.
-class Row
+// Fields of a result by name, their positions looked up once: every result of one statement text has the same
+// fields in the same places.
+class Fields
 {
 public:
-    Row(Recordset& rs) : rs_(rs) {}
-    QString operator()(const QString& name)
+    explicit Fields(std::initializer_list<const char*> names)
     {
-        auto it = index_.constFind(name);
-        if (it == index_.constEnd()) it = index_.insert(name, rs_.fieldIndex(name));
-        if (*it < 0) {
-            QString f = name;
-            return fnGetFields(rs_, f, 1); // shows the missing field as the getter does
+        for (const char* n : names)
+            names_ << QString::fromLatin1(n);
+    }
+    QString operator()(Recordset& rs, int k)
+    {
+        if (index_.isEmpty())
+            for (const QString& n : std::as_const(names_))
+                index_ << rs.fieldIndex(n);
+        if (index_.at(k) < 0) {
+            QString f = names_.at(k);
+            return fnGetFields(rs, f, 1); // shows the missing field as the getter does
         }
-        return rs_.text(*it);
+        return rs.text(index_.at(k));
     }
 
 private:
-    Recordset& rs_;
-    QHash<QString, int> index_;
+    QStringList names_;
+    QList<int> index_;
 };
+
+// The order query's fields, in the order of the names below.
+enum OrderField {
+    Denno, OAdr1, OAdr2, OAdr3, OAdr4, OTel, OName, OZip, OKeitai, Total, MName, MSname, OSname, MAdr2, MAdr3, MAdr4,
+    MTel, MKana, MZip, MAdr1, MKeitai, MCode, OCode, Utax, Sday, Stax
+};
+Fields orderFields()
+{
+    return Fields{"denno",  "o.adr1", "o.adr2",  "o.adr3", "o.adr4", "o.tel",  "o.name", "o.zip",  "o.keitai",
+                  "total",  "m.name", "m.sname", "o.sname", "m.adr2", "m.adr3", "m.adr4", "m.tel",  "m.kana",
+                  "m.zip",  "m.adr1", "m.keitai", "m.code", "o.code", "utax",   "sday",   "stax"};
+}
+enum LineField { Line, Gcode, Zgname, Suu, Tanka, LineTotal };
+
+// fnToNum of a field's text. A number field's text is already plain ("-12", "1234.5"), and then the digits
+// read the same without the filtering; a whole number of up to 15 digits is exact as it is added up.
+double toNumber(const QString& text)
+{
+    const bool minus = text.startsWith(QLatin1Char('-'));
+    const qsizetype first = minus ? 1 : 0;
+    const bool shortWhole = text.size() - first <= 15;
+    qsizetype point = -1;
+    qint64 whole = 0;
+    for (qsizetype i = first; i < text.size(); ++i) {
+        const char16_t c = text[i].unicode();
+        if (c == u'.' && point < 0 && i > first && i + 1 < text.size())
+            point = i;
+        else if (c < u'0' || c > u'9')
+            return fnToNum(text);
+        else if (point < 0 && shortWhole)
+            whole = whole * 10 + (c - u'0');
+    }
+    if (text.size() == first)
+        return fnToNum(text);
+    if (point >= 0 || text.size() - first > 15)
+        return text.toDouble();
+    return minus ? -static_cast<double>(whole) : static_cast<double>(whole);
+}
+
+// The texts one after the other, in one allocation.
+QString joined(std::initializer_list<QString> parts)
+{
+    qsizetype size = 0;
+    for (const QString& p : parts)
+        size += p.size();
+    QString out;
+    out.reserve(size);
+    for (const QString& p : parts)
+        out += p;
+    return out;
+}
 
 QString unencodableMessage(const QList<Unencodable>& list)
 {
@@ -153,6 +223,12 @@ QPair<QString, QString> BillingJob::splitName(const QString& name, const QString
 
 QStringList BillingJob::pieces(const QString& text, int bytes, int count)
 {
+    // a text that fits the first piece whole (the usual case) is measured once instead of character by character
+    if (count > 0 && Cp932::byteLength(text) <= bytes) {
+        QStringList out(count);
+        out[0] = text;
+        return out;
+    }
     QString rest = text;
     QStringList out;
     for (int i = 0; i < count; ++i)
@@ -238,7 +314,11 @@ BillingResult BillingJob::run(const BillingRequest& request, Interaction& ui)
     QSet<QString> reported;
     QHash<QString, QString> goodsNames;
     int lastLine = 0; // carries across orders: a tax record of an order without lines follows the previous order's
-    Row d(rs);
+    Fields orderColumns = orderFields();
+    Fields lineColumns{"line", "gcode", "zgname", "suu", "tanka", "total"};
+    const auto d = [&](OrderField k) { return orderColumns(rs, k); };
+    QHash<QString, QString> shipDates; // a few hundred days among all the orders
+    const Sql linesHead = Sql("select * from jyumei where denno="), linesTail = Sql(" order by denno,line");
     using F = BillingFile::Field;
     for (rs.moveFirst(); !rs.eof(); rs.moveNext()) {
         ui.yieldOnce();
@@ -248,7 +328,7 @@ BillingResult BillingJob::run(const BillingRequest& request, Interaction& ui)
             if (!result.unencodable.isEmpty()) ui.messageBox(unencodableMessage(result.unencodable), mb::Exclamation);
             return finish(BillingResult::Outcome::Aborted);
         }
-        const QString denno = d(QStringLiteral("denno"));
+        const QString denno = d(Denno);
         written << denno;
         const QString padded = padNumber(denno, nowidth);
         if (csv) {
@@ -262,61 +342,60 @@ BillingResult BillingJob::run(const BillingRequest& request, Interaction& ui)
                                  {QStringLiteral("連絡先")},
                                  {QStringLiteral("金額")}},
                                 false, result.unencodable, reported);
-            const QStringList adr = pieces(d(QStringLiteral("o.adr1")) + d(QStringLiteral("o.adr2")) +
-                                               d(QStringLiteral("o.adr3")) + d(QStringLiteral("o.adr4")),
-                                           60, 2);
-            const QString tel = d(QStringLiteral("o.tel"));
+            const QStringList adr = pieces(joined({d(OAdr1), d(OAdr2), d(OAdr3), d(OAdr4)}), 60, 2);
+            const QString tel = d(OTel);
             files[0]->write(denno,
                             {{padded},
-                             {d(QStringLiteral("o.name")), "o.name"},
-                             {d(QStringLiteral("o.zip")), "o.zip"},
+                             {d(OName), "o.name"},
+                             {d(OZip), "o.zip"},
                              {adr.at(0), "o.adr1+o.adr2+o.adr3+o.adr4"},
                              {adr.at(1), "o.adr1+o.adr2+o.adr3+o.adr4"},
-                             tel.trimmed().isEmpty() ? F{d(QStringLiteral("o.keitai")), "o.keitai"} : F{tel, "o.tel"},
-                             {d(QStringLiteral("total"))}},
+                             tel.trimmed().isEmpty() ? F{d(OKeitai), "o.keitai"} : F{tel, "o.tel"},
+                             {d(Total)}},
                             false, result.unencodable, reported);
         } else {
-            const auto [mFamily, mGiven] = splitName(d(QStringLiteral("m.name")), d(QStringLiteral("m.sname")));
-            const auto [oFamily, oGiven] = splitName(d(QStringLiteral("o.name")), d(QStringLiteral("o.sname")));
-            const QStringList madr =
-                pieces(d(QStringLiteral("m.adr2")) + d(QStringLiteral("m.adr3")) + d(QStringLiteral("m.adr4")), 40, 2);
-            const QStringList oadr =
-                pieces(d(QStringLiteral("o.adr2")) + d(QStringLiteral("o.adr3")) + d(QStringLiteral("o.adr4")), 40, 2);
-            const QString tel = d(QStringLiteral("m.tel"));
+            const auto [mFamily, mGiven] = splitName(d(MName), d(MSname));
+            const auto [oFamily, oGiven] = splitName(d(OName), d(OSname));
+            const QStringList madr = pieces(joined({d(MAdr2), d(MAdr3), d(MAdr4)}), 40, 2);
+            const QStringList oadr = pieces(joined({d(OAdr2), d(OAdr3), d(OAdr4)}), 40, 2);
+            const QString tel = d(MTel);
             files[0]->write(denno,
                             {{padded},
                              {mFamily, "m.name"},
                              {mGiven, "m.name"},
-                             {d(QStringLiteral("m.kana")), "m.kana"},
+                             {d(MKana), "m.kana"},
                              {QStringLiteral("0")},
-                             {fnDelStr(d(QStringLiteral("m.zip")), QStringLiteral("-")), "m.zip"},
-                             {d(QStringLiteral("m.adr1")), "m.adr1"},
+                             {fnDelStr(d(MZip), QStringLiteral("-")), "m.zip"},
+                             {d(MAdr1), "m.adr1"},
                              {madr.at(0), "m.adr2+m.adr3+m.adr4"},
                              {madr.at(1), "m.adr2+m.adr3+m.adr4"},
-                             tel.isEmpty() ? F{d(QStringLiteral("m.keitai")), "m.keitai"} : F{tel, "m.tel"},
-                             {d(QStringLiteral("m.code")) == d(QStringLiteral("o.code")) ? QStringLiteral("0")
+                             tel.isEmpty() ? F{d(MKeitai), "m.keitai"} : F{tel, "m.tel"},
+                             {d(MCode) == d(OCode) ? QStringLiteral("0")
                                                                                          : QStringLiteral("1")},
                              {oFamily, "o.name"},
                              {oGiven, "o.name"},
                              {QStringLiteral("0")},
-                             {fnDelStr(d(QStringLiteral("o.zip")), QStringLiteral("-")), "o.zip"},
-                             {d(QStringLiteral("o.adr1")), "o.adr1"},
+                             {fnDelStr(d(OZip), QStringLiteral("-")), "o.zip"},
+                             {d(OAdr1), "o.adr1"},
                              {oadr.at(0), "o.adr2+o.adr3+o.adr4"},
                              {oadr.at(1), "o.adr2+o.adr3+o.adr4"}},
                             false, result.unencodable, reported);
 
-            const QString total = d(QStringLiteral("total"));
-            const QString day = shipDate(d(QStringLiteral("sday")));
+            const QString total = d(Total);
+            const QString sday = d(Sday);
+            auto dayIt = shipDates.constFind(sday);
+            if (dayIt == shipDates.constEnd()) dayIt = shipDates.insert(sday, shipDate(sday));
+            const QString day = *dayIt;
             Recordset lines;
-            (void)db_.DbSql(Sql("select * from jyumei where denno=") + Sql::n(denno) + " order by denno,line", lines);
+            (void)db_.DbSql(linesHead + Sql::n(denno) + linesTail, lines);
             if (lines.isOpen()) {
-                Row l(lines);
+                const auto l = [&](LineField k) { return lineColumns(lines, k); };
                 for (lines.moveFirst(); !lines.eof(); lines.moveNext()) {
-                    lastLine = static_cast<int>(fnToNum(l(QStringLiteral("line"))));
-                    const QString gcode = l(QStringLiteral("gcode"));
+                    lastLine = static_cast<int>(toNumber(l(Line)));
+                    const QString gcode = l(Gcode);
                     F goodsName;
                     if (gcode == kFreeItem) {
-                        goodsName = {pieces(l(QStringLiteral("zgname")), 200, 1).at(0), "jyumei.zgname"};
+                        goodsName = {pieces(l(Zgname), 200, 1).at(0), "jyumei.zgname"};
                     } else {
                         auto it = goodsNames.constFind(gcode);
                         if (it == goodsNames.constEnd()) {
@@ -328,24 +407,24 @@ BillingResult BillingJob::run(const BillingRequest& request, Interaction& ui)
                         }
                         goodsName = {*it, "goods.name"};
                     }
-                    const QString suu = l(QStringLiteral("suu"));
+                    const QString suu = l(Suu);
                     files[1]->write(denno,
                                     {{padded},
                                      {request.companyCode, "cvsset.ckcode1"},
                                      {padNumber(QString::number(lastLine), 2)},
                                      {total},
-                                     {d(QStringLiteral("utax"))},
+                                     {d(Utax)},
                                      {day},
                                      {gcode == kFreeItem ? QString() : gcode, "jyumei.gcode"},
                                      goodsName,
                                      {suu},
-                                     {clampAmount(fnToNum(suu) * fnToNum(l(QStringLiteral("tanka"))))},
-                                     {clampAmount(fnToNum(l(QStringLiteral("total"))))}},
+                                     {clampAmount(toNumber(suu) * toNumber(l(Tanka)))},
+                                     {clampAmount(toNumber(l(LineTotal)))}},
                                     true, result.unencodable, reported);
                 }
             }
-            const QString stax = d(QStringLiteral("stax"));
-            if (fnToNum(stax) != 0)
+            const QString stax = d(Stax);
+            if (toNumber(stax) != 0)
                 files[1]->write(denno,
                                 {{padded},
                                  {request.companyCode, "cvsset.ckcode1"},

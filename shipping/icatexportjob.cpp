@@ -6,8 +6,10 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <QHash>
 #include <QRegularExpression>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <vector>
@@ -30,8 +32,12 @@ qint32 toLong(const QString& text)
 // A number as the engine converts it strictly: an empty text or a stray letter is not one.
 bool strictNumber(const QString& text, double* value)
 {
+    // plain digits, what a date field holds, need no pattern
+    const bool digits =
+        !text.isEmpty() && std::all_of(text.cbegin(), text.cend(), [](QChar c) { return c >= u'0' && c <= u'9'; });
     static const QRegularExpression number(QStringLiteral(R"(^\s*[+-]?(\d+\.?\d*|\.\d+)\s*$)"));
-    if (!number.match(text).hasMatch()) return false;
+    if (!digits && !number.match(text).hasMatch())
+        return false;
     *value = text.trimmed().toDouble();
     return true;
 }
@@ -92,16 +98,33 @@ struct Columns {
     }
 };
 
+// The texts one after the other, in one allocation.
+QString joined(std::initializer_list<QString> parts)
+{
+    qsizetype size = 0;
+    for (const QString& p : parts)
+        size += p.size();
+    QString out;
+    out.reserve(size);
+    for (const QString& p : parts)
+        out += p;
+    return out;
+}
+
 struct Sender {
     QString tel, name, zip, adr1, adr2, adr3, adr4;
 };
 
-// The 46 fields of one order's line.
-QStringList lineFields(const Recordset& rs, const Columns& c, const Sender& shop)
+// The 46 fields of one order's line. dates keeps the dates written so far (a run has a few hundred).
+QStringList lineFields(const Recordset& rs, const Columns& c, const Sender& shop, QHash<QString, QString>& dates)
 {
     const auto t = [&](int column) { return c.text(rs, column); };
     QStringList f(IcatExportJob::kFields);
-    f[0] = IcatExportJob::datePattern(t(Columns::Sday));
+    const QString sday = t(Columns::Sday);
+    auto date = dates.constFind(sday);
+    if (date == dates.constEnd())
+        date = dates.insert(sday, IcatExportJob::datePattern(sday));
+    f[0] = *date;
     f[1] = t(Columns::Denno);
     const double hcode = fnToNum(t(Columns::Hcode));
     f[2] = (hcode == 4 || hcode == 6 || hcode == 8 || hcode == 10) ? QStringLiteral("2") : QStringLiteral("0");
@@ -115,7 +138,7 @@ QStringList lineFields(const Recordset& rs, const Columns& c, const Sender& shop
     f[5] = !tel.isEmpty() ? tel : t(Columns::MKeitai);
     f[7] = t(Columns::MName);
     f[8] = fnDelStr(t(Columns::MZip), QStringLiteral("-"));
-    f[9] = t(Columns::MAdr1) + t(Columns::MAdr2) + kIdeographicSpace + t(Columns::MAdr3) + t(Columns::MAdr4);
+    f[9] = joined({t(Columns::MAdr1), t(Columns::MAdr2), kIdeographicSpace, t(Columns::MAdr3), t(Columns::MAdr4)});
     f[13] = fnToNum(t(Columns::MSex)) == 3 ? QStringLiteral("御中") : QStringLiteral("様");
     Sender s = shop;
     if (fnToNum(t(Columns::Gift)) != 0) {
@@ -132,11 +155,16 @@ QStringList lineFields(const Recordset& rs, const Columns& c, const Sender& shop
     f[15] = s.tel;
     f[17] = s.name;
     f[18] = fnDelStr(s.zip, QStringLiteral("-"));
-    f[19] = s.adr1 + s.adr2 + kIdeographicSpace + s.adr3 + s.adr4;
+    f[19] = joined({s.adr1, s.adr2, kIdeographicSpace, s.adr3, s.adr4});
     f[30] = t(Columns::Memo).left(24);
     const QString haiday = t(Columns::Haiday);
     double day = 0;
-    if (strictNumber(haiday, &day) && day != 0) f[31] = IcatExportJob::datePattern(haiday);
+    if (strictNumber(haiday, &day) && day != 0) {
+        auto delivery = dates.constFind(haiday);
+        if (delivery == dates.constEnd())
+            delivery = dates.insert(haiday, IcatExportJob::datePattern(haiday));
+        f[31] = *delivery;
+    }
     f[32] = timeSlot(t(Columns::Htime));
     f[33] = t(Columns::Total);
     return f;
@@ -144,9 +172,26 @@ QStringList lineFields(const Recordset& rs, const Columns& c, const Sender& shop
 
 // The line in CP932; a character without a CP932 form is written as the system converts it ("?" per UTF-16 unit)
 // and listed.
-QByteArray encodeLine(QStringList fields, qint64 denno, QList<IcatUnencodable>& unencodable)
+// The fields joined with commas into line, filled in place (one buffer for every line of the run).
+void join(const QStringList& fields, QString& line)
 {
-    if (auto bytes = Cp932::encode(fields.join(kComma))) return *bytes;
+    qsizetype size = fields.isEmpty() ? 0 : fields.size() - 1;
+    for (const QString& f : fields)
+        size += f.size();
+    line.resize(size);
+    QChar* out = line.data();
+    for (qsizetype i = 0; i < fields.size(); ++i) {
+        if (i > 0)
+            *out++ = QLatin1Char(',');
+        out = std::copy(fields[i].cbegin(), fields[i].cend(), out);
+    }
+}
+
+QByteArray encodeLine(QStringList fields, qint64 denno, QList<IcatUnencodable>& unencodable, QString& line)
+{
+    join(fields, line);
+    if (auto bytes = Cp932::encode(line))
+        return *bytes;
     for (int i = 0; i < fields.size(); ++i) {
         if (Cp932::encode(fields[i])) continue;
         const QString field = fields[i];
@@ -315,13 +360,15 @@ IcatExportJob::Result IcatExportJob::run(const Input& in, Interaction& ui)
         const auto v = [&](const char* c) { return shop_.text(shop_.fieldIndex(QString::fromLatin1(c))); };
         shop = {v("tel"), v("name"), v("zip"), v("adr1"), v("adr2"), v("adr3"), v("adr4")};
     }
+    QHash<QString, QString> dates;
+    QString buffer;
     for (rs.moveFirst(); !rs.eof(); rs.moveNext()) {
         // the flag stays set after a No, so the question comes again before every following order
         if (ui.cancelRequested() && ui.msg(QStringLiteral("処理中止"), QString(), true) == answer::Yes)
             return unlock(Outcome::Stopped);
-        const QStringList fields = lineFields(rs, columns, shop);
+        const QStringList fields = lineFields(rs, columns, shop, dates);
         const qint64 denno = fields[1].toLongLong();
-        QByteArray line = encodeLine(fields, denno, r.unencodable);
+        QByteArray line = encodeLine(fields, denno, r.unencodable, buffer);
         line += "\r\n";
         if (open && file.write(line) == line.size()) ++r.written;
         exported.push_back(denno);

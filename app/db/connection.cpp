@@ -95,6 +95,120 @@ QString errorText(const QSqlError& e)
     return t.isEmpty() ? QStringLiteral("Unknown database error.") : engineText(t);
 }
 
+// True for well-formed UTF-8 (no overlong forms, no surrogates, nothing above U+10FFFF) without U+FFFE and
+// U+FFFF: text that Qt and SQLite turn into the same UTF-16.
+bool plainUtf8(const unsigned char* p, size_t n)
+{
+    size_t i = 0;
+    while (i < n) {
+        if (p[i] < 0x80) {
+            ++i;
+            continue;
+        }
+        const unsigned char b = p[i];
+        const auto tail = [&](size_t k, unsigned char lo = 0x80, unsigned char hi = 0xBF) {
+            return i + k < n && p[i + k] >= lo && p[i + k] <= hi;
+        };
+        if (b >= 0xC2 && b <= 0xDF) {
+            if (!tail(1))
+                return false;
+            i += 2;
+        } else if (b >= 0xE0 && b <= 0xEF) {
+            const bool second = b == 0xE0 ? tail(1, 0xA0) : b == 0xED ? tail(1, 0x80, 0x9F) : tail(1);
+            if (!second || !tail(2))
+                return false;
+            if (b == 0xEF && p[i + 1] == 0xBF && p[i + 2] >= 0xBE)
+                return false;
+            i += 3;
+        } else if (b >= 0xF0 && b <= 0xF4) {
+            const bool second = b == 0xF0 ? tail(1, 0x90) : b == 0xF4 ? tail(1, 0x80, 0x8F) : tail(1);
+            if (!second || !tail(2) || !tail(3))
+                return false;
+            i += 4;
+        } else {
+            return false;
+        }
+    }
+    return true;
+}
+
+// A column as the SQLite driver reads it, into rows. Text is kept as UTF-8 when Qt reads it as SQLite does;
+// anything else is converted by SQLite itself.
+void addColumn(ResultRows& rows, sqlite3_stmt* st, int i)
+{
+    switch (sqlite3_column_type(st, i)) {
+    case SQLITE_BLOB:
+        rows.addVariant(QByteArray(static_cast<const char*>(sqlite3_column_blob(st, i)), sqlite3_column_bytes(st, i)));
+        return;
+    case SQLITE_INTEGER:
+        rows.addInt(sqlite3_column_int64(st, i));
+        return;
+    case SQLITE_FLOAT:
+        rows.addDouble(sqlite3_column_double(st, i));
+        return;
+    case SQLITE_NULL:
+        rows.addNull();
+        return;
+    default:
+        break;
+    }
+    const auto* p = sqlite3_column_text(st, i);
+    const int n = sqlite3_column_bytes(st, i);
+    if (plainUtf8(p, static_cast<size_t>(n))) {
+        rows.addUtf8(reinterpret_cast<const char*>(p), n);
+        return;
+    }
+    rows.addVariant(QString(reinterpret_cast<const QChar*>(sqlite3_column_text16(st, i)),
+                            sqlite3_column_bytes16(st, i) / static_cast<int>(sizeof(QChar))));
+}
+
+// The row identity of an edit's result, as the driver gives it.
+QVariant rowIdentity(sqlite3_stmt* st)
+{
+    switch (sqlite3_column_type(st, 0)) {
+    case SQLITE_INTEGER:
+        return QVariant(static_cast<qlonglong>(sqlite3_column_int64(st, 0)));
+    case SQLITE_NULL:
+        return QVariant(QMetaType::fromType<QString>());
+    case SQLITE_FLOAT:
+        return QVariant(sqlite3_column_double(st, 0));
+    default:
+        return QString(reinterpret_cast<const QChar*>(sqlite3_column_text16(st, 0)),
+                       sqlite3_column_bytes16(st, 0) / static_cast<int>(sizeof(QChar)));
+    }
+}
+
+// Binds as the driver binds; false for a kind of value only the driver's own path binds.
+bool bindValue(sqlite3_stmt* st, int at, const QVariant& v)
+{
+    const bool null = v.isNull() ||
+                      (v.typeId() == QMetaType::QString && static_cast<const QString*>(v.constData())->isNull()) ||
+                      (v.typeId() == QMetaType::QByteArray && static_cast<const QByteArray*>(v.constData())->isNull());
+    if (null)
+        return sqlite3_bind_null(st, at) == SQLITE_OK;
+    switch (v.typeId()) {
+    case QMetaType::QByteArray: {
+        const auto* ba = static_cast<const QByteArray*>(v.constData());
+        return sqlite3_bind_blob(st, at, ba->constData(), static_cast<int>(ba->size()), SQLITE_TRANSIENT) == SQLITE_OK;
+    }
+    case QMetaType::Int:
+    case QMetaType::Bool:
+        return sqlite3_bind_int(st, at, v.toInt()) == SQLITE_OK;
+    case QMetaType::Double:
+        return sqlite3_bind_double(st, at, v.toDouble()) == SQLITE_OK;
+    case QMetaType::UInt:
+    case QMetaType::LongLong:
+        return sqlite3_bind_int64(st, at, v.toLongLong()) == SQLITE_OK;
+    case QMetaType::QString: {
+        const auto* str = static_cast<const QString*>(v.constData());
+        return sqlite3_bind_text16(st, at, str->utf16(), static_cast<int>(str->size() * 2), SQLITE_TRANSIENT) ==
+               SQLITE_OK;
+    }
+    default:
+        return false;
+    }
+}
+
 // key=value pairs of a connection string, keys lower-cased.
 QHash<QString, QString> parseConnectString(const QString& s)
 {
@@ -269,6 +383,11 @@ bool Connection::openSqliteFile(const QString& path, const QString&, QString* er
 void Connection::close()
 {
     openConnections().erase(this);
+    dropStatements();
+    fieldCache_[0].clear();
+    fieldCache_[1].clear();
+    adaptCache_.clear();
+    editCache_.clear();
     if (gRegistryGone) { // closed already, before Qt's registry went
         backend_ = Backend::None;
         return;
@@ -346,44 +465,166 @@ bool Connection::ensureTx(bool write, QString* error)
 {
     if (!userTx_ || txActive_ || backend_ == Backend::Postgres)
         return true;
-    QSqlQuery q(db_);
-    if (!q.exec(write ? QStringLiteral("BEGIN IMMEDIATE") : QStringLiteral("BEGIN"))) {
-        *error = errorText(q.lastError());
+    if (!control(write ? QStringLiteral("BEGIN IMMEDIATE") : QStringLiteral("BEGIN"), error))
         return false;
-    }
     txActive_ = true;
     return true;
 }
 
-std::vector<std::vector<QVariant>> Connection::fetchAll(QSqlQuery& q, std::vector<QVariant>* rowids)
+void Connection::fetchAll(QSqlQuery& q, Fetched* out, bool withRowids)
 {
-    const int first = rowids ? 1 : 0;
-    const int n = q.record().count() - first;
-    std::vector<std::vector<QVariant>> rows;
+    const QSqlRecord rec = q.record();
+    for (int i = 0; i < rec.count(); ++i)
+        out->names << rec.fieldName(i);
+    const int first = withRowids ? 1 : 0;
+    out->rows = ResultRows(rec.count() - first);
     while (q.next()) {
-        if (rowids)
-            rowids->push_back(q.value(0));
-        std::vector<QVariant> row(static_cast<size_t>(n));
-        for (int i = 0; i < n; ++i)
-            row[static_cast<size_t>(i)] = q.value(first + i);
-        rows.push_back(std::move(row));
+        if (withRowids)
+            out->rowids.push_back(q.value(0));
+        for (int i = first; i < rec.count(); ++i)
+            out->rows.addVariant(q.value(i));
+        out->rows.endRow();
     }
     q = QSqlQuery(); // finished before the catalogue is asked about the fields
-    return rows;
 }
 
-std::vector<FieldInfo> Connection::describe(const std::vector<Token>& tokens, const QSqlRecord& rec, int first,
+void Connection::dropStatements()
+{
+    for (const Prepared& p : std::as_const(statements_))
+        sqlite3_finalize(p.statement);
+    statements_.clear();
+}
+
+void Connection::forgetColumns()
+{
+    columnCache_.clear();
+    fieldCache_[0].clear();
+    fieldCache_[1].clear();
+    dropStatements();
+}
+
+// fetch: 0 runs the statement to its first step (a write), 1 fetches every row, 2 every row with the row identity
+// in the first column.
+Connection::Direct Connection::runCached(const QString& sql, const QVariantList& values, int fetch, Fetched* out,
+                                         QString* error)
+{
+    if ((backend_ != Backend::Sqlite && backend_ != Backend::Jet) || !db_.isOpen())
+        return Direct::NotTaken;
+    auto* handle = *static_cast<sqlite3* const*>(db_.driver()->handle().data());
+    auto prepared = statements_.find(sql);
+    if (prepared == statements_.end()) {
+        sqlite3_stmt* st = nullptr;
+        const void* tail = nullptr;
+        if (sqlite3_prepare16_v3(handle, sql.utf16(), static_cast<int>((sql.size() + 1) * 2), SQLITE_PREPARE_PERSISTENT,
+                                 &st, &tail) != SQLITE_OK ||
+            !st) {
+            sqlite3_finalize(st);
+            return Direct::NotTaken;
+        }
+        if (tail && !QString(static_cast<const QChar*>(tail)).trimmed().isEmpty()) {
+            sqlite3_finalize(st);
+            return Direct::NotTaken;
+        }
+        if (statements_.size() >= 64)
+            dropStatements();
+        Prepared p{st, {}};
+        for (int i = 0; i < sqlite3_column_count(st); ++i)
+            p.names << QString::fromUtf8(sqlite3_column_name(st, i)).remove(QLatin1Char('"'));
+        prepared = statements_.insert(sql, p);
+    }
+    sqlite3_stmt* const st = prepared->statement;
+    if (sqlite3_bind_parameter_count(st) != values.size())
+        return Direct::NotTaken;
+    for (qsizetype i = 0; i < values.size(); ++i)
+        if (!bindValue(st, static_cast<int>(i) + 1, values[i])) {
+            sqlite3_clear_bindings(st);
+            return Direct::NotTaken;
+        }
+    const auto finish = [&](bool ok) {
+        if (!ok)
+            *error = engineText(QString::fromUtf8(sqlite3_errmsg(handle)).trimmed());
+        sqlite3_reset(st);
+        sqlite3_clear_bindings(st);
+        return ok ? Direct::Done : Direct::Failed;
+    };
+    const int first = fetch == 2 ? 1 : 0;
+    int rc = sqlite3_step(st);
+    if (rc != SQLITE_ROW && rc != SQLITE_DONE)
+        return finish(false);
+    const int columns = sqlite3_column_count(st);
+    if (fetch > 0) {
+        if (prepared->names.size() != columns) { // prepared again for a changed table
+            QStringList names;
+            for (int i = 0; i < columns; ++i)
+                names << QString::fromUtf8(sqlite3_column_name(st, i)).remove(QLatin1Char('"'));
+            prepared->names = names;
+        }
+        out->names = prepared->names;
+        out->rows = ResultRows(columns - first);
+        while (rc == SQLITE_ROW) {
+            if (first)
+                out->rowids.push_back(rowIdentity(st));
+            for (int i = first; i < columns; ++i)
+                addColumn(out->rows, st, i);
+            out->rows.endRow();
+            rc = sqlite3_step(st); // a failure after the first row ends the result, as the driver's fetch does
+        }
+    }
+    out->affected = sqlite3_changes(handle);
+    return finish(true);
+}
+
+bool Connection::control(const QString& sql, QString* error)
+{
+    Fetched none;
+    switch (runCached(sql, {}, 0, &none, error)) {
+    case Direct::Done:
+        return true;
+    case Direct::Failed:
+        return false;
+    case Direct::NotTaken:
+        break;
+    }
+    QSqlQuery q(db_);
+    if (!q.exec(sql)) {
+        *error = errorText(q.lastError());
+        return false;
+    }
+    return true;
+}
+
+QString Connection::adapted(const QString& sql)
+{
+    if (!dialect_->rewrites())
+        return sql;
+    auto it = adaptCache_.constFind(sql);
+    if (it == adaptCache_.constEnd()) {
+        if (adaptCache_.size() >= 256)
+            adaptCache_.clear();
+        it = adaptCache_.insert(sql, dialect_->adapt(sql));
+    }
+    return *it;
+}
+
+std::vector<FieldInfo> Connection::describe(const QString& text, const QStringList& names, int first,
                                             const QString& table)
 {
-    const int n = rec.count() - first;
-    std::vector<FieldInfo> fields = resultFields(tokens, [this](const QString& t) { return columns(t); });
-    if (fields.size() == static_cast<size_t>(n))
+    // the same statement text always gives the same fields while the tables stay as they are
+    QHash<QString, std::vector<FieldInfo>>& cache = fieldCache_[first ? 1 : 0];
+    const auto cached = cache.constFind(text);
+    if (cached != cache.constEnd() && cached->size() == static_cast<size_t>(names.size() - first))
+        return *cached;
+    const int n = static_cast<int>(names.size()) - first;
+    std::vector<FieldInfo> fields = resultFields(tokenize(text), [this](const QString& t) { return columns(t); });
+    if (fields.size() == static_cast<size_t>(n)) {
+        cache.insert(text, fields);
         return fields;
+    }
     // beyond the small parser: the driver's names, unnamed expressions as the engine names them
     fields.clear();
     int expr = 0;
-    for (int i = first; i < rec.count(); ++i) {
-        QString name = rec.fieldName(i);
+    for (int i = first; i < names.size(); ++i) {
+        QString name = names[i];
         const auto t = tokenize(name);
         if (!(t.size() == 1 && t[0].isName()))
             name = QStringLiteral("Expr%1").arg(1000 + expr++);
@@ -402,13 +643,20 @@ bool Connection::query(const Sql& sql, Recordset& rs, QString* error)
     }
     // A read never opens the transaction of BeginTns on SQLite: a long run that only reads between its writes
     // would pin one snapshot and keep the write-ahead log from being reset. The first write begins it.
-    QSqlQuery q;
-    if (!statement(dialect_->adapt(b.text), b.values, &q, error))
+    const QString text = adapted(b.text);
+    Fetched f;
+    const Direct direct = runCached(text, b.values, 1, &f, error);
+    if (direct == Direct::Failed)
         return false;
-    const QSqlRecord rec = q.record();
-    auto rows = fetchAll(q, nullptr);
-    std::vector<FieldInfo> fields = describe(tokenize(b.text), rec, 0, QString());
-    rs.reset(sql.text(), std::move(fields), std::move(rows));
+    if (direct == Direct::NotTaken) {
+        f = Fetched();
+        QSqlQuery q;
+        if (!statement(text, b.values, &q, error))
+            return false;
+        fetchAll(q, &f, false);
+    }
+    std::vector<FieldInfo> fields = describe(b.text, f.names, 0, QString());
+    rs.reset(sql.text(), std::move(fields), std::move(f.rows));
     return true;
 }
 
@@ -420,8 +668,20 @@ bool Connection::queryForEdit(const Sql& sql, Recordset& rs, QString* error)
         *error = b.error;
         return false;
     }
-    const auto tokens = tokenize(b.text);
-    const QString table = singleTable(tokens);
+    auto cached = editCache_.constFind(b.text);
+    if (cached == editCache_.constEnd()) {
+        EditText e;
+        e.table = singleTable(tokenize(b.text));
+        if (!e.table.isEmpty()) {
+            e.locked = dialect_->forEdit(b.text);
+            e.unlocked = dialect_->forEdit(b.text, false);
+        }
+        if (editCache_.size() >= 256)
+            editCache_.clear();
+        cached = editCache_.insert(b.text, e);
+    }
+    const EditText texts = *cached;
+    const QString& table = texts.table;
     if (table.isEmpty()) {
         *error = QStringLiteral("Operation must use an updateable query.");
         return false;
@@ -429,29 +689,37 @@ bool Connection::queryForEdit(const Sql& sql, Recordset& rs, QString* error)
     // As on the suite's engine, a record another connection holds still opens; its Update then fails.
     auto edit = std::make_unique<Recordset::EditState>();
     QString lockConflict;
-    QSqlQuery q;
+    Fetched f;
+    const auto select = [&](const QString& text) {
+        f = Fetched();
+        const Direct direct = runCached(text, b.values, 2, &f, error);
+        if (direct != Direct::NotTaken)
+            return direct == Direct::Done;
+        f = Fetched();
+        QSqlQuery q;
+        if (!statement(text, b.values, &q, error))
+            return false;
+        fetchAll(q, &f, true);
+        return true;
+    };
     if (!lockForEdit(edit.get(), error)) {
         if (!dialect_->isLockConflict(*error))
             return false;
         lockConflict = *error;
-    } else if (!statement(dialect_->forEdit(b.text), b.values, &q, error)) {
-        q = QSqlQuery();
+    } else if (!select(texts.locked)) {
         releaseEdit(edit.get());
         if (!dialect_->isLockConflict(*error))
             return false;
         lockConflict = *error;
     }
-    if (!lockConflict.isEmpty() && !statement(dialect_->forEdit(b.text, false), b.values, &q, error))
+    if (!lockConflict.isEmpty() && !select(texts.unlocked))
         return false;
-    const QSqlRecord rec = q.record();
-    std::vector<QVariant> rowids;
-    auto rows = fetchAll(q, &rowids);
-    std::vector<FieldInfo> fields = describe(tokens, rec, 1, table);
-    const bool empty = rows.empty();
-    rs.reset(sql.text(), std::move(fields), std::move(rows));
+    std::vector<FieldInfo> fields = describe(b.text, f.names, 1, table);
+    const bool empty = f.rows.empty();
+    rs.reset(sql.text(), std::move(fields), std::move(f.rows));
     edit->conn = shared_from_this();
     edit->table = table;
-    edit->rowids = std::move(rowids);
+    edit->rowids = std::move(f.rowids);
     edit->lockConflict = lockConflict;
     rs.makeEditable(std::move(edit));
     if (empty)
@@ -466,27 +734,26 @@ bool Connection::execute(const Sql& sql, long* affected, QString* error)
         *error = b.error;
         return false;
     }
-    if (!ensureTx(true, error))
-        return false;
-    QSqlQuery q;
-    if (!statement(dialect_->adapt(b.text), b.values, &q, error))
-        return false;
-    if (affected)
-        *affected = static_cast<long>(q.numRowsAffected());
-    q = QSqlQuery();
-    return commitWrite(error);
+    const QString text = adapted(b.text);
+    return executeRaw(text, b.values, error, affected);
 }
 
 bool Connection::executeRaw(const QString& sql, const QVariantList& values, QString* error, long* affected)
 {
     if (!ensureTx(true, error))
         return false;
-    QSqlQuery q;
-    if (!statement(sql, values, &q, error))
+    Fetched f;
+    const Direct direct = runCached(sql, values, 0, &f, error);
+    if (direct == Direct::Failed)
         return false;
+    if (direct == Direct::NotTaken) {
+        QSqlQuery q;
+        if (!statement(sql, values, &q, error))
+            return false;
+        f.affected = static_cast<long>(q.numRowsAffected());
+    }
     if (affected)
-        *affected = static_cast<long>(q.numRowsAffected());
-    q = QSqlQuery();
+        *affected = f.affected;
     return commitWrite(error);
 }
 
@@ -542,12 +809,10 @@ bool Connection::endTx(bool commitIt, QString* error)
     if (!txActive_)
         return true;
     txActive_ = false;
-    QSqlQuery q(db_);
-    if (!q.exec(commitIt ? QStringLiteral("COMMIT") : QStringLiteral("ROLLBACK"))) {
-        *error = errorText(q.lastError());
+    if (!control(commitIt ? QStringLiteral("COMMIT") : QStringLiteral("ROLLBACK"), error)) {
         if (commitIt) {
-            QSqlQuery r(db_);
-            r.exec(QStringLiteral("ROLLBACK"));
+            QString ignored;
+            control(QStringLiteral("ROLLBACK"), &ignored);
         }
         return false;
     }
@@ -556,17 +821,15 @@ bool Connection::endTx(bool commitIt, QString* error)
 
 bool Connection::beginLock(QString* error)
 {
-    QSqlQuery q(db_);
-    if (!q.exec(backend_ == Backend::Postgres ? QStringLiteral("BEGIN") : QStringLiteral("BEGIN IMMEDIATE"))) {
-        *error = errorText(q.lastError());
+    if (!control(backend_ == Backend::Postgres ? QStringLiteral("BEGIN") : QStringLiteral("BEGIN IMMEDIATE"), error))
         return false;
-    }
     // BEGIN IMMEDIATE takes only the in-memory database the Jet tables hang on: take the Jet file's writer too.
     if (backend_ == Backend::Jet) {
         std::string why;
         if (jet::lockForWrite(*static_cast<sqlite3* const*>(db_.driver()->handle().data()), &why) != 0) {
             *error = QString::fromStdString(why);
-            q.exec(QStringLiteral("ROLLBACK"));
+            QString ignored;
+            control(QStringLiteral("ROLLBACK"), &ignored);
             return false;
         }
     }

@@ -11,6 +11,8 @@
 #include <QString>
 #include <memory>
 
+struct sqlite3_stmt;
+
 namespace pel {
 
 class Connection : public std::enable_shared_from_this<Connection> {
@@ -45,7 +47,8 @@ public:
 
     std::vector<ColumnInfo> columns(const QString& table);
     QStringList tables();
-    void forgetColumns() { columnCache_.clear(); }
+    // After the tables changed: column types, field descriptions and prepared statements are looked up again.
+    void forgetColumns();
 
     // Edits outside BeginTns, as on the suite's engine: the rows of every pending edit stay locked until its
     // Update, and every write (an Update, a plain statement) commits at once on its own, so that closing one
@@ -58,6 +61,15 @@ public:
     QSqlDatabase& database() { return db_; }
 
 private:
+    // What a statement gave back: the driver's column names, the rows (and row identities for an edit).
+    struct Fetched {
+        QStringList names;
+        ResultRows rows;
+        std::vector<QVariant> rowids;
+        long affected = 0;
+    };
+    enum class Direct { Done, Failed, NotTaken };
+
     Connection();
     bool ensureTx(bool write, QString* error);
     bool beginLock(QString* error);
@@ -68,9 +80,14 @@ private:
     bool run(const QString& sql, const QVariantList& values, bool forwardOnly, QSqlQuery* q, QString* error);
     bool statement(const QString& sql, const QVariantList& values, QSqlQuery* q, QString* error);
     bool openSqliteFile(const QString& path, const QString& password, QString* error);
-    static std::vector<std::vector<QVariant>> fetchAll(QSqlQuery& q, std::vector<QVariant>* rowids);
-    std::vector<FieldInfo> describe(const std::vector<Token>& tokens, const QSqlRecord& rec, int first,
-                                    const QString& table);
+    static void fetchAll(QSqlQuery& q, Fetched* out, bool withRowids);
+    std::vector<FieldInfo> describe(const QString& text, const QStringList& names, int first, const QString& table);
+    // SQLite and Jet: the statement through a prepared statement kept for its text; NotTaken when it does not
+    // prepare cleanly (the driver's own path then runs it and reports the engine's error as always).
+    Direct runCached(const QString& sql, const QVariantList& values, int fetch, Fetched* out, QString* error);
+    bool control(const QString& sql, QString* error); // BEGIN, COMMIT, ROLLBACK
+    QString adapted(const QString& sql);
+    void dropStatements();
 
     QString name_;
     QSqlDatabase db_;
@@ -79,6 +96,18 @@ private:
     bool userTx_ = false;   // BeginTns in force
     bool txActive_ = false; // BEGIN issued (SQLite begins lazily, on the first statement)
     QHash<QString, std::vector<ColumnInfo>> columnCache_;
+    QHash<QString, std::vector<FieldInfo>> fieldCache_[2]; // per statement text, read and edit
+    QHash<QString, QString> adaptCache_;                   // per statement text: as this backend takes it
+    struct EditText {
+        QString table;            // the one table the statement reads
+        QString locked, unlocked; // as this backend opens it for editing, with and without the row lock
+    };
+    QHash<QString, EditText> editCache_; // per statement text
+    struct Prepared {
+        sqlite3_stmt* statement = nullptr;
+        QStringList names; // the result's column names as the driver gives them
+    };
+    QHash<QString, Prepared> statements_;
     int savepoint_ = 0;
     std::vector<Recordset::EditState*> pendingEdits_; // outside BeginTns, holding the lock transaction
 };

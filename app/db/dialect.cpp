@@ -283,6 +283,7 @@ namespace {
 class SqliteDialect final : public Dialect {
 public:
     QString adapt(const QString& sql) const override { return sql; }
+    bool rewrites() const override { return false; }
     QString forEdit(const QString& sql, bool) const override
     {
         const auto t = tokenize(sql);

@@ -42,6 +42,8 @@ public:
     virtual ~Dialect() = default;
     // The statement (with '?' placeholders) as this backend takes it.
     virtual QString adapt(const QString& sql) const = 0;
+    // False when adapt gives every statement back as it is.
+    virtual bool rewrites() const { return true; }
     // A select opened for editing: adds the row identity as the first column and, with lock, the row lock.
     virtual QString forEdit(const QString& sql, bool lock = true) const = 0;
     // True for an error that says another connection holds the row or the database locked.

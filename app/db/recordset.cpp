@@ -5,7 +5,111 @@
 
 #include <QSqlQuery>
 
+#include <algorithm>
+#include <cstring>
+
 namespace pel {
+
+ResultRows::Cell& ResultRows::push(Cell::Kind kind, quint32 size)
+{
+    if (count_ == blockStart(cells_.size()))
+        cells_.push_back(std::make_unique_for_overwrite<Cell[]>(kFirstBlock << cells_.size()));
+    Cell& c = cell(count_++);
+    c.kind = kind;
+    c.size = size;
+    c.i = 0;
+    return c;
+}
+
+void ResultRows::addNull()
+{
+    push(Cell::Null);
+}
+
+void ResultRows::addInt(qint64 v)
+{
+    push(Cell::Int).i = v;
+}
+
+void ResultRows::addDouble(double v)
+{
+    push(Cell::Double).d = v;
+}
+
+void ResultRows::addUtf8(const char* text, qsizetype size)
+{
+    const auto n = static_cast<size_t>(size);
+    if (text_.empty() || text_.back().used + n > text_.back().capacity) {
+        constexpr size_t kFirst = 1024, kLargest = 1 << 20;
+        const size_t capacity = std::max(n, text_.empty() ? kFirst : std::min(text_.back().capacity * 2, kLargest));
+        text_.push_back({std::make_unique_for_overwrite<char[]>(capacity), 0, capacity});
+    }
+    TextBlock& block = text_.back();
+    push(Cell::Utf8, static_cast<quint32>(size)).at =
+        (static_cast<quint64>(text_.size() - 1) << 32) | static_cast<quint64>(block.used);
+    if (n > 0)
+        std::memcpy(block.data.get() + block.used, text, n);
+    block.used += n;
+}
+
+void ResultRows::addVariant(const QVariant& v)
+{
+    push(Cell::Variant).at = variants_.size();
+    variants_.push_back(v);
+}
+
+QVariant ResultRows::value(size_t row, int column) const
+{
+    const Cell& c = cell(row * static_cast<size_t>(columns_) + static_cast<size_t>(column));
+    switch (c.kind) {
+    case Cell::Null:
+        return QVariant(QMetaType::fromType<QString>()); // a null as the SQLite driver gives it
+    case Cell::Int:
+        return QVariant(static_cast<qlonglong>(c.i));
+    case Cell::Double:
+        return QVariant(c.d);
+    case Cell::Utf8:
+        return QString::fromUtf8(text_[c.at >> 32].data.get() + (c.at & 0xFFFFFFFFu), c.size);
+    case Cell::Variant:
+        break;
+    }
+    return variants_[c.at];
+}
+
+bool ResultRows::text(size_t row, int column, QString* out) const
+{
+    const Cell& c = cell(row * static_cast<size_t>(columns_) + static_cast<size_t>(column));
+    if (c.kind != Cell::Utf8)
+        return false;
+    *out = QString::fromUtf8(text_[c.at >> 32].data.get() + (c.at & 0xFFFFFFFFu), c.size);
+    return true;
+}
+
+std::vector<QVariant> ResultRows::row(size_t row) const
+{
+    std::vector<QVariant> out(static_cast<size_t>(columns_));
+    for (int i = 0; i < columns_; ++i)
+        out[static_cast<size_t>(i)] = value(row, i);
+    return out;
+}
+
+void ResultRows::setRow(size_t row, const std::vector<QVariant>& values)
+{
+    for (int i = 0; i < columns_; ++i) {
+        Cell& c = cell(row * static_cast<size_t>(columns_) + static_cast<size_t>(i));
+        c.kind = Cell::Variant;
+        c.size = 0;
+        c.at = variants_.size();
+        variants_.push_back(static_cast<size_t>(i) < values.size() ? values[static_cast<size_t>(i)] : QVariant());
+    }
+}
+
+void ResultRows::appendRow(const std::vector<QVariant>& values)
+{
+    for (int i = 0; i < columns_; ++i)
+        addVariant(static_cast<size_t>(i) < values.size() ? values[static_cast<size_t>(i)] : QVariant());
+    endRow();
+}
 
 Recordset::Recordset() = default;
 
@@ -21,12 +125,12 @@ void Recordset::close()
     edit_.reset();
     open_ = false;
     fields_.clear();
-    rows_.clear();
+    rows_ = ResultRows();
     pos_ = 0;
     lastError_.clear();
 }
 
-void Recordset::reset(const QString& source, std::vector<FieldInfo> fields, std::vector<std::vector<QVariant>> rows)
+void Recordset::reset(const QString& source, std::vector<FieldInfo> fields, ResultRows rows)
 {
     close();
     source_ = source;
@@ -104,7 +208,9 @@ QVariant Recordset::value(int i) const
         return edit_->buffer[static_cast<size_t>(i)];
     if (pos_ < 0 || pos_ >= static_cast<qsizetype>(rows_.size()))
         return QVariant();
-    return rows_[static_cast<size_t>(pos_)][static_cast<size_t>(i)];
+    if (i >= rows_.columns())
+        return QVariant();
+    return rows_.value(static_cast<size_t>(pos_), i);
 }
 
 QVariant Recordset::value(const QString& name) const
@@ -114,7 +220,14 @@ QVariant Recordset::value(const QString& name) const
 
 QString Recordset::text(int i) const
 {
-    return valueToText(value(i), i >= 0 && i < fieldCount() ? fields_[static_cast<size_t>(i)].type : JetType::Unknown);
+    const JetType type = i >= 0 && i < fieldCount() ? fields_[static_cast<size_t>(i)].type : JetType::Unknown;
+    // a text field's text as stored is its standard conversion: no value to make on the way
+    const bool plain = !isNumeric(type) && type != JetType::Boolean && type != JetType::DateTime;
+    QString t;
+    if (plain && i >= 0 && i < fieldCount() && i < rows_.columns() && !(edit_ && (edit_->adding || edit_->buffered)) &&
+        pos_ >= 0 && pos_ < static_cast<qsizetype>(rows_.size()) && rows_.text(static_cast<size_t>(pos_), i, &t))
+        return t;
+    return valueToText(value(i), type);
 }
 
 bool Recordset::isNewRow() const
@@ -162,7 +275,7 @@ bool Recordset::setValue(const QString& name, const QVariant& v, QString* error)
         return fail(QStringLiteral("Either BOF or EOF is True, or the current record has been deleted. Requested "
                                    "operation requires a current record."));
     if (!edit_->buffered) {
-        edit_->buffer = rows_[static_cast<size_t>(pos_)];
+        edit_->buffer = rows_.row(static_cast<size_t>(pos_));
         edit_->dirty.assign(fields_.size(), false);
         edit_->buffered = true;
     }
@@ -241,12 +354,12 @@ bool Recordset::update(QString* error)
         }
     }
     if (edit_->adding) {
-        rows_.push_back(edit_->buffer);
+        rows_.appendRow(edit_->buffer);
         edit_->rowids.push_back(newId);
         pos_ = static_cast<qsizetype>(rows_.size()) - 1;
         edit_->adding = false;
     } else {
-        rows_[static_cast<size_t>(pos_)] = edit_->buffer;
+        rows_.setRow(static_cast<size_t>(pos_), edit_->buffer);
     }
     edit_->buffered = false;
     return true;

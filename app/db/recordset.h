@@ -2,9 +2,11 @@
 // A client-side static result, materialised: exact record count, free movement; editable when opened for edit.
 #include "app/db/types.h"
 
+#include <QByteArray>
 #include <QString>
 #include <QStringList>
 #include <QVariant>
+#include <bit>
 #include <memory>
 #include <vector>
 
@@ -18,6 +20,70 @@ struct FieldInfo {
     QString column; // source column
     JetType type = JetType::Unknown;
     int size = 0;
+};
+
+// The rows of a result, one cell per field: numbers as numbers and texts as the UTF-8 the engine holds them in,
+// made into a QString only when a field is read (a large result is mostly never read whole); other values as
+// the driver gave them.
+class ResultRows {
+public:
+    explicit ResultRows(int columns = 0) : columns_(columns) {}
+    int columns() const { return columns_; }
+    size_t size() const { return rows_; }
+    bool empty() const { return rows_ == 0; }
+
+    // Filling, one row after the other: the columns' cells, then endRow.
+    void addNull();
+    void addInt(qint64 v);
+    void addDouble(double v);
+    void addUtf8(const char* text, qsizetype size); // well-formed UTF-8
+    void addVariant(const QVariant& v);
+    void endRow() { ++rows_; }
+
+    QVariant value(size_t row, int column) const;
+    // The text of a cell that holds text as the engine gave it; false for any other cell.
+    bool text(size_t row, int column, QString* out) const;
+    std::vector<QVariant> row(size_t row) const;
+    void setRow(size_t row, const std::vector<QVariant>& values);
+    void appendRow(const std::vector<QVariant>& values);
+
+private:
+    struct Cell {
+        enum Kind : quint8 { Null, Int, Double, Utf8, Variant } kind;
+        quint32 size;
+        union {
+            qint64 i;
+            double d;
+            quint64 at; // Utf8: block << 32 | offset in text_; Variant: index in variants_
+        };
+    };
+    // Cells and texts are kept in blocks that never move, each block twice the size of the one before: a large
+    // result is never copied over as it grows, a small one takes little.
+    static constexpr size_t kFirstBlock = 64; // cells; block b holds kFirstBlock << b
+    static size_t blockOf(size_t index) { return static_cast<size_t>(std::bit_width(index / kFirstBlock + 1)) - 1; }
+    static size_t blockStart(size_t block) { return kFirstBlock * ((size_t{1} << block) - 1); }
+    Cell& push(Cell::Kind kind, quint32 size = 0);
+    const Cell& cell(size_t index) const
+    {
+        const size_t b = blockOf(index);
+        return cells_[b][index - blockStart(b)];
+    }
+    Cell& cell(size_t index)
+    {
+        const size_t b = blockOf(index);
+        return cells_[b][index - blockStart(b)];
+    }
+
+    int columns_ = 0;
+    size_t rows_ = 0;
+    size_t count_ = 0; // cells
+    std::vector<std::unique_ptr<Cell[]>> cells_;
+    struct TextBlock {
+        std::unique_ptr<char[]> data;
+        size_t used = 0, capacity = 0;
+    };
+    std::vector<TextBlock> text_;
+    std::vector<QVariant> variants_;
 };
 
 class Recordset {
@@ -63,7 +129,7 @@ public:
     const QString& lastError() const { return lastError_; }
 
     // Filled by the database layer.
-    void reset(const QString& source, std::vector<FieldInfo> fields, std::vector<std::vector<QVariant>> rows);
+    void reset(const QString& source, std::vector<FieldInfo> fields, ResultRows rows);
     struct EditState;
     void makeEditable(std::unique_ptr<EditState> edit);
 
@@ -73,7 +139,7 @@ private:
     bool open_ = false;
     QString source_;
     std::vector<FieldInfo> fields_;
-    std::vector<std::vector<QVariant>> rows_;
+    ResultRows rows_;
     qsizetype pos_ = 0;
     std::unique_ptr<EditState> edit_;
     QString lastError_;

@@ -70,6 +70,18 @@ QString brokenExpression(const std::vector<Sql::Part>& parts, size_t at)
     return before + value + after.left(end);
 }
 
+// An optional minus and ASCII digits only.
+bool plainInteger(const QString& text)
+{
+    qsizetype i = text.startsWith(QLatin1Char('-')) ? 1 : 0;
+    if (i == text.size())
+        return false;
+    for (; i < text.size(); ++i)
+        if (text[i] < QLatin1Char('0') || text[i] > QLatin1Char('9'))
+            return false;
+    return true;
+}
+
 } // namespace
 
 BoundSql bind(const Sql& sql)
@@ -96,6 +108,16 @@ BoundSql bind(const Sql& sql)
             b.values.append(p.text);
             break;
         case Sql::Kind::Number: {
+            // the common case, a plain whole number, without the pattern
+            if (plainInteger(p.text)) {
+                bool isInt = false;
+                const qint64 i = p.text.toLongLong(&isInt);
+                if (isInt) {
+                    b.text += QLatin1Char('?');
+                    b.values.append(i);
+                    break;
+                }
+            }
             const auto m = number.match(p.text);
             if (!m.hasMatch()) {
                 b.error = broken(at);

@@ -7,6 +7,7 @@
 #include "app/oplog.h"
 #include "tests/support/testhome.h"
 
+#include <QSqlQuery>
 #include <QTest>
 
 using namespace pel;
@@ -45,6 +46,7 @@ private slots:
     void operationLog();
     void paymentPosting();
     void openFailures();
+    void readsValuesAsTheDriver();
 
 private:
     std::unique_ptr<test::TestHome> home_;
@@ -595,6 +597,49 @@ void TstDb::openFailures()
         QVERIFY(!db.OpenDb());
         QVERIFY(db.ErrMsg().startsWith(QStringLiteral("Could not find file")));
         QVERIFY(!db.DbSql(Sql("select 1"), rs));
+    }
+}
+
+// Results are read without the Qt driver on SQLite: every kind of value, odd texts included, must read the same.
+void TstDb::readsValuesAsTheDriver()
+{
+    if (test::backendUnderTest() == test::Backend::Postgres)
+        QSKIP("the driver's own path on PostgreSQL");
+    clsDbClass db;
+    QVERIFY2(db.OpenDb(), qPrintable(db.ErrMsg()));
+    QSqlQuery q(db.connection()->database());
+    QVERIFY(q.exec(QStringLiteral("create temp table t (v)")));
+    const char* const literals[] = {
+        "'abc'", "''", "NULL", "42", "-7", "1.5", "x'00ff'", "'山田 太郎'", "'𠮷野家'", "char(65534)", "char(65535)",
+        "cast(x'80' as text)",       // a lone continuation byte
+        "cast(x'c0af' as text)",     // overlong
+        "cast(x'eda080' as text)",   // an encoded surrogate
+        "cast(x'f4908080' as text)", // beyond U+10FFFF
+        "cast(x'41e3' as text)",     // cut short
+        "cast(x'efbfbd' as text)",   // U+FFFD itself
+    };
+    for (const char* l : literals)
+        QVERIFY2(q.exec(QStringLiteral("insert into t values (%1)").arg(QLatin1String(l))), l);
+    q.prepare(QStringLiteral("insert into t values (?)"));
+    q.addBindValue(QString(QChar(0xD800)) + QStringLiteral("x")); // a lone surrogate as a QString holds it
+    QVERIFY(q.exec());
+    q.addBindValue(QString(QLatin1String(""))); // empty, not null
+    QVERIFY(q.exec());
+
+    for (int pass = 0; pass < 2; ++pass) { // the second pass runs the kept statement again
+        QVERIFY(q.exec(QStringLiteral("select v from t order by rowid")));
+        Recordset rs;
+        QVERIFY2(db.DbSql(Sql("select v from t order by rowid"), rs), qPrintable(db.ErrMsg()));
+        for (rs.moveFirst(); !rs.eof(); rs.moveNext()) {
+            QVERIFY(q.next());
+            const QVariant driver = q.value(0), ours = rs.value(0);
+            const QByteArray row = QByteArray::number(rs.position());
+            QCOMPARE(ours.typeId(), driver.typeId());
+            QVERIFY2(ours == driver, row.constData());
+            if (driver.typeId() == QMetaType::QString)
+                QCOMPARE(ours.toString().isNull(), driver.toString().isNull());
+        }
+        QVERIFY(!q.next());
     }
 }
 
