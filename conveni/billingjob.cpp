@@ -151,19 +151,6 @@ double toNumber(const QString& text)
     return minus ? -static_cast<double>(whole) : static_cast<double>(whole);
 }
 
-// The texts one after the other, in one allocation.
-QString joined(std::initializer_list<QString> parts)
-{
-    qsizetype size = 0;
-    for (const QString& p : parts)
-        size += p.size();
-    QString out;
-    out.reserve(size);
-    for (const QString& p : parts)
-        out += p;
-    return out;
-}
-
 QString unencodableMessage(const QList<Unencodable>& list)
 {
     QString text = QStringLiteral("Shift-JIS で書けない文字があります。ファイルでは「?」になっています。");
@@ -342,7 +329,7 @@ BillingResult BillingJob::run(const BillingRequest& request, Interaction& ui)
                                  {QStringLiteral("連絡先")},
                                  {QStringLiteral("金額")}},
                                 false, result.unencodable, reported);
-            const QStringList adr = pieces(joined({d(OAdr1), d(OAdr2), d(OAdr3), d(OAdr4)}), 60, 2);
+            const QStringList adr = pieces(joinedTexts({d(OAdr1), d(OAdr2), d(OAdr3), d(OAdr4)}), 60, 2);
             const QString tel = d(OTel);
             files[0]->write(denno,
                             {{padded},
@@ -356,8 +343,8 @@ BillingResult BillingJob::run(const BillingRequest& request, Interaction& ui)
         } else {
             const auto [mFamily, mGiven] = splitName(d(MName), d(MSname));
             const auto [oFamily, oGiven] = splitName(d(OName), d(OSname));
-            const QStringList madr = pieces(joined({d(MAdr2), d(MAdr3), d(MAdr4)}), 40, 2);
-            const QStringList oadr = pieces(joined({d(OAdr2), d(OAdr3), d(OAdr4)}), 40, 2);
+            const QStringList madr = pieces(joinedTexts({d(MAdr2), d(MAdr3), d(MAdr4)}), 40, 2);
+            const QStringList oadr = pieces(joinedTexts({d(OAdr2), d(OAdr3), d(OAdr4)}), 40, 2);
             const QString tel = d(MTel);
             files[0]->write(denno,
                             {{padded},

@@ -22,8 +22,7 @@
 
 #include <utility>
 
-namespace pel
-{
+namespace pel {
 
 frmConveniMake::frmConveniMake(QWidget* parent) : Form(parent)
 {
@@ -72,17 +71,8 @@ frmConveniMake::frmConveniMake(QWidget* parent) : Form(parent)
     grid->addWidget(chkSaiPrint, 3, 1, 1, 3);
     outer->addLayout(grid);
 
-    cmdFile = new QPushButton(QStringLiteral("作成"), body());
-    cmdFile->setObjectName(QStringLiteral("cmdFile"));
-    cmdFile->setToolTip(QStringLiteral("コンビニデータを作成します"));
-    cmdFile->setAutoDefault(false);
-    lblMsg = new QLabel(body());
-    lblMsg->setObjectName(QStringLiteral("lblMsg"));
-    auto* bottom = new QHBoxLayout;
-    bottom->addWidget(lblMsg, 1);
-    bottom->addWidget(cmdFile);
-    outer->addLayout(bottom);
-    outer->addStretch();
+    cmdFile = addActionRow(outer, QStringLiteral("cmdFile"), QStringLiteral("作成"),
+                           QStringLiteral("コンビニデータを作成します"), &lblMsg);
 
     // Outside the inputs that a run disables: it keeps the focus (and so F6 and Escape) while the export runs.
     txtDummy = new QLineEdit(this);
@@ -97,8 +87,10 @@ frmConveniMake::frmConveniMake(QWidget* parent) : Form(parent)
     setAction(QStringLiteral("F6"), [this] { abortKey(); });
     setAction(QStringLiteral("F12"), [this] { close(); });
     setScreenKeys([this](int key, Qt::KeyboardModifiers) {
-        if (key != Qt::Key_Escape) return false;
-        if (toolbar() && toolbar()->button(QStringLiteral("F6"))->isEnabled()) abortKey();
+        if (key != Qt::Key_Escape)
+            return false;
+        if (toolbar() && toolbar()->button(QStringLiteral("F6"))->isEnabled())
+            abortKey();
         return true;
     });
 }
@@ -122,7 +114,8 @@ void frmConveniMake::setDay(int i, long long ymd)
 {
     dates->entry(i)->setYmd(ymd);
     const QDate day = QDate::fromString(QString::number(ymd), QStringLiteral("yyyyMMdd"));
-    if (day.isValid()) dates->entry(i)->dtpDay()->setDate(day);
+    if (day.isValid())
+        dates->entry(i)->dtpDay()->setDate(day);
 }
 
 void frmConveniMake::readSettings()
@@ -149,7 +142,8 @@ void frmConveniMake::onLoad()
         // the suite's menu presets the range: arguments 2-3 ship dates, 4-5 order numbers, 6 re-output
         for (int i = 0; i < 2; ++i) {
             const QString day = gstrArgs.value(2 + i).trimmed();
-            if (!day.isEmpty()) setDay(i, static_cast<long long>(fnToNum(day, false, false)));
+            if (!day.isEmpty())
+                setDay(i, static_cast<long long>(fnToNum(day, false, false)));
             txtDenno[i]->setText(gstrArgs.value(4 + i));
         }
         chkSaiPrint->setChecked(fnToNum(gstrArgs.value(6), false, false) == 1);
@@ -170,14 +164,16 @@ void frmConveniMake::showEvent(QShowEvent* event)
 
 void frmConveniMake::activate()
 {
-    if (!isVisible() || !companyCode_.isEmpty()) return;
+    if (!isVisible() || !companyCode_.isEmpty())
+        return;
     msgBox(BillingJob::noCompanyCodeMessage(), mb::OkOnly | mb::Critical);
     close();
 }
 
 bool frmConveniMake::eventFilter(QObject* watched, QEvent* event)
 {
-    if (event->type() == QEvent::FocusIn) setMask(kIdleMask);
+    if (event->type() == QEvent::FocusIn)
+        setMask(kIdleMask);
     return Form::eventFilter(watched, event);
 }
 
@@ -213,7 +209,8 @@ bool frmConveniMake::entryCheck()
 
 void frmConveniMake::cmdFile_Click()
 {
-    if (running_ || !entryCheck()) return;
+    if (running_ || !entryCheck())
+        return;
     BillingRequest r;
     r.agency = cboConveni->currentIndex() < 0 ? 0 : cboConveni->currentIndex();
     r.fromDate = dates->entry(0)->ymd();
@@ -229,7 +226,8 @@ void frmConveniMake::cmdFile_Click()
         txtDummy->setFocus();
         BillingJob job(mclsDb);
         const BillingResult result = job.run(r, ui);
-        if (!result.folder.isEmpty()) folder_ = result.folder;
+        if (!result.folder.isEmpty())
+            folder_ = result.folder;
         running_ = nullptr;
     }
     // the closing state after every run: the start month box (deliberate)

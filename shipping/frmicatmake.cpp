@@ -75,7 +75,8 @@ frmICatMake::frmICatMake(QWidget* parent) : Form(parent), job_(mclsDb)
         txtDenno[i]->setFixedWidth(txtDenno[i]->fontMetrics().horizontalAdvance(QStringLiteral("0")) * 9 + 16);
         txtDenno[i]->installEventFilter(this);
         numbers->addWidget(txtDenno[i]);
-        if (i == 0) numbers->addWidget(new QLabel(QStringLiteral("～"), body()));
+        if (i == 0)
+            numbers->addWidget(new QLabel(QStringLiteral("～"), body()));
     }
     numbers->addStretch();
     grid->addWidget(new QLabel(QStringLiteral("受注番号"), body()), row, 0);
@@ -102,17 +103,8 @@ frmICatMake::frmICatMake(QWidget* parent) : Form(parent), job_(mclsDb)
     grid->setColumnStretch(3, 1);
     outer->addLayout(grid);
 
-    cmdFile = new QPushButton(QStringLiteral("作成"), body());
-    cmdFile->setObjectName(QStringLiteral("cmdFile"));
-    cmdFile->setToolTip(QStringLiteral("出荷データを作成します"));
-    cmdFile->setAutoDefault(false);
-    lblMsg = new QLabel(body());
-    lblMsg->setObjectName(QStringLiteral("lblMsg"));
-    auto* bottom = new QHBoxLayout;
-    bottom->addWidget(lblMsg, 1);
-    bottom->addWidget(cmdFile);
-    outer->addLayout(bottom);
-    outer->addStretch();
+    cmdFile = addActionRow(outer, QStringLiteral("cmdFile"), QStringLiteral("作成"),
+                           QStringLiteral("出荷データを作成します"), &lblMsg);
 
     ui_ = std::make_unique<FormInteraction>(this, kBusyMask, kAfterMask,
                                             FormInteraction::Widgets{nullptr, lblMsg, nullptr});
@@ -138,7 +130,8 @@ void frmICatMake::setDate(int index, long long ymd)
 {
     DateEntry* e = dates->entry(index);
     const QDate d = QDate::fromString(datePicker(ymd), QStringLiteral("yyyy/MM/dd"));
-    if (d.isValid()) e->dtpDay()->setDate(d);
+    if (d.isValid())
+        e->dtpDay()->setDate(d);
     e->setYmd(ymd);
 }
 
@@ -157,7 +150,8 @@ void frmICatMake::onLoad()
     if (gstrArgs.size() > 1) {
         // only the first two entries are compared, whatever the list holds
         for (int i = 0; i < 2 && i < cboHaisou->count(); ++i)
-            if (cboHaisou->itemData(i).toInt() == fnToNum(gstrArgs.value(1))) cboHaisou->setCurrentIndex(i);
+            if (cboHaisou->itemData(i).toInt() == fnToNum(gstrArgs.value(1)))
+                cboHaisou->setCurrentIndex(i);
         setDate(0, gstrArgs.value(2).toLongLong());
         setDate(1, gstrArgs.value(3).toLongLong());
         txtDenno[0]->setText(gstrArgs.value(4));
@@ -183,7 +177,8 @@ void frmICatMake::setHcode(qint16 value)
 {
     preset_ = true;
     for (int i = 0; i < cboHaisou->count(); ++i)
-        if (cboHaisou->itemData(i).toInt() == value) cboHaisou->setCurrentIndex(i);
+        if (cboHaisou->itemData(i).toInt() == value)
+            cboHaisou->setCurrentIndex(i);
 }
 
 void frmICatMake::setSday(qint32 value)
@@ -208,7 +203,8 @@ void frmICatMake::setSaiPrint(qint16 value)
 
 void frmICatMake::focusKind()
 {
-    if (cboHaisou->isEnabled()) cboHaisou->setFocus();
+    if (cboHaisou->isEnabled())
+        cboHaisou->setFocus();
 }
 
 bool frmICatMake::eventFilter(QObject* watched, QEvent* event)

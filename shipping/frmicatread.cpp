@@ -48,17 +48,8 @@ frmICatRead::frmICatRead(QWidget* parent) : Form(parent), job_(mclsDb)
     grid->setColumnStretch(1, 1);
     outer->addLayout(grid);
 
-    cmdRead = new QPushButton(QStringLiteral("読込"), body());
-    cmdRead->setObjectName(QStringLiteral("cmdRead"));
-    cmdRead->setToolTip(QStringLiteral("データを読込みます"));
-    cmdRead->setAutoDefault(false);
-    lblMsg = new QLabel(body());
-    lblMsg->setObjectName(QStringLiteral("lblMsg"));
-    auto* bottom = new QHBoxLayout;
-    bottom->addWidget(lblMsg, 1);
-    bottom->addWidget(cmdRead);
-    outer->addLayout(bottom);
-    outer->addStretch();
+    cmdRead = addActionRow(outer, QStringLiteral("cmdRead"), QStringLiteral("読込"),
+                           QStringLiteral("データを読込みます"), &lblMsg);
 
     ui_ = std::make_unique<FormInteraction>(this, kBusyMask, kIdleMask,
                                             FormInteraction::Widgets{nullptr, lblMsg, nullptr});
@@ -86,7 +77,8 @@ bool frmICatRead::eventFilter(QObject* watched, QEvent* event)
 {
     const bool in = event->type() == QEvent::FocusIn, out = event->type() == QEvent::FocusOut;
     if ((watched == txtFile[0] || watched == txtFile[1]) && (in || out) && !busy()) {
-        if (in) fileIndex_ = watched == txtFile[0] ? 0 : 1;
+        if (in)
+            fileIndex_ = watched == txtFile[0] ? 0 : 1;
         setMask(in ? kFileMask : kIdleMask);
     }
     return Form::eventFilter(watched, event);

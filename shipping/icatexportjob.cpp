@@ -98,19 +98,6 @@ struct Columns {
     }
 };
 
-// The texts one after the other, in one allocation.
-QString joined(std::initializer_list<QString> parts)
-{
-    qsizetype size = 0;
-    for (const QString& p : parts)
-        size += p.size();
-    QString out;
-    out.reserve(size);
-    for (const QString& p : parts)
-        out += p;
-    return out;
-}
-
 struct Sender {
     QString tel, name, zip, adr1, adr2, adr3, adr4;
 };
@@ -138,7 +125,7 @@ QStringList lineFields(const Recordset& rs, const Columns& c, const Sender& shop
     f[5] = !tel.isEmpty() ? tel : t(Columns::MKeitai);
     f[7] = t(Columns::MName);
     f[8] = fnDelStr(t(Columns::MZip), QStringLiteral("-"));
-    f[9] = joined({t(Columns::MAdr1), t(Columns::MAdr2), kIdeographicSpace, t(Columns::MAdr3), t(Columns::MAdr4)});
+    f[9] = joinedTexts({t(Columns::MAdr1), t(Columns::MAdr2), kIdeographicSpace, t(Columns::MAdr3), t(Columns::MAdr4)});
     f[13] = fnToNum(t(Columns::MSex)) == 3 ? QStringLiteral("御中") : QStringLiteral("様");
     Sender s = shop;
     if (fnToNum(t(Columns::Gift)) != 0) {
@@ -155,7 +142,7 @@ QStringList lineFields(const Recordset& rs, const Columns& c, const Sender& shop
     f[15] = s.tel;
     f[17] = s.name;
     f[18] = fnDelStr(s.zip, QStringLiteral("-"));
-    f[19] = joined({s.adr1, s.adr2, kIdeographicSpace, s.adr3, s.adr4});
+    f[19] = joinedTexts({s.adr1, s.adr2, kIdeographicSpace, s.adr3, s.adr4});
     f[30] = t(Columns::Memo).left(24);
     const QString haiday = t(Columns::Haiday);
     double day = 0;

@@ -9,8 +9,11 @@
 #include <QAbstractButton>
 #include <QAbstractSpinBox>
 #include <QComboBox>
+#include <QHBoxLayout>
+#include <QLabel>
 #include <QLineEdit>
 #include <QPlainTextEdit>
+#include <QPushButton>
 #include <QTextEdit>
 #include <QTimer>
 #include <QVBoxLayout>
@@ -75,6 +78,23 @@ void Form::done(int result)
 {
     unload();
     QDialog::done(result);
+}
+
+QPushButton* Form::addActionRow(QBoxLayout* outer, const QString& name, const QString& caption, const QString& tip,
+                                QLabel** lblMsg)
+{
+    auto* button = new QPushButton(caption, body_);
+    button->setObjectName(name);
+    button->setToolTip(tip);
+    button->setAutoDefault(false);
+    *lblMsg = new QLabel(body_);
+    (*lblMsg)->setObjectName(QStringLiteral("lblMsg"));
+    auto* row = new QHBoxLayout;
+    row->addWidget(*lblMsg, 1);
+    row->addWidget(button);
+    outer->addLayout(row);
+    outer->addStretch();
+    return button;
 }
 
 void Form::useToolbar(const QString& mask)

@@ -10,6 +10,9 @@
 #include <QPointer>
 #include <functional>
 
+class QBoxLayout;
+class QLabel;
+class QPushButton;
 class QVBoxLayout;
 
 namespace pel {
@@ -18,7 +21,7 @@ class Form : public QDialog {
     Q_OBJECT
 public:
     struct Options {
-        bool operationLog = true; // rows kind 0 on load and kind 9 on unload, noted with the caption
+        bool operationLog = true;  // rows kind 0 on load and kind 9 on unload, noted with the caption
         bool ownConnection = true; // mclsDb opened on load, closed on unload
     };
     explicit Form(QWidget* parent = nullptr);
@@ -47,6 +50,10 @@ protected:
     // The area under the toolbar where the screen puts its controls.
     QWidget* body() const { return body_; }
 
+    // The screen's last row: the progress text (lblMsg) and the button that starts its main action, then a stretch.
+    QPushButton* addActionRow(QBoxLayout* outer, const QString& name, const QString& caption, const QString& tip,
+                              QLabel** lblMsg);
+
     // Puts the toolbar on the screen, dressed for mask.
     void useToolbar(const QString& mask);
     // fnToolEnable on the screen's toolbar (ignored without one).
@@ -55,7 +62,6 @@ protected:
     void setAction(const QString& key, std::function<void()> action);
     // Other keys of the screen, after the common handling; return true when used.
     void setScreenKeys(FormKeys::ScreenKeys keys);
-
 
     // Settings of mirabo.ini.
     QString getSetting(const QString& section, const QString& key, const QString& defaultValue = QString(),

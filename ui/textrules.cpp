@@ -95,4 +95,16 @@ long long trioToYmd(const QString& yy, const QString& mm, const QString& dd)
     return n(yy) * 10000 + n(mm) * 100 + n(dd);
 }
 
+QString joinedTexts(std::initializer_list<QString> parts)
+{
+    qsizetype size = 0;
+    for (const QString& p : parts)
+        size += p.size();
+    QString out;
+    out.reserve(size);
+    for (const QString& p : parts)
+        out += p;
+    return out;
+}
+
 } // namespace pel

@@ -1,6 +1,7 @@
 #pragma once
 // Text helpers shared by every screen and importer.
 #include <QString>
+#include <initializer_list>
 
 namespace pel {
 
@@ -26,5 +27,8 @@ int fnByteLen(const QString& text);
 
 // yyyymmdd from the three texts of a date entry; 0 unless all three trimmed texts are non-empty.
 long long trioToYmd(const QString& yy, const QString& mm, const QString& dd);
+
+// The texts one after the other, in one allocation (lines built field by field in long exports).
+QString joinedTexts(std::initializer_list<QString> parts);
 
 } // namespace pel
