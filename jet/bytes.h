@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <string>
 
 namespace jet::detail
 {
@@ -74,5 +75,27 @@ struct Reader {
     }
     void skip(std::size_t k) { take(k); }
 };
+
+// Little-endian writers, for the pages and definitions the engine writes.
+inline void put16(std::uint8_t* p, std::uint32_t v)
+{
+    p[0] = static_cast<std::uint8_t>(v);
+    p[1] = static_cast<std::uint8_t>(v >> 8);
+}
+inline void put32(std::uint8_t* p, std::uint32_t v)
+{
+    for (int i = 0; i < 4; ++i)
+        p[i] = static_cast<std::uint8_t>(v >> (8 * i));
+}
+inline void append16(std::string& s, std::uint32_t v)
+{
+    s += static_cast<char>(v & 0xFF);
+    s += static_cast<char>(v >> 8 & 0xFF);
+}
+inline void append32(std::string& s, std::uint32_t v)
+{
+    for (int i = 0; i < 4; ++i)
+        s += static_cast<char>(v >> (8 * i) & 0xFF);
+}
 
 } // namespace jet::detail

@@ -24,26 +24,6 @@ constexpr std::uint8_t kHeaderKey[4] = {0xC7, 0xDA, 0x39, 0x6B};
 constexpr std::size_t kMapBytes = 64; // inline usage map: 512 pages, or 16 map pages once it turns into references
 constexpr std::uint32_t kCatalogueParent = 0x0F000001; // the "Tables" container
 
-void put16(std::uint8_t* p, std::uint32_t v)
-{
-    p[0] = static_cast<std::uint8_t>(v);
-    p[1] = static_cast<std::uint8_t>(v >> 8);
-}
-void put32(std::uint8_t* p, std::uint32_t v)
-{
-    for (int i = 0; i < 4; ++i)
-        p[i] = static_cast<std::uint8_t>(v >> (8 * i));
-}
-void append16(std::string& s, std::uint32_t v)
-{
-    s += static_cast<char>(v & 0xFF);
-    s += static_cast<char>(v >> 8 & 0xFF);
-}
-void append32(std::string& s, std::uint32_t v)
-{
-    for (int i = 0; i < 4; ++i)
-        s += static_cast<char>(v >> (8 * i) & 0xFF);
-}
 void appendName(std::string& s, const std::string& utf8)
 {
     std::u16string u = utf8ToUtf16(utf8);

@@ -9,10 +9,6 @@ namespace jet
 
 using namespace detail;
 
-namespace
-{
-
-// Bytes a value of the type takes; 0 for types of variable length.
 std::size_t typeSize(Type t)
 {
     switch (t) {
@@ -35,6 +31,10 @@ std::size_t typeSize(Type t)
         return 0;
     }
 }
+
+namespace
+{
+
 
 std::size_t fixedSize(const Column& c)
 {

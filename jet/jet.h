@@ -50,6 +50,9 @@ enum class Type : std::uint8_t {
     Numeric = 0x10,
 };
 
+// Bytes a value of a fixed-size type takes in a row; 0 for the types of variable length.
+std::size_t typeSize(Type t);
+
 struct Column {
     std::string name;
     Type type = Type::Long;

@@ -39,12 +39,6 @@ std::uint32_t checksum(const std::uint8_t* p, std::size_t n, std::uint32_t h = 2
     return h;
 }
 
-void put32(std::uint8_t* p, std::uint32_t v)
-{
-    for (int i = 0; i < 4; ++i)
-        p[i] = static_cast<std::uint8_t>(v >> (8 * i));
-}
-
 // Kill test: PEL008_JET_CRASH_AT=N ends the process abruptly at the Nth step of a commit's disk work.
 void crashPoint()
 {

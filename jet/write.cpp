@@ -22,49 +22,7 @@ constexpr std::size_t kMapPageBits = (kPageSize - 4) * 8;
 const char* kTooSmall = "The field is too small to accept the amount of data you attempted to add. Try inserting or "
                         "pasting less data.";
 
-void put16(std::uint8_t* p, std::uint32_t v)
-{
-    p[0] = static_cast<std::uint8_t>(v);
-    p[1] = static_cast<std::uint8_t>(v >> 8);
-}
-void put32(std::uint8_t* p, std::uint32_t v)
-{
-    for (int i = 0; i < 4; ++i)
-        p[i] = static_cast<std::uint8_t>(v >> (8 * i));
-}
-void append16(std::string& s, std::uint32_t v)
-{
-    s += static_cast<char>(v & 0xFF);
-    s += static_cast<char>(v >> 8 & 0xFF);
-}
-void append32(std::string& s, std::uint32_t v)
-{
-    for (int i = 0; i < 4; ++i)
-        s += static_cast<char>(v >> (8 * i) & 0xFF);
-}
 
-std::size_t typeSize(Type t)
-{
-    switch (t) {
-    case Type::Byte:
-        return 1;
-    case Type::Int:
-        return 2;
-    case Type::Long:
-    case Type::Float:
-        return 4;
-    case Type::Money:
-    case Type::Double:
-    case Type::DateTime:
-        return 8;
-    case Type::Guid:
-        return 16;
-    case Type::Numeric:
-        return 17;
-    default:
-        return 0;
-    }
-}
 
 // Text as stored: the compressed form (FF FE, one byte a character) when the column allows it and every
 // character is a single byte; UCS-2 otherwise.
