@@ -34,27 +34,9 @@ void appendName(std::string& s, const std::string& utf8)
 
 std::size_t fixedSize(Type t, std::uint16_t length)
 {
-    switch (t) {
-    case Type::Byte:
-        return 1;
-    case Type::Int:
-        return 2;
-    case Type::Long:
-    case Type::Float:
-        return 4;
-    case Type::Money:
-    case Type::Double:
-    case Type::DateTime:
-        return 8;
-    case Type::Guid:
-        return 16;
-    case Type::Numeric:
-        return 17;
-    case Type::Bool:
-        return 0;
-    default:
-        return length;
-    }
+    if (t == Type::Bool) return 0; // held in the null mask
+    const std::size_t n = typeSize(t);
+    return n ? n : length;
 }
 
 bool isFixed(Type t)
@@ -216,7 +198,7 @@ Status writeDefinition(Builder& b, const TableDef& layout, bool system, std::uin
     return OK;
 }
 
-TableDef catalogueSpec()
+TableDef catalogueDef()
 {
     TableDef s;
     s.name = "MSysObjects";
@@ -251,7 +233,7 @@ Status createDatabase(const std::string& path, const std::string& password, std:
     b.alloc(0x00); // header
     b.alloc(0x01); // page 1: global page map (kept empty)
     std::uint32_t cat = 0;
-    if (Status s = writeDefinition(b, catalogueSpec(), true, 0x409, &cat, error); s != OK) return s;
+    if (Status s = writeDefinition(b, catalogueDef(), true, 0x409, &cat, error); s != OK) return s;
     if (cat != 2) {
         if (error) *error = "The catalogue must start on page 2.";
         return ERR_ARG;

@@ -224,6 +224,7 @@ public:
     Status savepoint(int id);  // state saved as savepoint `id` (later ids are released)
     Status release(int id);    // savepoints >= id forgotten, their changes kept
     Status rollbackTo(int id); // back to the state of savepoint `id`, which stays
+    Status undoRowWrite(Status s); // a failed row write: its statement savepoint undone, its error kept
     Status sync();
     Status commit();
     Status rollback();

@@ -22,8 +22,6 @@ constexpr std::size_t kMapPageBits = (kPageSize - 4) * 8;
 const char* kTooSmall = "The field is too small to accept the amount of data you attempted to add. Try inserting or "
                         "pasting less data.";
 
-
-
 // Text as stored: the compressed form (FF FE, one byte a character) when the column allows it and every
 // character is a single byte; UCS-2 otherwise.
 std::string storeText(const std::string& utf8, bool compress)
@@ -107,6 +105,14 @@ bool isLong(const Column& c)
 }
 
 } // namespace
+
+Status Database::undoRowWrite(Status s)
+{
+    std::string why = error();
+    rollbackTo(kStatement);
+    release(kStatement);
+    return fail(s, why);
+}
 
 Status Database::readRow(const Table& t, RowId id, std::vector<Value>& out) const
 {
@@ -488,12 +494,6 @@ Status Database::insertRow(const Table& t, const std::vector<Value>& values, Row
 {
     if (!inTransaction()) return fail(ERR_ARG, "No write transaction.");
     if (Status s = savepoint(kStatement); s != OK) return s;
-    auto undo = [&](Status s) {
-        std::string why = error();
-        rollbackTo(kStatement);
-        release(kStatement);
-        return fail(s, why);
-    };
     std::vector<Value> v = values;
     v.resize(t.columns.size());
     std::uint32_t autoNumber = t.autoNumber;
@@ -513,7 +513,7 @@ Status Database::insertRow(const Table& t, const std::vector<Value>& values, Row
     if (s == OK) s = placeRow(t, row, 0, id);
     if (s == OK) s = setTableCounts(t, 1, autoNumber);
     if (s == OK) s = indexWrite(t, nullptr, &v, *id);
-    if (s != OK) return undo(s);
+    if (s != OK) return undoRowWrite(s);
     return release(kStatement);
 }
 
@@ -523,27 +523,22 @@ Status Database::deleteRow(const Table& t, RowId id)
     std::vector<Value> old;
     if (Status s = readRow(t, id, old); s != OK) return s;
     if (Status s = savepoint(kStatement); s != OK) return s;
-    auto undo = [&](Status s) {
-        std::string why = error();
-        rollbackTo(kStatement);
-        release(kStatement);
-        return fail(s, why);
-    };
     std::uint32_t pg, home = static_cast<std::uint32_t>(id >> 8);
     unsigned slot, homeSlot = static_cast<unsigned>(id & 0xFF);
     bool moved;
     Status s = homeOf(id, &pg, &slot, &moved);
-    if (s != OK) return undo(s);
+    if (s != OK) return undoRowWrite(s);
     {
         const std::uint8_t* p;
         std::size_t n;
         unsigned flags;
-        if ((s = rowBytes(pg, slot, &p, &n, &flags)) != OK) return undo(s);
+        if ((s = rowBytes(pg, slot, &p, &n, &flags)) != OK) return undoRowWrite(s);
         std::string row(reinterpret_cast<const char*>(p), n);
         for (const Column& c : t.columns) {
             std::string f;
             if (isLong(c) && rawField(t, c, row, f))
-                if ((s = freeLong(reinterpret_cast<const std::uint8_t*>(f.data()), f.size())) != OK) return undo(s);
+                if ((s = freeLong(reinterpret_cast<const std::uint8_t*>(f.data()), f.size())) != OK)
+                    return undoRowWrite(s);
         }
     }
     for (auto [q, k] : {std::pair{home, homeSlot}, std::pair{pg, slot}}) {
@@ -551,8 +546,8 @@ Status Database::deleteRow(const Table& t, RowId id)
         put16(w + 14 + 2 * k, le16(w + 14 + 2 * k) | kDeleted);
         if (!moved) break;
     }
-    if ((s = setTableCounts(t, -1, t.autoNumber)) != OK) return undo(s);
-    if ((s = indexWrite(t, &old, nullptr, id)) != OK) return undo(s);
+    if ((s = setTableCounts(t, -1, t.autoNumber)) != OK) return undoRowWrite(s);
+    if ((s = indexWrite(t, &old, nullptr, id)) != OK) return undoRowWrite(s);
     return release(kStatement);
 }
 
@@ -630,56 +625,50 @@ Status Database::updateRow(const Table& t, RowId id, const std::vector<Value>& v
     std::vector<Value> old;
     if (Status s = readRow(t, id, old); s != OK) return s;
     if (Status s = savepoint(kStatement); s != OK) return s;
-    auto undo = [&](Status s) {
-        std::string why = error();
-        rollbackTo(kStatement);
-        release(kStatement);
-        return fail(s, why);
-    };
     std::vector<Value> v = values;
     v.resize(t.columns.size());
     std::uint32_t pg, home = static_cast<std::uint32_t>(id >> 8);
     unsigned slot, homeSlot = static_cast<unsigned>(id & 0xFF);
     bool moved;
     Status s = homeOf(id, &pg, &slot, &moved);
-    if (s != OK) return undo(s);
+    if (s != OK) return undoRowWrite(s);
     const std::uint8_t* p;
     std::size_t n;
     unsigned flags;
-    if ((s = rowBytes(pg, slot, &p, &n, &flags)) != OK) return undo(s);
+    if ((s = rowBytes(pg, slot, &p, &n, &flags)) != OK) return undoRowWrite(s);
     std::string oldRow(reinterpret_cast<const char*>(p), n), row;
     std::vector<int> reused;
-    if ((s = encodeRow(t, v, &old, oldRow, row, reused)) != OK) return undo(s);
+    if ((s = encodeRow(t, v, &old, oldRow, row, reused)) != OK) return undoRowWrite(s);
     for (std::size_t k = 0; k < t.columns.size(); ++k) {
         std::string f;
         if (isLong(t.columns[k]) && std::find(reused.begin(), reused.end(), int(k)) == reused.end() &&
             rawField(t, t.columns[k], oldRow, f))
-            if ((s = freeLong(reinterpret_cast<const std::uint8_t*>(f.data()), f.size())) != OK) return undo(s);
+            if ((s = freeLong(reinterpret_cast<const std::uint8_t*>(f.data()), f.size())) != OK) return undoRowWrite(s);
     }
     bool fitted = false;
     if (row.size() == oldRow.size()) {
         const std::uint8_t* q;
-        if ((s = rowBytes(pg, slot, &q, &n, &flags)) != OK) return undo(s);
+        if ((s = rowBytes(pg, slot, &q, &n, &flags)) != OK) return undoRowWrite(s);
         std::size_t off = static_cast<std::size_t>(q - page(pg));
         std::memcpy(writable(pg) + off, row.data(), row.size());
         fitted = true;
     } else if ((s = replaceRow(pg, slot, row, static_cast<std::uint16_t>(moved ? kMovedHere : 0), &fitted)) != OK) {
-        return undo(s);
+        return undoRowWrite(s);
     }
     if (!fitted) {
         // No room left on its page: the row lives elsewhere, its slot keeps a pointer (indexes point there).
         RowId there;
-        if ((s = placeRow(t, row, kMovedHere, &there)) != OK) return undo(s);
+        if ((s = placeRow(t, row, kMovedHere, &there)) != OK) return undoRowWrite(s);
         if (moved) {
             std::uint8_t* w = writable(pg);
             put16(w + 14 + 2 * slot, le16(w + 14 + 2 * slot) | kDeleted);
         }
         std::string ptr;
         append32(ptr, static_cast<std::uint32_t>(there));
-        if ((s = replaceRow(home, homeSlot, ptr, kMovedAway, &fitted)) != OK) return undo(s);
-        if (!fitted) return undo(fail(ERR_CORRUPT, "Moved row pointer does not fit its page."));
+        if ((s = replaceRow(home, homeSlot, ptr, kMovedAway, &fitted)) != OK) return undoRowWrite(s);
+        if (!fitted) return undoRowWrite(fail(ERR_CORRUPT, "Moved row pointer does not fit its page."));
     }
-    if ((s = indexWrite(t, &old, &v, id)) != OK) return undo(s);
+    if ((s = indexWrite(t, &old, &v, id)) != OK) return undoRowWrite(s);
     return release(kStatement);
 }
 
