@@ -127,20 +127,39 @@ void Form::setScreenKeys(FormKeys::ScreenKeys keys)
     keys_->setScreenKeys(std::move(keys));
 }
 
+namespace {
+
+bool isInput(const QWidget* w)
+{
+    return qobject_cast<const QLineEdit*>(w) || qobject_cast<const QAbstractButton*>(w) ||
+           qobject_cast<const QComboBox*>(w) || qobject_cast<const QAbstractSpinBox*>(w) ||
+           qobject_cast<const QTextEdit*>(w) || qobject_cast<const QPlainTextEdit*>(w);
+}
+
+// The inner editor of a date picker or a combo box, or a popup of one, goes with its owner.
+bool insideInput(const QWidget* w, const QWidget* body)
+{
+    for (const QWidget* p = w->parentWidget(); p && p != body; p = p->parentWidget())
+        if (isInput(p))
+            return true;
+    return false;
+}
+
+} // namespace
+
 void Form::setBusy(const QString& busyMask)
 {
     if (!busy_) {
         busy_ = true;
         enabledBeforeBusy_.clear();
-        const QList<QWidget*> inputs = body_->findChildren<QWidget*>();
-        for (QWidget* w : inputs) {
-            const bool input = qobject_cast<QLineEdit*>(w) || qobject_cast<QAbstractButton*>(w) ||
-                               qobject_cast<QComboBox*>(w) || qobject_cast<QAbstractSpinBox*>(w) ||
-                               qobject_cast<QTextEdit*>(w) || qobject_cast<QPlainTextEdit*>(w);
-            if (input) {
-                enabledBeforeBusy_.insert(w, w->isEnabled());
-                w->setEnabled(false);
-            }
+        const QList<QWidget*> widgets = body_->findChildren<QWidget*>();
+        for (QWidget* w : widgets) {
+            if (!isInput(w) || insideInput(w, body_))
+                continue;
+            // The control's own flag, not isEnabled(): a control off only through its container is not switched
+            // off itself, and so comes back with the container.
+            enabledBeforeBusy_.append({w, !w->testAttribute(Qt::WA_ForceDisabled)});
+            w->setEnabled(false);
         }
     }
     setMask(busyMask);
@@ -150,8 +169,9 @@ void Form::setIdle(const QString& idleMask)
 {
     if (busy_) {
         busy_ = false;
-        for (auto it = enabledBeforeBusy_.cbegin(); it != enabledBeforeBusy_.cend(); ++it)
-            it.key()->setEnabled(it.value());
+        for (const auto& [w, enabled] : std::as_const(enabledBeforeBusy_))
+            if (w)
+                w->setEnabled(enabled);
         enabledBeforeBusy_.clear();
     }
     setMask(idleMask);

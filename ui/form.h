@@ -7,6 +7,8 @@
 
 #include <QDialog>
 #include <QHash>
+#include <QList>
+#include <QPair>
 #include <QPointer>
 #include <functional>
 
@@ -86,7 +88,7 @@ private:
     QVBoxLayout* layout_;
     QWidget* body_;
     QHash<QString, std::function<void()>> actions_;
-    QHash<QWidget*, bool> enabledBeforeBusy_;
+    QList<QPair<QPointer<QWidget>, bool>> enabledBeforeBusy_; // each input and its own enabled flag
     bool busy_ = false;
     bool loaded_ = false;
     bool unloaded_ = false;

@@ -4,10 +4,16 @@
 #include "app/inifile.h"
 #include "app/home.h"
 #include "tests/support/testhome.h"
+#include "tests/ui/enabledstate.h"
+#include "ui/dateentry.h"
 #include "ui/form.h"
 #include "ui/forminteraction.h"
 
 #include <QApplication>
+#include <QComboBox>
+#include <QDateEdit>
+#include <QGroupBox>
+#include <QVBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
 #include <QProgressBar>
@@ -34,6 +40,7 @@ public:
     QLineEdit* txtNote;
     QPushButton* cmdOK;
     long members = -1;
+    using Form::body;
     using Form::setBusy;
     using Form::setIdle;
 
@@ -60,6 +67,7 @@ class TstForm : public QObject {
 private slots:
     void loadBusyUnload();
     void jobOnTheScreen();
+    void lockGivesBackEachControl();
 };
 
 void TstForm::loadBusyUnload()
@@ -136,6 +144,39 @@ void TstForm::jobOnTheScreen()
     ui.lock(false);
     QVERIFY(dialogs.done());
     form.done(0);
+}
+
+void TstForm::lockGivesBackEachControl()
+{
+    SampleForm form;
+    auto* layout = new QVBoxLayout(form.body());
+    auto* dates = new DateRange(form.body());
+    layout->addWidget(dates);
+    auto* combo = new QComboBox(form.body());
+    combo->setEditable(true);
+    layout->addWidget(combo);
+    auto* group = new QGroupBox(form.body()); // off as a whole: its box is off only through it
+    auto* inGroup = new QLineEdit(group);
+    group->setEnabled(false);
+    layout->addWidget(group);
+    form.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&form));
+    // the picker's editor and the combo's editor are widgets of their own
+    QVERIFY(dates->entry(0)->dtpDay()->findChild<QLineEdit*>() && combo->lineEdit());
+    const QStringList before = test::enabledState(&form);
+
+    for (int run = 0; run < 2; ++run) {
+        form.setBusy(QStringLiteral("0000-0100-0000"));
+        for (QWidget* w : {static_cast<QWidget*>(form.txtFname), static_cast<QWidget*>(form.cmdOK),
+                           static_cast<QWidget*>(dates->entry(1)->txtYy()),
+                           static_cast<QWidget*>(dates->entry(1)->dtpDay()), static_cast<QWidget*>(combo)})
+            QVERIFY2(!w->isEnabled(), qPrintable(w->objectName()));
+        form.setIdle(QStringLiteral("1000-0000-0001"));
+        QCOMPARE(test::enabledState(&form), before);
+    }
+    // a container switched on later gives its box back: the lock did not switch the box off on its own
+    group->setEnabled(true);
+    QVERIFY(inGroup->isEnabled());
 }
 
 QTEST_MAIN(TstForm)
