@@ -50,6 +50,7 @@ int main(int argc, char** argv)
 
     QApplication app(argc, argv);
     installQtDialogs();
+    installQtTranslation();
     registerBuiltinScreens();
     // The result is not tested: the user has seen why, and the screen still opens and reports on use.
     fnOpenDB(1);

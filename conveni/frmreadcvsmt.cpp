@@ -10,7 +10,6 @@
 #include <QDate>
 #include <QDateEdit>
 #include <QDesktopServices>
-#include <QFileInfo>
 #include <QGridLayout>
 #include <QGroupBox>
 #include <QHeaderView>
@@ -259,7 +258,7 @@ void frmReadCVSMT::cmdFile_Click()
     const QString name = txtFname->text().trimmed();
     if (!name.contains(u'\\') && !name.contains(u'/'))
         msgBox(QStringLiteral("ファイル名を指定してください。"), mb::OkOnly, QStringLiteral("確認"));
-    const QString start = name.isEmpty() ? QString() : QFileInfo(name).absolutePath();
+    const QString start = startFolder(name, getSetting(QStringLiteral("CvsRead"), QStringLiteral("ReadFile")));
     if (const auto chosen = idle_.chooseFile(DialogService::FileChoice::Open, QStringLiteral("読込ファイル選択"), start,
                                              QStringLiteral("MTデータ (*.txt *.csv);;すべてのファイル (*)")))
         txtFname->setText(*chosen);

@@ -19,6 +19,7 @@ int main(int argc, char** argv)
         return 2;
     }
     pel::installQtDialogs();
+    pel::installQtTranslation();
     if (!pel::fnOpenDB(1))
         return 1;
     int rc = 1;

@@ -224,7 +224,10 @@ bool frmICatMake::eventFilter(QObject* watched, QEvent* event)
 void frmICatMake::chooseFile()
 {
     if (const auto file = dialogs().chooseFile(DialogService::FileChoice::Save,
-                                               QStringLiteral("ファイルを選択して下さい"), QString(), kFileFilter);
+                                               QStringLiteral("ファイルを選択して下さい"),
+                                               startFolder(txtFile->text(), getSetting(QStringLiteral("I-CAT"),
+                                                                                       QStringLiteral("MakeFile"))),
+                                               kFileFilter);
         file && !file->isEmpty()) {
         txtFile->setText(*file);
         txtFile->setToolTip(*file);

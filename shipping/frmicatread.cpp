@@ -86,8 +86,11 @@ bool frmICatRead::eventFilter(QObject* watched, QEvent* event)
 
 void frmICatRead::chooseFile()
 {
+    const QString remembered =
+        getSetting(QStringLiteral("I-CAT"), fileIndex_ == 0 ? QStringLiteral("ReadFile") : QStringLiteral("ErrFile"));
     if (const auto file = dialogs().chooseFile(DialogService::FileChoice::Open,
-                                               QStringLiteral("ファイルを選択して下さい"), QString(), kFileFilter);
+                                               QStringLiteral("ファイルを選択して下さい"),
+                                               startFolder(txtFile[fileIndex_]->text(), remembered), kFileFilter);
         file && !file->isEmpty()) {
         txtFile[fileIndex_]->setText(*file);
         txtFile[fileIndex_]->setToolTip(*file);

@@ -1,5 +1,8 @@
 #include "ui/dialogs.h"
 
+#include <QDir>
+#include <QFileInfo>
+
 #include <array>
 #include <vector>
 
@@ -31,6 +34,32 @@ int defaultAnswer(int style)
     const auto& set = sets[static_cast<size_t>(b < 7 ? b : 0)];
     const size_t d = static_cast<size_t>(mb::defaultButton(style));
     return set[d < set.size() ? d : 0];
+}
+
+namespace {
+
+QString existingFolderOf(const QString& path)
+{
+    const QString trimmed = path.trimmed();
+    if (trimmed.isEmpty() || !QDir::isAbsolutePath(QDir::fromNativeSeparators(trimmed)))
+        return QString();
+    QFileInfo info(QDir::fromNativeSeparators(trimmed));
+    QString folder = info.isDir() ? info.absoluteFilePath() : info.absolutePath();
+    while (!QFileInfo(folder).isDir()) {
+        const QString up = QFileInfo(folder).path();
+        if (up == folder)
+            return QString();
+        folder = up;
+    }
+    return QDir::toNativeSeparators(QDir::cleanPath(folder));
+}
+
+} // namespace
+
+QString startFolder(const QString& path, const QString& remembered)
+{
+    const QString folder = existingFolderOf(path);
+    return folder.isEmpty() ? existingFolderOf(remembered) : folder;
 }
 
 DialogService& dialogs()

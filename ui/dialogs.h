@@ -67,6 +67,11 @@ DialogService* setDialogService(DialogService* service);
 // Shorthand for a plain message box through the service in force.
 int msgBox(const QString& text, int style = mb::OkOnly, const QString& title = kProductTitle);
 
+// Where a file or folder chooser opens for a path: the path's folder (the path itself when it is a folder), or the
+// nearest folder above it that exists; else the same for remembered; empty (the chooser's own choice) when neither
+// names an absolute path.
+QString startFolder(const QString& path, const QString& remembered = QString());
+
 // The answer a dialog gives when the user just presses Enter: its default button.
 int defaultAnswer(int style);
 

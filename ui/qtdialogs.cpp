@@ -6,8 +6,12 @@
 #include <QApplication>
 #include <QDir>
 #include <QFileDialog>
+#include <QGridLayout>
+#include <QLabel>
+#include <QLibraryInfo>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QTranslator>
 
 #include <cstdio>
 
@@ -53,6 +57,31 @@ QMessageBox::Icon iconOf(int style)
     case mb::Information: return QMessageBox::Information;
     default: return QMessageBox::NoIcon;
     }
+}
+
+// The prompt as a line of its own above the rest of Qt's file dialog.
+void addPrompt(QFileDialog& dialog, const QString& prompt)
+{
+    auto* grid = qobject_cast<QGridLayout*>(dialog.layout());
+    if (!grid)
+        return;
+    struct Placed {
+        QLayoutItem* item;
+        int row, column, rowSpan, columnSpan;
+    };
+    QList<Placed> placed;
+    while (grid->count() > 0) {
+        Placed p{};
+        grid->getItemPosition(0, &p.row, &p.column, &p.rowSpan, &p.columnSpan);
+        p.item = grid->takeAt(0);
+        placed.append(p);
+    }
+    auto* label = new QLabel(prompt, &dialog);
+    label->setObjectName(QStringLiteral("lblPrompt"));
+    label->setWordWrap(true);
+    grid->addWidget(label, 0, 0, 1, -1);
+    for (const Placed& p : std::as_const(placed))
+        grid->addItem(p.item, p.row + 1, p.column, p.rowSpan, p.columnSpan);
 }
 
 } // namespace
@@ -108,10 +137,14 @@ void QtDialogService::processEvents()
 
 std::optional<QString> QtDialogService::chooseFolder(const QString& title, const QString& start)
 {
-    const QString dir = QFileDialog::getExistingDirectory(QApplication::activeWindow(), title, start);
-    if (dir.isEmpty())
+    QFileDialog dialog(QApplication::activeWindow(), title, startFolder(start));
+    dialog.setFileMode(QFileDialog::Directory);
+    // Qt's own dialog, so that the prompt stands in it too, not only in a title bar a window manager may not draw
+    dialog.setOptions(QFileDialog::ShowDirsOnly | QFileDialog::DontUseNativeDialog);
+    addPrompt(dialog, title);
+    if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty())
         return std::nullopt;
-    return QDir::toNativeSeparators(dir);
+    return QDir::toNativeSeparators(dialog.selectedFiles().constFirst());
 }
 
 std::optional<QString> QtDialogService::chooseFile(FileChoice kind, const QString& title, const QString& start,
@@ -120,8 +153,8 @@ std::optional<QString> QtDialogService::chooseFile(FileChoice kind, const QStrin
     QWidget* parent = QApplication::activeWindow();
     // Overwriting is the job's own question, not the dialog's.
     const QString file = kind == FileChoice::Open
-                             ? QFileDialog::getOpenFileName(parent, title, start, filter)
-                             : QFileDialog::getSaveFileName(parent, title, start, filter, nullptr,
+                             ? QFileDialog::getOpenFileName(parent, title, startFolder(start), filter)
+                             : QFileDialog::getSaveFileName(parent, title, startFolder(start), filter, nullptr,
                                                             QFileDialog::DontConfirmOverwrite);
     if (file.isEmpty())
         return std::nullopt;
@@ -150,6 +183,25 @@ void installQtDialogs()
         setDialogService(&stderrService);
     else
         setDialogService(&qtService);
+}
+
+QString installQtTranslation(const QLocale& locale)
+{
+    static QTranslator translator;
+    QCoreApplication::removeTranslator(&translator);
+    const QString folder = QLibraryInfo::path(QLibraryInfo::TranslationsPath);
+    const QString name = QStringLiteral("qtbase"), prefix = QStringLiteral("_");
+    if (!translator.load(locale, name, prefix, folder) &&
+        !translator.load(QLocale(QLocale::Japanese, QLocale::Japan), name, prefix, folder)) {
+        std::fprintf(stderr, "pel008: no Qt translation in %s (qt6-translations-l10n)\n", qPrintable(folder));
+        return QString();
+    }
+    if (!QCoreApplication::installTranslator(&translator)) {
+        std::fprintf(stderr, "pel008: the Qt translation %s could not be installed\n",
+                     qPrintable(translator.filePath()));
+        return QString();
+    }
+    return translator.filePath();
 }
 
 } // namespace pel

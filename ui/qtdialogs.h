@@ -4,6 +4,7 @@
 #include "ui/dialogs.h"
 
 #include <QList>
+#include <QLocale>
 #include <QPair>
 #include <QString>
 #include <memory>
@@ -40,5 +41,11 @@ public:
 // Installs the Qt message boxes (or, with PEL008_NO_DIALOGS=1, the stderr ones) for the rest of the process,
 // and the Japanese UI font. Call once after the QApplication exists.
 void installQtDialogs();
+
+// Qt's own texts (file and folder choosers, print dialog) in the user's language: Qt's translation for locale from
+// Qt's translations folder, or the Japanese one when Qt has none for it (the suite is a Japanese program). Call
+// after the QApplication exists; a later call replaces the earlier one. Returns the file loaded; empty when none
+// could be (a line on stderr says so, and Qt's texts stay English).
+QString installQtTranslation(const QLocale& locale = QLocale());
 
 } // namespace pel

@@ -7,6 +7,7 @@
 #include "conveni/frmconvenimake.h"
 #include "tests/billing/billingtest.h"
 #include "tests/billing/fixture.h"
+#include "tests/ui/enabledstate.h"
 #include "ui/dateentry.h"
 #include "ui/textrules.h"
 
@@ -78,6 +79,8 @@ private slots:
     void runMarksAndRemembersFolder();
     void abortWithF6();
     void markingRolledBack();
+    void controlsAfterRun_data();
+    void controlsAfterRun();
 
 private:
     std::unique_ptr<test::TestHome> home_;
@@ -252,6 +255,39 @@ void ConveniMakeTest::markingRolledBack()
     QCOMPARE(home_->scalar(QStringLiteral("select sum(cflag) from jyuden where denno <= 104")), QStringLiteral("0"));
     QCOMPARE(QApplication::focusWidget(), o.form.txtMm(0));
     QVERIFY(o.form.txtDenno[0]->isEnabled());
+}
+
+void ConveniMakeTest::controlsAfterRun_data()
+{
+    // -1: no orders in the range, 0: the count question answered No, 1: the folder choice cancelled, 2: done
+    QTest::addColumn<int>("reached");
+    QTest::newRow("no orders") << -1;
+    QTest::newRow("refused") << 0;
+    QTest::newRow("cancelled") << 1;
+    QTest::newRow("completed") << 2;
+}
+
+void ConveniMakeTest::controlsAfterRun()
+{
+    QFETCH(int, reached);
+    test::ScriptedDialogs dialogs;
+    Opened o;
+    o.range(QStringLiteral("20240101"), QStringLiteral("20240131"), reached < 0 ? QStringLiteral("900") : QStringLiteral("1"),
+            QStringLiteral("999"));
+    const QStringList before = test::enabledState(&o.form);
+    if (reached < 0)
+        dialogs.expect(QStringLiteral("該当件数は０件です"), answer::Cancel);
+    else
+        dialogs.expect(QStringLiteral("該当件数は、4件です。作成しますか？"), reached > 0 ? answer::Yes : answer::No);
+    if (reached > 0)
+        dialogs.expectFolder(reached > 1 ? std::optional<QString>(out_->path()) : std::nullopt);
+    if (reached > 1) {
+        dialogs.expect(test::catalogueText(QStringLiteral("ＣＳＶ出力")), answer::Ok);
+        dialogs.expect(kMark, answer::No);
+    }
+    o.form.cmdFile->click();
+    QVERIFY(dialogs.done());
+    QCOMPARE(test::enabledState(&o.form), before);
 }
 
 QTEST_MAIN(ConveniMakeTest)

@@ -1,13 +1,17 @@
 // The payment import screen end to end with scripted dialogs, and the result report's groups and PDF.
 #include "app/db/dbglobals.h"
+#include "app/home.h"
+#include "app/inifile.h"
 #include "conveni/frmreadcvsmt.h"
 #include "conveni/rptcvsmtprint.h"
 #include "tests/payment/fixtures.h"
+#include "tests/ui/enabledstate.h"
 #include "ui/dateentry.h"
 
 #include <QApplication>
 #include <QComboBox>
 #include <QDialog>
+#include <QDir>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPrintPreviewWidget>
@@ -36,6 +40,8 @@ private slots:
     void reportButtons();
     void fileChoice_data();
     void fileChoice();
+    void controlsAfterRun_data();
+    void controlsAfterRun();
 
 private:
     std::unique_ptr<TestHome> home_;
@@ -309,13 +315,15 @@ void ReadCvsMtTest::reportButtons()
 
 void ReadCvsMtTest::fileChoice_data()
 {
-    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("name"); // @: the home, where "in" and "out" exist and "in/MT0.txt" is remembered
     QTest::addColumn<bool>("warned");
     QTest::addColumn<bool>("chosen");
-    QTest::newRow("a name without a folder: told first") << "MT.txt" << true << true;
-    QTest::newRow("empty") << "" << true << true;
-    QTest::newRow("a full path, chosen") << "@/old/MT.txt" << false << true;
-    QTest::newRow("a full path, cancelled") << "@/old/MT.txt" << false << false;
+    QTest::addColumn<QString>("opens");
+    QTest::newRow("a name without a folder: told first") << "MT.txt" << true << true << "@/in";
+    QTest::newRow("empty") << "" << true << true << "@/in";
+    QTest::newRow("a full path, chosen") << "@/out/MT.txt" << false << true << "@/out";
+    QTest::newRow("a full path, cancelled") << "@/out/MT.txt" << false << false << "@/out";
+    QTest::newRow("a folder gone: the one above") << "@/old/MT.txt" << false << true << "@";
 }
 
 void ReadCvsMtTest::fileChoice()
@@ -323,7 +331,12 @@ void ReadCvsMtTest::fileChoice()
     QFETCH(QString, name);
     QFETCH(bool, warned);
     QFETCH(bool, chosen);
+    QFETCH(QString, opens);
     name.replace(u'@', home_->path());
+    opens.replace(u'@', home_->path());
+    QVERIFY(QDir(home_->path()).mkpath(QStringLiteral("in")) && QDir(home_->path()).mkpath(QStringLiteral("out")));
+    QVERIFY(fnPutIni(QStringLiteral("CvsRead"), QStringLiteral("ReadFile"), home_->file(QStringLiteral("in/MT0.txt")),
+                     iniPath()));
     const QString picked = home_->file(QStringLiteral("MT908997.txt"));
     ScriptedDialogs d;
     frmReadCVSMT form;
@@ -343,10 +356,64 @@ void ReadCvsMtTest::fileChoice()
     QVERIFY(d.done());
     if (warned)
         QCOMPARE(d.shown.first(), QStringLiteral("確認|0|ファイル名を指定してください。"));
-    // the dialog starts in the folder of the name given
-    if (name.contains(u'/'))
-        QCOMPARE(d.shown.last(), QStringLiteral("file|") + home_->path() + QStringLiteral("/old"));
+    QCOMPARE(d.shown.last(), QStringLiteral("file|") + opens);
     QCOMPARE(form.txtFname->text(), chosen ? picked : name);
+    form.close();
+}
+
+namespace {
+
+// F6 pressed on the screen's toolbar at a chosen yield of the run.
+class F6Dialogs : public ScriptedDialogs {
+public:
+    Form* form = nullptr;
+    int pressAtYield = -1;
+    int yields = 0;
+    void processEvents() override
+    {
+        if (++yields == pressAtYield && form)
+            form->toolbar()->press(6);
+    }
+};
+
+} // namespace
+
+void ReadCvsMtTest::controlsAfterRun_data()
+{
+    QTest::addColumn<int>("dateKind"); // 0: each record's date (the date boxes off), 1: the screen's date
+    QTest::addColumn<QString>("outcome");
+    for (int kind : {0, 1})
+        for (const char* outcome : {"refused", "no file", "cancelled", "completed"})
+            QTest::addRow("%s, date kind %d", outcome, kind) << kind << QString::fromLatin1(outcome);
+}
+
+void ReadCvsMtTest::controlsAfterRun()
+{
+    QFETCH(int, dateKind);
+    QFETCH(QString, outcome);
+    const QString path = home_->file(QStringLiteral("MT.txt"));
+    QVERIFY(writeBytes(path, cp932Lines(fwBasic())));
+    F6Dialogs d;
+    frmReadCVSMT form;
+    form.load();
+    form.show();
+    form.cboDkbn->setCurrentIndex(dateKind);
+    form.txtFname->setText(outcome == QLatin1String("no file") ? home_->file(QStringLiteral("none.txt")) : path);
+    const QStringList before = enabledState(&form);
+    d.expect(QStringLiteral("作業を開始しますか？"), outcome == QLatin1String("refused") ? answer::No : answer::Yes);
+    if (outcome == QLatin1String("no file")) {
+        d.expect(QStringLiteral("ファイルオープンに失敗しました！"), answer::Ok);
+    } else if (outcome == QLatin1String("cancelled")) {
+        d.form = &form;
+        d.pressAtYield = 1; // while the file is checked, before any posting
+        d.expect(QStringLiteral("処理を中止します"), answer::Yes);
+    } else if (outcome == QLatin1String("completed")) {
+        d.expect(QStringLiteral("4件の入金処理をしました"), answer::Ok);
+        d.expect(QStringLiteral("読込データをバックアップしますか？"), answer::No);
+    }
+    form.cmdOK_Click();
+    QVERIFY(d.done());
+    QCOMPARE(enabledState(&form), before);
     form.close();
 }
 

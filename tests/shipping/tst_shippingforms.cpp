@@ -9,6 +9,7 @@
 #include "shipping/frmicatread.h"
 #include "tests/shipping/orders.h"
 #include "tests/support/testhome.h"
+#include "tests/ui/enabledstate.h"
 #include "ui/dateentry.h"
 #include "ui/functionbar.h"
 #include "ui/msgcatalog.h"
@@ -18,6 +19,7 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDateEdit>
+#include <QDir>
 #include <QFile>
 #include <QLabel>
 #include <QLineEdit>
@@ -83,6 +85,12 @@ private slots:
     void requiredFieldGetsTheFocus();
     void f6AsksAgainBeforeTheNextOrder();
     void readScreenImports();
+    void chooserStartFolder_data();
+    void chooserStartFolder();
+    void makeControlsAfterRun_data();
+    void makeControlsAfterRun();
+    void readControlsAfterRun_data();
+    void readControlsAfterRun();
 
 private:
     std::unique_ptr<test::TestHome> home_;
@@ -281,6 +289,140 @@ void ShippingFormsTest::readScreenImports()
     QString saved;
     fnGetIni(QStringLiteral("I-CAT"), QStringLiteral("ErrFile"), QString(), saved, 1024, iniPath());
     QCOMPARE(saved, home_->file(QStringLiteral("err2.txt")));
+}
+
+void ShippingFormsTest::chooserStartFolder_data()
+{
+    QTest::addColumn<int>("screen"); // 1 export (its file box), 2 import (the result file box, then the log box)
+    QTest::addColumn<QString>("path"); // @: the home, with the folders "in" and "out"
+    QTest::addColumn<QString>("opens");
+    for (int screen : {1, 2}) {
+        QTest::addRow("%d: the box's folder", screen) << screen << "@/out/icat.csv" << "@/out";
+        QTest::addRow("%d: the box empty: the remembered folder", screen) << screen << "" << "@/in";
+        QTest::addRow("%d: a name without a folder: the remembered one", screen) << screen << "icat.csv" << "@/in";
+        QTest::addRow("%d: a folder gone: the one above", screen) << screen << "@/gone/icat.csv" << "@";
+    }
+}
+
+void ShippingFormsTest::chooserStartFolder()
+{
+    QFETCH(int, screen);
+    QFETCH(QString, path);
+    QFETCH(QString, opens);
+    const QString home = home_->path();
+    path.replace(u'@', home);
+    opens.replace(u'@', home);
+    QVERIFY(QDir(home).mkpath(QStringLiteral("in")) && QDir(home).mkpath(QStringLiteral("out")));
+    for (const char* key : {"MakeFile", "ReadFile", "ErrFile"})
+        fnPutIni(QStringLiteral("I-CAT"), QString::fromLatin1(key), home_->file(QStringLiteral("in/last.csv")),
+                 iniPath());
+    test::ScriptedDialogs dialogs;
+    std::unique_ptr<Form> form;
+    QList<QLineEdit*> boxes;
+    if (screen == 1) {
+        auto* f = new frmICatMake;
+        form.reset(f);
+        boxes << f->txtFile;
+    } else {
+        auto* f = new frmICatRead;
+        form.reset(f);
+        boxes << f->txtFile[0] << f->txtFile[1];
+    }
+    form->load();
+    form->show();
+    QApplication::setActiveWindow(form.get());
+    QVERIFY(QTest::qWaitForWindowActive(form.get()));
+    for (QLineEdit* box : boxes) {
+        box->setText(path);
+        box->setFocus();
+        dialogs.expectFile(std::nullopt);
+        QTest::keyClick(box, Qt::Key_F4);
+        QVERIFY(dialogs.done());
+        QCOMPARE(dialogs.shown.last(), QStringLiteral("file|") + opens);
+    }
+}
+
+void ShippingFormsTest::makeControlsAfterRun_data()
+{
+    QTest::addColumn<bool>("preset"); // started with a label kind (the kind list then stays off)
+    QTest::addColumn<QString>("outcome");
+    for (bool preset : {false, true})
+        for (const char* outcome : {"refused", "cancelled", "completed"})
+            QTest::addRow("%s%s", outcome, preset ? ", kind preset" : "") << preset << QString::fromLatin1(outcome);
+}
+
+void ShippingFormsTest::makeControlsAfterRun()
+{
+    QFETCH(bool, preset);
+    QFETCH(QString, outcome);
+    if (preset)
+        gstrArgs = QStringList{"1", "9", "20250301", "20250310", "1", "99999999", "0"};
+    YieldingDialogs dialogs;
+    frmICatMake f;
+    f.load();
+    f.show();
+    f.dates->entry(0)->setYmd(20250301);
+    f.dates->entry(1)->setYmd(20250310);
+    QCOMPARE(f.cboHaisou->isEnabled(), !preset);
+    const QStringList before = test::enabledState(&f);
+    dialogs.expect(QStringLiteral("該当件数は5件です。作成しますか？"),
+                   outcome == QLatin1String("refused") ? answer::No : answer::Yes);
+    if (outcome == QLatin1String("cancelled")) {
+        dialogs.onYield = [&](int n) {
+            if (n == 2) f.toolbar()->press(6);
+        };
+        dialogs.expect(catalogue("処理中止"), answer::Yes); // F6
+        dialogs.expect(catalogue("処理中止"), answer::Yes); // before the second order
+    } else if (outcome == QLatin1String("completed")) {
+        dialogs.expect(catalogue("ＣＳＶ出力"), answer::Ok);
+        dialogs.expect(IcatExportJob::unencodableReport(order104()), answer::Ok);
+        dialogs.expect(QStringLiteral("印刷した受注伝票を送り状印刷済みに更新しますか？"), answer::No);
+    }
+    f.cmdFile_Click();
+    QVERIFY(dialogs.done());
+    QCOMPARE(test::enabledState(&f), before);
+}
+
+void ShippingFormsTest::readControlsAfterRun_data()
+{
+    QTest::addColumn<QString>("outcome");
+    QTest::newRow("refused") << "refused";
+    QTest::newRow("cancelled") << "cancelled";
+    QTest::newRow("completed") << "completed";
+}
+
+void ShippingFormsTest::readControlsAfterRun()
+{
+    QFETCH(QString, outcome);
+    const QString in = home_->file(QStringLiteral("result.csv"));
+    QFile result(in);
+    QVERIFY(result.open(QIODevice::WriteOnly));
+    QStringList f46(46);
+    for (const char* denno : {"101", "102"}) {
+        f46[1] = QString::fromLatin1(denno);
+        result.write(f46.join(QLatin1Char(',')).toLatin1() + ",412345678901\r\n");
+    }
+    result.close();
+    YieldingDialogs dialogs;
+    frmICatRead f;
+    f.load();
+    f.show();
+    f.txtFile[0]->setText(outcome == QLatin1String("refused") ? home_->file(QStringLiteral("none.csv")) : in);
+    f.txtFile[1]->setText(home_->file(QStringLiteral("err.txt")));
+    const QStringList before = test::enabledState(&f);
+    if (outcome == QLatin1String("refused")) {
+        dialogs.expect(catalogue("ファイルエラー"), answer::Ok);
+    } else if (outcome == QLatin1String("cancelled")) {
+        dialogs.onYield = [&](int n) {
+            if (n == 2) f.toolbar()->press(6);
+        };
+        dialogs.expect(catalogue("処理中止"), answer::Yes);
+    } else {
+        dialogs.expect(QStringLiteral("正常に終了しました"), answer::Ok);
+    }
+    f.cmdRead_Click();
+    QVERIFY(dialogs.done());
+    QCOMPARE(test::enabledState(&f), before);
 }
 
 QTEST_MAIN(ShippingFormsTest)

@@ -1,8 +1,13 @@
-// The Qt message boxes: icon, buttons and default button of each style, and the answers they return.
+// The Qt message boxes: icon, buttons and default button of each style, and the answers they return; the file and
+// folder choosers' start folder and prompt; Qt's own texts translated.
 #include "ui/qtdialogs.h"
 
 #include <QAbstractButton>
 #include <QDialog>
+#include <QDir>
+#include <QFileDialog>
+#include <QLabel>
+#include <QTemporaryDir>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QTest>
@@ -18,6 +23,10 @@ private slots:
     void answers_data();
     void answers();
     void headlessAnswersDefault();
+    void choosers_data();
+    void choosers();
+    void qtTranslation_data();
+    void qtTranslation();
 };
 
 void QtDialogsTest::styles_data()
@@ -113,6 +122,76 @@ void QtDialogsTest::headlessAnswersDefault()
     QCOMPARE(msgBox(QStringLiteral("該当件数は０件です"), 70), 2);
     qunsetenv("PEL008_NO_DIALOGS");
     setDialogService(nullptr);
+}
+
+void QtDialogsTest::choosers_data()
+{
+    QTest::addColumn<int>("kind"); // -1 folder, else DialogService::FileChoice
+    QTest::addColumn<QString>("start"); // under the temporary folder
+    QTest::addColumn<QString>("opens");
+    const int folder = -1, open = int(DialogService::FileChoice::Open), save = int(DialogService::FileChoice::Save);
+    QTest::newRow("folder") << folder << "out" << "out";
+    QTest::newRow("folder gone") << folder << "out/gone/deeper" << "out";
+    QTest::newRow("file to open") << open << "out/MT908997.txt" << "out";
+    QTest::newRow("file to write, not there yet") << save << "out/new/icat.csv" << "out";
+    QTest::newRow("file in a folder") << save << "out" << "out";
+}
+
+void QtDialogsTest::choosers()
+{
+    QFETCH(int, kind);
+    QFETCH(QString, start);
+    QFETCH(QString, opens);
+    QTemporaryDir tmp;
+    QVERIFY(QDir(tmp.path()).mkpath(QStringLiteral("out")));
+    QFile existing(tmp.filePath(QStringLiteral("out/MT908997.txt")));
+    QVERIFY(existing.open(QIODevice::WriteOnly));
+    existing.close();
+    const QString prompt = QStringLiteral("コンビニＣＳＶを出力するフォルダを選択してください");
+    QString shownIn, title, label;
+    QTimer::singleShot(0, this, [&] {
+        auto* dialog = qobject_cast<QFileDialog*>(QApplication::activeModalWidget());
+        if (!dialog)
+            return;
+        shownIn = dialog->directory().absolutePath();
+        title = dialog->windowTitle();
+        if (const auto* l = dialog->findChild<QLabel*>(QStringLiteral("lblPrompt")))
+            label = l->text();
+        dialog->reject();
+    });
+    QtDialogService service;
+    const std::optional<QString> chosen =
+        kind < 0 ? service.chooseFolder(prompt, tmp.filePath(start))
+                 : service.chooseFile(DialogService::FileChoice(kind), prompt, tmp.filePath(start), QString());
+    QVERIFY(!chosen);
+    QCOMPARE(shownIn, QDir(tmp.filePath(opens)).absolutePath());
+    QCOMPARE(title, prompt);
+    if (kind < 0)
+        QCOMPARE(label, prompt); // in the dialog too, for a screen without a title bar
+}
+
+void QtDialogsTest::qtTranslation_data()
+{
+    QTest::addColumn<QLocale>("locale");
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<QString>("cancel"); // Qt's own Cancel caption
+    QTest::newRow("C: Japanese") << QLocale::c() << "qtbase_ja.qm" << "キャンセル";
+    QTest::newRow("Japanese") << QLocale(QLocale::Japanese, QLocale::Japan) << "qtbase_ja.qm" << "キャンセル";
+    QTest::newRow("Swahili, none in Qt: Japanese") << QLocale(QLocale::Swahili) << "qtbase_ja.qm" << "キャンセル";
+    QTest::newRow("German") << QLocale(QLocale::German, QLocale::Germany) << "qtbase_de.qm" << "Abbrechen";
+}
+
+void QtDialogsTest::qtTranslation()
+{
+    QFETCH(QLocale, locale);
+    QFETCH(QString, file);
+    QFETCH(QString, cancel);
+    const QString loaded = installQtTranslation(locale);
+    QCOMPARE(QFileInfo(loaded).fileName(), file);
+    QCOMPARE(QCoreApplication::translate("QPlatformTheme", "Cancel"), cancel);
+    QFileDialog dialog;
+    dialog.setOption(QFileDialog::DontUseNativeDialog);
+    QCOMPARE(dialog.labelText(QFileDialog::Reject), cancel);
 }
 
 QTEST_MAIN(QtDialogsTest)
