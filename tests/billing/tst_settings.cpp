@@ -5,6 +5,7 @@
 #include "conveni/settingsjob.h"
 #include "tests/billing/billingtest.h"
 #include "tests/support/testhome.h"
+#include "tests/ui/enabledstate.h"
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -217,8 +218,10 @@ void SettingsTest::save()
     o.form.chkCvs->setFocus();
     for (const auto& [text, answer] : steps)
         dialogs.expect(text, answer);
+    const QStringList controls = test::enabledState(&o.form);
     o.press(Qt::Key_F5);
     QVERIFY(dialogs.done());
+    QCOMPARE(test::enabledState(&o.form), controls); // saved or not, each control as it was
     QCOMPARE(this->stored(), stored);
     if (!focus.isEmpty())
         QCOMPARE(QApplication::focusWidget() ? QApplication::focusWidget()->objectName() : QString(), focus);

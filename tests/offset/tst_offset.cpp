@@ -4,6 +4,7 @@
 #include "offset/frmoffset.h"
 #include "offset/offsetjob.h"
 #include "tests/support/testhome.h"
+#include "tests/ui/enabledstate.h"
 #include "ui/msgcatalog.h"
 
 #include <QLabel>
@@ -213,10 +214,12 @@ void OffsetTest::saveAgainstLockedRow()
     auto lock = std::make_unique<Locker>(home_->backend());
     QVERIFY(lock->ok());
     dialogs.expect(recordError(), answer::Ok);
+    const QStringList controls = test::enabledState(&o.dialog);
     o.dialog.cmdOk->click();
     QVERIFY(dialogs.done());
     QCOMPARE(dialogs.styles, QList<int>{mb::OkOnly | mb::Exclamation});
     QVERIFY(o.dialog.isVisible());
+    QCOMPARE(test::enabledState(&o.dialog), controls);
     QCOMPARE(o.dialog.txtTop->text(), QStringLiteral("  4.0"));
 
     // The job itself: eleven attempts against the held row, then the one message; one on a free row.
