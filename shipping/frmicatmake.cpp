@@ -223,11 +223,10 @@ bool frmICatMake::eventFilter(QObject* watched, QEvent* event)
 
 void frmICatMake::chooseFile()
 {
+    const QString remembered = getSetting(QStringLiteral("I-CAT"), QStringLiteral("MakeFile"));
     if (const auto file = dialogs().chooseFile(DialogService::FileChoice::Save,
                                                QStringLiteral("ファイルを選択して下さい"),
-                                               startFolder(txtFile->text(), getSetting(QStringLiteral("I-CAT"),
-                                                                                       QStringLiteral("MakeFile"))),
-                                               kFileFilter);
+                                               startFolder(txtFile->text(), remembered), kFileFilter);
         file && !file->isEmpty()) {
         txtFile->setText(*file);
         txtFile->setToolTip(*file);

@@ -272,8 +272,8 @@ void ConveniMakeTest::controlsAfterRun()
     QFETCH(int, reached);
     test::ScriptedDialogs dialogs;
     Opened o;
-    o.range(QStringLiteral("20240101"), QStringLiteral("20240131"), reached < 0 ? QStringLiteral("900") : QStringLiteral("1"),
-            QStringLiteral("999"));
+    o.range(QStringLiteral("20240101"), QStringLiteral("20240131"),
+            reached < 0 ? QStringLiteral("900") : QStringLiteral("1"), QStringLiteral("999"));
     const QStringList before = test::enabledState(&o.form);
     if (reached < 0)
         dialogs.expect(QStringLiteral("該当件数は０件です"), answer::Cancel);

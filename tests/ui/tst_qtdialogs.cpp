@@ -7,9 +7,9 @@
 #include <QDir>
 #include <QFileDialog>
 #include <QLabel>
-#include <QTemporaryDir>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
 
