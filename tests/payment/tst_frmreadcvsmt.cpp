@@ -40,8 +40,21 @@ private slots:
     void closeDuringRun();
 
 private:
+    // MT.txt of the basic fixed-width records, and a wait before each payment check that keeps a run going
+    bool slowRunOfFwBasic();
     std::unique_ptr<TestHome> home_;
 };
+
+bool ReadCvsMtTest::slowRunOfFwBasic()
+{
+    QFile ini(home_->file(QStringLiteral("mirabo.ini")));
+    if (!ini.open(QIODevice::ReadOnly))
+        return false;
+    const QByteArray settings = ini.readAll().replace("CheckWait=0", "CheckWait=300");
+    ini.close();
+    return writeBytes(ini.fileName(), settings) &&
+           writeBytes(home_->file(QStringLiteral("MT.txt")), cp932Lines(fwBasic()));
+}
 
 void ReadCvsMtTest::init()
 {
@@ -112,18 +125,12 @@ void ReadCvsMtTest::importByF5()
 void ReadCvsMtTest::busyReentryAndF6()
 {
     // a wait before each check keeps the run going while F5 and F6 are pressed
-    QFile ini(home_->file(QStringLiteral("mirabo.ini")));
-    QVERIFY(ini.open(QIODevice::ReadOnly));
-    const QByteArray settings = ini.readAll().replace("CheckWait=0", "CheckWait=300");
-    ini.close();
-    QVERIFY(writeBytes(ini.fileName(), settings));
-    const QString path = home_->file(QStringLiteral("MT.txt"));
-    QVERIFY(writeBytes(path, cp932Lines(fwBasic())));
+    QVERIFY(slowRunOfFwBasic());
     ScriptedDialogs d;
     frmReadCVSMT form;
     form.load();
     form.show();
-    form.txtFname->setText(path);
+    form.txtFname->setText(home_->file(QStringLiteral("MT.txt")));
     d.expect(QStringLiteral("作業を開始しますか？"), answer::Yes);
     d.expect(QStringLiteral("処理を中止します"), answer::Yes);
     // F6 while the second record waits for its check: that record is still posted, the third is not begun
@@ -163,18 +170,12 @@ void ReadCvsMtTest::closeDuringRun()
     QFETCH(bool, titleBar);
     QFETCH(int, stop);
     // a wait before each check keeps the run going while the screen is closed
-    QFile ini(home_->file(QStringLiteral("mirabo.ini")));
-    QVERIFY(ini.open(QIODevice::ReadOnly));
-    const QByteArray settings = ini.readAll().replace("CheckWait=0", "CheckWait=300");
-    ini.close();
-    QVERIFY(writeBytes(ini.fileName(), settings));
-    const QString path = home_->file(QStringLiteral("MT.txt"));
-    QVERIFY(writeBytes(path, cp932Lines(fwBasic())));
+    QVERIFY(slowRunOfFwBasic());
     ScriptedDialogs d;
     frmReadCVSMT form;
     form.load();
     form.show();
-    form.txtFname->setText(path);
+    form.txtFname->setText(home_->file(QStringLiteral("MT.txt")));
     d.expect(QStringLiteral("作業を開始しますか？"), answer::Yes);
     d.expect(QStringLiteral("処理を中止します"), stop);
     if (stop == answer::Yes) {
