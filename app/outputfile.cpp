@@ -141,7 +141,8 @@ bool sameFile(const QString& a, const QString& b)
     if (!ca.isEmpty() && ca == cb)
         return true;
     // hard links and other names of one file
-    struct stat sa {}, sb {};
+    struct stat sa {
+    }, sb{};
     const QByteArray na = QFile::encodeName(a), nb = QFile::encodeName(b);
     return ::stat(na.constData(), &sa) == 0 && ::stat(nb.constData(), &sb) == 0 && sa.st_dev == sb.st_dev &&
            sa.st_ino == sb.st_ino;

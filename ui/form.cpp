@@ -8,8 +8,8 @@
 #include "ui/uifont.h"
 
 #include <QAbstractButton>
-#include <QAction>
 #include <QAbstractSpinBox>
+#include <QAction>
 #include <QCloseEvent>
 #include <QComboBox>
 #include <QHBoxLayout>

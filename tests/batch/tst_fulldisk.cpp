@@ -26,8 +26,7 @@ QByteArray readAll(const QString& path)
 
 } // namespace
 
-class TstFullDisk : public QObject
-{
+class TstFullDisk : public QObject {
     Q_OBJECT
 private slots:
     void initTestCase();
@@ -82,14 +81,18 @@ void TstFullDisk::exportOnFullDisk_data()
     const QStringList range{"--from-date", "20000101", "--to-date", "20991231"};
     QTest::newRow("billing files") << (QStringList{"--yes", "export-billing", "--dir", dir} + range)
                                    << QStringList{"顧客一括登録.txt", "請求一括登録.txt"} << "cflag"
-                                   << "保存しました" << "出力済みに更新しますか";
+                                   << "保存しました"
+                                   << "出力済みに更新しますか";
     // one label kind each: the run without the limit marks the orders of its kind
     const QStringList shipping{"--yes", "export-shipping", "--file", dir + "/icat.csv", "--kind"};
-    QTest::newRow("I-CAT file overwritten") << (shipping + QStringList{"9"} + range) << QStringList{"icat.csv"}
-                                            << "oflag" << "保存しました" << "送り状印刷済みに更新しますか";
-    QTest::newRow("I-CAT file appended to") << (shipping + QStringList{"10", "--append"} + range)
-                                            << QStringList{"icat.csv"} << "oflag" << "保存しました"
-                                            << "送り状印刷済みに更新しますか";
+    QTest::newRow("I-CAT file overwritten")
+        << (shipping + QStringList{"9"} + range) << QStringList{"icat.csv"} << "oflag"
+        << "保存しました"
+        << "送り状印刷済みに更新しますか";
+    QTest::newRow("I-CAT file appended to")
+        << (shipping + QStringList{"10", "--append"} + range) << QStringList{"icat.csv"} << "oflag"
+        << "保存しました"
+        << "送り状印刷済みに更新しますか";
 }
 
 void TstFullDisk::exportOnFullDisk()
