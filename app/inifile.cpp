@@ -2,11 +2,13 @@
 
 #include "app/cp932.h"
 #include "app/home.h"
+#include "app/outputfile.h"
 #include "app/runtimeerror.h"
 
 #include <QFile>
 #include <QList>
-#include <QSaveFile>
+
+#include <unistd.h>
 
 namespace pel {
 namespace {
@@ -14,14 +16,21 @@ namespace {
 // The file as byte lines; lines we do not write keep their bytes exactly.
 struct Lines {
     QList<QByteArray> raw;
+    bool readable = true; // false: the file is there but could not be read whole
 
     static Lines read(const QString& path)
     {
         Lines l;
         QFile f(path);
-        if (!f.open(QIODevice::ReadOnly))
+        if (!f.open(QIODevice::ReadOnly)) {
+            l.readable = !f.exists();
             return l;
+        }
         const QByteArray all = f.readAll();
+        if (f.error() != QFileDevice::NoError) {
+            l.readable = false;
+            return l;
+        }
         qsizetype start = 0;
         while (start < all.size()) {
             qsizetype nl = all.indexOf('\n', start);
@@ -149,6 +158,8 @@ long fnPutIni(const QString& section, const QString& key, const QString& value, 
     if (!entry || !header)
         return 0;
     Lines l = Lines::read(file);
+    if (!l.readable)
+        return 0; // written back from what could be read, the other settings would be lost
     qsizetype end = 0;
     const qsizetype begin = findSection(l, section, &end);
     if (begin < 0) {
@@ -177,15 +188,15 @@ long fnPutIni(const QString& section, const QString& key, const QString& value, 
         text += line + "\r\n";
     // Replaced through a temporary file; in place where the folder takes no new file but the file may be written
     // (a read-only or immutable folder, some shares).
-    QSaveFile out(file);
-    if (out.open(QIODevice::WriteOnly)) {
-        out.write(text);
-        return out.commit() ? 1 : 0;
-    }
+    OutputFile out(file);
+    if (out.open())
+        return out.write(text) && out.commit() ? 1 : 0;
     QFile direct(file);
     if (!direct.open(QIODevice::WriteOnly | QIODevice::Truncate))
         return 0;
-    return direct.write(text) == text.size() && direct.flush() ? 1 : 0;
+    const bool written = direct.write(text) == text.size() && direct.flush() && ::fsync(direct.handle()) == 0;
+    direct.close();
+    return written && direct.error() == QFileDevice::NoError ? 1 : 0;
 }
 
 long fnGetIniInt(const QString& section, const QString& key, long defaultValue, const QString& file)

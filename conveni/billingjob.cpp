@@ -5,10 +5,10 @@
 #include "app/db/retry.h"
 #include "app/home.h"
 #include "app/oplog.h"
+#include "app/outputfile.h"
 #include "ui/textrules.h"
 
 #include <QDate>
-#include <QFile>
 #include <QHash>
 #include <QSet>
 
@@ -34,8 +34,7 @@ public:
     };
 
     explicit BillingFile(const QString& path) : file_(path) {}
-    bool open() { return file_.open(QIODevice::WriteOnly | QIODevice::Truncate); }
-    void close() { file_.close(); }
+    OutputFile& file() { return file_; }
 
     void write(const QString& denno, const QList<Field>& fields, bool trailingComma, QList<Unencodable>& unencodable,
                QSet<QString>& reported)
@@ -59,12 +58,12 @@ public:
         *out++ = QLatin1Char('\n');
         const QString& line = line_;
         if (std::optional<QByteArray> bytes = Cp932::encode(line)) {
-            file_.write(*bytes);
+            (void)file_.write(*bytes); // a failure is kept by the file and seen after the order
             return;
         }
         for (const Field& f : fields)
             report(denno, f, unencodable, reported);
-        file_.write(Cp932::encodeLossy(line));
+        (void)file_.write(Cp932::encodeLossy(line));
     }
 
 private:
@@ -82,7 +81,7 @@ private:
         }
     }
 
-    QFile file_;
+    OutputFile file_;
     QString line_;
 };
 
@@ -285,15 +284,33 @@ BillingResult BillingJob::run(const BillingRequest& request, Interaction& ui)
     for (const QString& name : fileNames(request.agency)) {
         result.files << joinPath(*folder, name);
         files.push_back(std::make_unique<BillingFile>(result.files.last()));
-        if (!files.back()->open()) {
-            for (auto& f : files)
-                f->close();
+        if (!files.back()->file().open()) {
+            ui.msg(QStringLiteral("ファイルエラー"));
             return finish(BillingResult::Outcome::OpenFailed);
         }
     }
+    // Every file flushed before any is put in place: a failure leaves all the existing files as they were.
     const auto closeAll = [&] {
         for (auto& f : files)
-            f->close();
+            if (!f->file().flush()) {
+                ui.messageBox(f->file().failureText(), mb::OkOnly | mb::Exclamation);
+                return false;
+            }
+        for (auto& f : files)
+            if (!f->file().commit()) {
+                ui.messageBox(f->file().failureText(), mb::OkOnly | mb::Exclamation);
+                return false;
+            }
+        return true;
+    };
+    // A write that failed ends the run before the next order; nothing is put in place.
+    const auto writeFailed = [&] {
+        for (auto& f : files)
+            if (!f->file().error().isEmpty()) {
+                ui.messageBox(f->file().failureText(), mb::OkOnly | mb::Exclamation);
+                return true;
+            }
+        return false;
     };
 
     QStringList written;
@@ -310,7 +327,8 @@ BillingResult BillingJob::run(const BillingRequest& request, Interaction& ui)
     for (rs.moveFirst(); !rs.eof(); rs.moveNext()) {
         ui.yieldOnce();
         if (ui.cancelRequested()) {
-            closeAll();
+            // the files so far stay, as the run always left them
+            if (!closeAll()) return finish(BillingResult::Outcome::FileError);
             ui.messageBox(kAborted, mb::Information);
             if (!result.unencodable.isEmpty()) ui.messageBox(unencodableMessage(result.unencodable), mb::Exclamation);
             return finish(BillingResult::Outcome::Aborted);
@@ -426,9 +444,10 @@ BillingResult BillingJob::run(const BillingRequest& request, Interaction& ui)
                                  {stax}},
                                 true, result.unencodable, reported);
         }
+        if (writeFailed()) return finish(BillingResult::Outcome::FileError);
         result.written = static_cast<int>(written.size());
     }
-    closeAll();
+    if (!closeAll()) return finish(BillingResult::Outcome::FileError);
     opeLog(kCaption, 5);
     ui.msg(QStringLiteral("ＣＳＶ出力"));
     if (!result.unencodable.isEmpty()) ui.messageBox(unencodableMessage(result.unencodable), mb::Exclamation);

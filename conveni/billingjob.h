@@ -33,7 +33,8 @@ struct Unencodable {
 };
 
 struct BillingResult {
-    enum class Outcome { NoOrders, Declined, NoFolder, OpenFailed, Aborted, Written };
+    // FileError: a file could not be written to its end; nothing was put in place or marked
+    enum class Outcome { NoOrders, Declined, NoFolder, OpenFailed, Aborted, FileError, Written };
     Outcome outcome = Outcome::NoOrders;
     int count = 0;     // orders selected
     QString folder;    // the folder chosen (the one to remember)

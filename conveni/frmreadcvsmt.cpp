@@ -5,11 +5,12 @@
 #include "ui/dateentry.h"
 #include "ui/forminteraction.h"
 
-#include <QCloseEvent>
 #include <QComboBox>
 #include <QDate>
 #include <QDateEdit>
 #include <QDesktopServices>
+#include <QEvent>
+#include <QFileInfo>
 #include <QGridLayout>
 #include <QGroupBox>
 #include <QHeaderView>
@@ -204,22 +205,6 @@ void frmReadCVSMT::changeEvent(QEvent* event)
     Form::changeEvent(event);
     if (event->type() == QEvent::ActivationChange && isActiveWindow() && closeAtActivation_)
         QTimer::singleShot(0, this, &QWidget::close);
-}
-
-void frmReadCVSMT::closeEvent(QCloseEvent* event)
-{
-    // a run under way keeps the screen (and its connection) until it ends
-    if (job_->busy()) {
-        event->ignore();
-        return;
-    }
-    Form::closeEvent(event);
-}
-
-void frmReadCVSMT::reject()
-{
-    if (!job_->busy())
-        Form::reject();
 }
 
 void frmReadCVSMT::dateKindChanged(int index)

@@ -59,8 +59,6 @@ protected:
     void onLoad() override;
     void readSettings() override;
     void writeSettings() override;
-    void closeEvent(QCloseEvent* event) override;
-    void reject() override;
     void changeEvent(QEvent* event) override;
 
 private:

@@ -3,6 +3,7 @@
 #include "app/db/dbglobals.h"
 #include "app/inifile.h"
 #include "app/oplog.h"
+#include "app/outputfile.h"
 #include "app/runtimeerror.h"
 #include "app/startup.h"
 #include "conveni/layouts.h"
@@ -124,6 +125,7 @@ PaymentImportJob::Result PaymentImportJob::run(const Input& input)
         return Result::Refused;
     busy_ = true;
     cancelled_ = false;
+    backupFailed_ = false;
     inTransaction_ = false;
     rows_ = 0;
     lineCount_ = 0;
@@ -140,7 +142,7 @@ PaymentImportJob::Result PaymentImportJob::run(const Input& input)
         pass1();
         pass2();
         finish();
-        result = cancelled_ ? Result::Cancelled : Result::Done;
+        result = cancelled_ ? Result::Cancelled : backupFailed_ ? Result::BackupFailed : Result::Done;
     } catch (const Stop&) {
         result = Result::Refused;
     } catch (const Failure& f) {
@@ -385,15 +387,23 @@ void PaymentImportJob::finish()
         return;
     }
     ui_->messageBox(totals_[0] + QStringLiteral("件の入金処理をしました"), mb::OkOnly | mb::Information, kProductTitle);
-    if (!appendReadMark(in_.fileName))
+    if (!appendReadMark(in_.fileName)) {
         ui_->msg(QStringLiteral("ファイルエラー"));
+        backupFailed_ = true;
+    }
     ui_->yieldOnce();
     if (ui_->messageBox(QStringLiteral("読込データをバックアップしますか？"), mb::YesNo | mb::Information,
                         QStringLiteral("読込データバックアップ確認")) == answer::Yes) {
+        // an earlier backup of the same name is replaced only by a whole copy
         const QString target = backupName(in_.fileName, QDateTime::currentDateTime());
-        QFile::remove(target);
-        if (!QFile::copy(in_.fileName, target))
+        QString reason;
+        if (sameFile(in_.fileName, target)) {
             ui_->msg(QStringLiteral("ファイルエラー"));
+            backupFailed_ = true;
+        } else if (!copyFileSafely(in_.fileName, target, &reason)) {
+            ui_->messageBox(writeFailureText(target, reason), mb::OkOnly | mb::Exclamation, kProductTitle);
+            backupFailed_ = true;
+        }
     }
     ui_->yieldOnce();
 }

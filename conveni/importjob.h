@@ -22,6 +22,7 @@ public:
         Done,      // every record handled, the file marked as read
         Cancelled, // stopped by the user part-way: what was posted stays, the file is not marked
         Failed,    // an engine or file error part-way: the run's transaction rolled back, the file not marked
+        BackupFailed, // every record handled, but the read mark or the backup asked for could not be written
     };
     enum DateKind { RecordDate = 0, ScreenDate = 1 }; // 収納日, 画面指定
 
@@ -101,6 +102,7 @@ private:
     qint64 lineCount_ = 0;
     int checkWait_ = -1;
     bool cancelled_ = false;
+    bool backupFailed_ = false;
 };
 
 } // namespace pel

@@ -1,5 +1,7 @@
 #include "conveni/rptcvsmtprint.h"
 
+#include "app/outputfile.h"
+
 #include <QAction>
 #include <QDialog>
 #include <QFontMetricsF>
@@ -144,11 +146,19 @@ int rptCVSMTPrint::render(QPagedPaintDevice* device) const
 
 bool rptCVSMTPrint::savePdf(const QString& path) const
 {
-    QPdfWriter pdf(path);
-    pdf.setResolution(300);
-    pdf.setTitle(data_.title);
-    pdf.setCreator(QStringLiteral("pel008"));
-    return render(&pdf) > 0;
+    // drawn into a file beside it and put in place only when every byte reached the disk
+    OutputFile out(path);
+    if (!out.open())
+        return false;
+    {
+        QPdfWriter pdf(out.device());
+        pdf.setResolution(300);
+        pdf.setTitle(data_.title);
+        pdf.setCreator(QStringLiteral("pel008"));
+        if (render(&pdf) <= 0)
+            return false;
+    }
+    return out.commit();
 }
 
 void rptCVSMTPrint::print(QWidget* parent) const

@@ -2,9 +2,9 @@
 
 #include "app/cp932.h"
 #include "app/oplog.h"
+#include "app/outputfile.h"
 #include "ui/textrules.h"
 
-#include <QFile>
 #include <QFileInfo>
 #include <QHash>
 #include <QRegularExpression>
@@ -325,19 +325,27 @@ IcatExportJob::Result IcatExportJob::run(const Input& in, Interaction& ui)
                       mb::Information | mb::YesNo, QStringLiteral("確認")) != answer::Yes)
         return unlock(Outcome::Refused);
 
-    QIODevice::OpenMode mode = QIODevice::WriteOnly | QIODevice::Truncate;
+    OutputFile::Mode mode = OutputFile::Mode::Replace;
     if (QFileInfo(in.file).isFile()) {
         const int a = ui.messageBox(QStringLiteral("ファイル <") + in.file + QStringLiteral("> が存在します。") +
                                         QStringLiteral("\r\nデータを上書しますか？\r\nはい:上書 いいえ:追加"),
                                     mb::Question | mb::YesNoCancel, QStringLiteral("確認"));
         if (a == answer::No)
-            mode = QIODevice::WriteOnly | QIODevice::Append;
+            mode = OutputFile::Mode::Append;
         else if (a != answer::Yes)
             return unlock(Outcome::Abandoned);
     }
-    // A file that cannot be opened (a missing folder) writes nothing; the run goes on all the same.
-    QFile file(in.file);
-    const bool open = file.open(mode);
+    // Written beside the file and put in place at the end: a failed run leaves an existing file as it was. A file
+    // that cannot be written ends the run before anything is marked.
+    OutputFile file(in.file);
+    if (!file.open(mode)) {
+        ui.msg(QStringLiteral("ファイルエラー"));
+        return unlock(Outcome::FileError);
+    }
+    const auto failed = [&] {
+        ui.messageBox(file.failureText(), mb::OkOnly | mb::Exclamation, kProductTitle);
+        return unlock(Outcome::FileError);
+    };
 
     std::vector<qint64> exported;
     exported.reserve(static_cast<size_t>(r.count));
@@ -351,18 +359,22 @@ IcatExportJob::Result IcatExportJob::run(const Input& in, Interaction& ui)
     QString buffer;
     for (rs.moveFirst(); !rs.eof(); rs.moveNext()) {
         // the flag stays set after a No, so the question comes again before every following order
-        if (ui.cancelRequested() && ui.msg(QStringLiteral("処理中止"), QString(), true) == answer::Yes)
+        if (ui.cancelRequested() && ui.msg(QStringLiteral("処理中止"), QString(), true) == answer::Yes) {
+            // the lines so far stay, as a stopped run always left them
+            if (!file.commit()) return failed();
             return unlock(Outcome::Stopped);
+        }
         const QStringList fields = lineFields(rs, columns, shop, dates);
         const qint64 denno = fields[1].toLongLong();
         QByteArray line = encodeLine(fields, denno, r.unencodable, buffer);
         line += "\r\n";
-        if (open && file.write(line) == line.size()) ++r.written;
+        if (!file.write(line)) return failed();
+        ++r.written;
         exported.push_back(denno);
         ui.yieldOnce();
     }
     r.exported = static_cast<qint64>(exported.size());
-    file.close();
+    if (!file.commit()) return failed();
     ui.msg(QStringLiteral("ＣＳＶ出力"));
     if (!r.unencodable.isEmpty()) ui.messageBox(unencodableReport(r.unencodable), mb::Exclamation, kProductTitle);
 

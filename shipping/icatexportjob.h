@@ -49,6 +49,7 @@ public:
         Refused,   // the count question answered No
         Abandoned, // the overwrite question cancelled
         Stopped,   // F6 confirmed before a record
+        FileError, // the file could not be written to its end: nothing put in place, nothing marked
         Done,      // the completion message was shown
     };
     struct Result {

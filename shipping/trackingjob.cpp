@@ -2,6 +2,7 @@
 
 #include "app/cp932.h"
 #include "app/oplog.h"
+#include "app/outputfile.h"
 #include "app/startup.h"
 
 #include <QFile>
@@ -52,13 +53,17 @@ TrackingImportJob::Result TrackingImportJob::run(const QString& input, const QSt
         ui.msg(QStringLiteral("ファイルエラー"));
         return unlock(Outcome::InputError);
     }
-    // created anew by every run, also when no line is rejected
-    QFile log(errorLog);
-    if (errorLog.isEmpty() || !log.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+    // created anew by every run, also when no line is rejected; never over the file being read
+    OutputFile log(errorLog);
+    if (errorLog.isEmpty() || sameFile(input, errorLog) || !log.open()) {
         in.close();
         ui.msg(QStringLiteral("ファイルエラー"));
         return unlock(Outcome::LogError);
     }
+    const auto logFailed = [&] {
+        ui.messageBox(log.failureText(), mb::OkOnly | mb::Exclamation, kProductTitle);
+        return unlock(Outcome::LogError);
+    };
 
     static const QByteArray kRejected = *Cp932::encode(u"【受注伝票なし】,");
     Values values;
@@ -86,14 +91,18 @@ TrackingImportJob::Result TrackingImportJob::run(const QString& input, const QSt
         }
         if (!found) {
             // the line as it was read, byte for byte
-            log.write(kRejected + line + "\r\n");
+            if (!log.write(kRejected + line + "\r\n")) return logFailed();
             ++r.rejected;
         }
         ui.yieldOnce();
-        if (ui.cancelRequested()) return unlock(Outcome::Stopped);
+        if (ui.cancelRequested()) {
+            // the lines logged so far stay, as a stopped run always left them
+            if (!log.commit()) return logFailed();
+            return unlock(Outcome::Stopped);
+        }
     }
     in.close();
-    log.close();
+    if (!log.commit()) return logFailed();
     ui.yieldOnce();
     if (r.rejected == 0)
         ui.messageBox(QStringLiteral("正常に終了しました"), mb::Information, QStringLiteral("終了"));

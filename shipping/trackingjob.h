@@ -18,7 +18,7 @@ public:
 
     enum class Outcome {
         InputError, // the result file cannot be opened ("ファイルエラー")
-        LogError,   // the error log cannot be created ("ファイルエラー")
+        LogError,   // the error log cannot be created ("ファイルエラー"), is the result file itself, or could not be written
         Stopped,    // F6 confirmed
         Done,       // the closing message was shown
     };

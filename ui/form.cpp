@@ -4,10 +4,13 @@
 #include "app/home.h"
 #include "app/inifile.h"
 #include "app/oplog.h"
+#include "ui/forminteraction.h"
 #include "ui/uifont.h"
 
 #include <QAbstractButton>
 #include <QAbstractSpinBox>
+#include <QAction>
+#include <QCloseEvent>
 #include <QComboBox>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -78,6 +81,50 @@ void Form::done(int result)
 {
     unload();
     QDialog::done(result);
+}
+
+void Form::runStarted(FormInteraction* run)
+{
+    run_ = run;
+    closeAfterRun_ = false;
+}
+
+void Form::runEnded()
+{
+    run_ = nullptr;
+    if (closeAfterRun_) {
+        closeAfterRun_ = false;
+        // after the run's own code has returned to the event loop
+        QTimer::singleShot(0, this, &QWidget::close);
+    }
+}
+
+void Form::closeEvent(QCloseEvent* event)
+{
+    if (run_) {
+        event->ignore();
+        reject();
+        return;
+    }
+    QDialog::closeEvent(event);
+}
+
+void Form::reject()
+{
+    if (!run_) {
+        QDialog::reject();
+        return;
+    }
+    if (closeAfterRun_)
+        return;
+    // F6 enabled during the run is the screen's stop: asked as F6 asks
+    const QAction* f6 = toolbar_ ? toolbar_->button(QStringLiteral("F6")) : nullptr;
+    if (f6 && f6->isEnabled() && actions_.contains(QStringLiteral("F6"))) {
+        run_->requestCancel();
+        if (!run_ || !run_->cancelRequested())
+            return;
+    }
+    closeAfterRun_ = true;
 }
 
 QPushButton* Form::addActionRow(QBoxLayout* outer, const QString& name, const QString& caption, const QString& tip,

@@ -13,11 +13,14 @@
 #include <functional>
 
 class QBoxLayout;
+class QCloseEvent;
 class QLabel;
 class QPushButton;
 class QVBoxLayout;
 
 namespace pel {
+
+class FormInteraction;
 
 class Form : public QDialog {
     Q_OBJECT
@@ -48,6 +51,14 @@ public:
     void setIdle(const QString& idleMask);
     bool busy() const { return busy_; }
 
+    // A run of the screen starts and ends (its interaction's lock). While it runs, a close (title-bar button, Alt+F4,
+    // reject()) does not unload the screen under it: where F6 stops the run, "処理中止" is asked and a Yes stops it;
+    // otherwise the close waits. The screen then closes once the run has ended.
+    void runStarted(FormInteraction* run);
+    void runEnded();
+    bool running() const { return run_ != nullptr; }
+    void reject() override;
+
 protected:
     // The area under the toolbar where the screen puts its controls.
     QWidget* body() const { return body_; }
@@ -76,6 +87,7 @@ protected:
     virtual void writeSettings() {}
 
     void showEvent(QShowEvent* event) override;
+    void closeEvent(QCloseEvent* event) override;
 
     clsDbClass mclsDb;
     clsKeyDown mclsKeyDown;
@@ -90,6 +102,8 @@ private:
     QHash<QString, std::function<void()>> actions_;
     QList<QPair<QPointer<QWidget>, bool>> enabledBeforeBusy_; // each input and its own enabled flag
     bool busy_ = false;
+    FormInteraction* run_ = nullptr;
+    bool closeAfterRun_ = false;
     bool loaded_ = false;
     bool unloaded_ = false;
 };

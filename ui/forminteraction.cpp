@@ -30,12 +30,16 @@ void FormInteraction::lock(bool on)
     if (on) {
         cancel_ = false;
         QApplication::setOverrideCursor(Qt::WaitCursor);
-        if (form_)
+        if (form_) {
             form_->setBusy(busyMask_);
+            form_->runStarted(this);
+        }
     } else {
         QApplication::restoreOverrideCursor();
-        if (form_)
+        if (form_) {
             form_->setIdle(idleMask_);
+            form_->runEnded();
+        }
     }
 }
 

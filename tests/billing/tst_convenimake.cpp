@@ -81,6 +81,8 @@ private slots:
     void markingRolledBack();
     void controlsAfterRun_data();
     void controlsAfterRun();
+    void closeDuringRun_data();
+    void closeDuringRun();
 
 private:
     std::unique_ptr<test::TestHome> home_;
@@ -288,6 +290,46 @@ void ConveniMakeTest::controlsAfterRun()
     o.form.cmdFile->click();
     QVERIFY(dialogs.done());
     QCOMPARE(test::enabledState(&o.form), before);
+}
+
+void ConveniMakeTest::closeDuringRun_data()
+{
+    QTest::addColumn<bool>("titleBar"); // the title-bar button (a close event), else reject()
+    QTest::addColumn<int>("stop");      // the answer to "処理中止"
+    QTest::newRow("title bar, stopped") << true << int(answer::Yes);
+    QTest::newRow("title bar, not stopped") << true << int(answer::No);
+    QTest::newRow("reject, stopped") << false << int(answer::Yes);
+}
+
+void ConveniMakeTest::closeDuringRun()
+{
+    QFETCH(bool, titleBar);
+    QFETCH(int, stop);
+    test::ActingDialogs dialogs;
+    Opened o;
+    o.range(QStringLiteral("20240101"), QStringLiteral("20240131"), QStringLiteral("1"), QStringLiteral("99999999"));
+    dialogs.atYield = 3; // after the first order
+    dialogs.action = [&] { titleBar ? (void)o.form.close() : o.form.reject(); };
+    dialogs.expect(QStringLiteral("該当件数は、4件です。作成しますか？"), answer::Yes);
+    dialogs.expectFolder(out_->path());
+    dialogs.expect(test::catalogueText(QStringLiteral("処理中止")), stop);
+    if (stop == answer::Yes) {
+        dialogs.expect(QStringLiteral("中止しました。"), answer::Ok);
+    } else {
+        dialogs.expect(test::catalogueText(QStringLiteral("ＣＳＶ出力")), answer::Ok);
+        dialogs.expect(kMark, answer::Yes);
+    }
+    o.form.cmdFile->click();
+    QVERIFY(dialogs.done());
+    // the run kept its screen and connection to its end
+    QVERIFY(o.form.isVisible());
+    QCOMPARE(home_->scalar(QStringLiteral("select sum(cflag) from jyuden where denno <= 104")),
+             stop == answer::Yes ? QStringLiteral("0") : QStringLiteral("4"));
+    QFile customers(out_->filePath(QStringLiteral("顧客一括登録.txt")));
+    QVERIFY(customers.open(QIODevice::ReadOnly));
+    QCOMPARE(customers.readAll().count("\r\n"), stop == answer::Yes ? 1 : 4);
+    QCoreApplication::processEvents();
+    QCOMPARE(o.form.isVisible(), stop != answer::Yes);
 }
 
 QTEST_MAIN(ConveniMakeTest)

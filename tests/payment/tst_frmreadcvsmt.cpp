@@ -42,10 +42,25 @@ private slots:
     void fileChoice();
     void controlsAfterRun_data();
     void controlsAfterRun();
+    void closeDuringRun_data();
+    void closeDuringRun();
 
 private:
+    // MT.txt of the basic fixed-width records, and a wait before each payment check that keeps a run going
+    bool slowRunOfFwBasic();
     std::unique_ptr<TestHome> home_;
 };
+
+bool ReadCvsMtTest::slowRunOfFwBasic()
+{
+    QFile ini(home_->file(QStringLiteral("mirabo.ini")));
+    if (!ini.open(QIODevice::ReadOnly))
+        return false;
+    const QByteArray settings = ini.readAll().replace("CheckWait=0", "CheckWait=300");
+    ini.close();
+    return writeBytes(ini.fileName(), settings) &&
+           writeBytes(home_->file(QStringLiteral("MT.txt")), cp932Lines(fwBasic()));
+}
 
 void ReadCvsMtTest::init()
 {
@@ -116,18 +131,12 @@ void ReadCvsMtTest::importByF5()
 void ReadCvsMtTest::busyReentryAndF6()
 {
     // a wait before each check keeps the run going while F5 and F6 are pressed
-    QFile ini(home_->file(QStringLiteral("mirabo.ini")));
-    QVERIFY(ini.open(QIODevice::ReadOnly));
-    const QByteArray settings = ini.readAll().replace("CheckWait=0", "CheckWait=300");
-    ini.close();
-    QVERIFY(writeBytes(ini.fileName(), settings));
-    const QString path = home_->file(QStringLiteral("MT.txt"));
-    QVERIFY(writeBytes(path, cp932Lines(fwBasic())));
+    QVERIFY(slowRunOfFwBasic());
     ScriptedDialogs d;
     frmReadCVSMT form;
     form.load();
     form.show();
-    form.txtFname->setText(path);
+    form.txtFname->setText(home_->file(QStringLiteral("MT.txt")));
     d.expect(QStringLiteral("作業を開始しますか？"), answer::Yes);
     d.expect(QStringLiteral("処理を中止します"), answer::Yes);
     // F6 while the second record waits for its check: that record is still posted, the third is not begun
@@ -151,6 +160,55 @@ void ReadCvsMtTest::busyReentryAndF6()
     QVERIFY(!form.job().busy());
     QVERIFY(form.cmdOK->isEnabled());
     QCOMPARE(home_->scalar("select count(*) from inmoney"), QStringLiteral("3"));
+}
+
+void ReadCvsMtTest::closeDuringRun_data()
+{
+    QTest::addColumn<bool>("titleBar"); // the title-bar button (a close event), else reject()
+    QTest::addColumn<int>("stop");      // the answer to "処理中止"
+    QTest::newRow("title bar, stopped") << true << int(answer::Yes);
+    QTest::newRow("title bar, not stopped") << true << int(answer::No);
+    QTest::newRow("reject, stopped") << false << int(answer::Yes);
+}
+
+void ReadCvsMtTest::closeDuringRun()
+{
+    QFETCH(bool, titleBar);
+    QFETCH(int, stop);
+    // a wait before each check keeps the run going while the screen is closed
+    QVERIFY(slowRunOfFwBasic());
+    ScriptedDialogs d;
+    frmReadCVSMT form;
+    form.load();
+    form.show();
+    form.txtFname->setText(home_->file(QStringLiteral("MT.txt")));
+    d.expect(QStringLiteral("作業を開始しますか？"), answer::Yes);
+    d.expect(QStringLiteral("処理を中止します"), stop);
+    if (stop == answer::Yes) {
+        d.expect(QStringLiteral("処理を中止しました。\r\n2件の入金処理をしました"), answer::Ok);
+    } else {
+        d.expect(QStringLiteral("4件の入金処理をしました"), answer::Ok);
+        d.expect(QStringLiteral("読込データをバックアップしますか？"), answer::No);
+    }
+    bool closed = false;
+    QTimer poll;
+    QObject::connect(&poll, &QTimer::timeout, &form, [&] {
+        if (closed || form.ListView->topLevelItemCount() < 1)
+            return;
+        closed = true;
+        titleBar ? (void)form.close() : form.reject();
+    });
+    poll.start(20);
+    form.cmdOK_Click();
+    poll.stop();
+    QVERIFY(closed);
+    QVERIFY(d.done());
+    // the run kept its screen and connection to its end
+    QVERIFY(form.isVisible());
+    QCOMPARE(home_->scalar("select count(*) from inmoney"), stop == answer::Yes ? QStringLiteral("3")
+                                                                                 : QStringLiteral("5"));
+    QCoreApplication::processEvents();
+    QCOMPARE(form.isVisible(), stop != answer::Yes);
 }
 
 void ReadCvsMtTest::reportGroups_data()

@@ -93,7 +93,7 @@ private slots:
     void existingFile_data();
     void existingFile();
     void nothingToExport();
-    void missingFolderStillOffersMarking();
+    void missingFolderMarksNothing();
     void cancelAskedBeforeEveryRecord();
     void moreOrdersThanSixteenBits();
 
@@ -367,24 +367,19 @@ void IcatExportTest::nothingToExport()
     QCOMPARE(flagged(), QStringLiteral("106"));
 }
 
-void IcatExportTest::missingFolderStillOffersMarking()
+void IcatExportTest::missingFolderMarksNothing()
 {
     const QString path = home_->file(QStringLiteral("no such folder/icat.csv"));
+    const QString before = flagged();
     test::ScriptedDialogs dialogs;
     dialogs.expect(kCount5, answer::Yes);
-    dialogs.expect(catalogue("ＣＳＶ出力"), answer::Ok);
-    dialogs.expect(IcatExportJob::unencodableReport({{104, 8, QStringLiteral("𠮷"), 0x20BB7},
-                                                     {104, 18, QStringLiteral("𠮷"), 0x20BB7},
-                                                     {104, 31, QStringLiteral("🍣"), 0x1F363}}),
-                   answer::Ok);
-    dialogs.expect(kMark, answer::Yes);
+    dialogs.expect(catalogue("ファイルエラー"), answer::Ok);
     const auto r = run(input(path));
     QVERIFY(dialogs.done());
-    QCOMPARE(int(r.outcome), int(IcatExportJob::Outcome::Done));
+    QCOMPARE(int(r.outcome), int(IcatExportJob::Outcome::FileError));
     QCOMPARE(r.written, 0);
-    QCOMPARE(r.exported, 5);
     QVERIFY(!QFile::exists(path));
-    QCOMPARE(flagged(), QStringLiteral("101 102 103 104 106 110"));
+    QCOMPARE(flagged(), before);
 }
 
 void IcatExportTest::cancelAskedBeforeEveryRecord()

@@ -91,6 +91,8 @@ private slots:
     void makeControlsAfterRun();
     void readControlsAfterRun_data();
     void readControlsAfterRun();
+    void closeDuringRun_data();
+    void closeDuringRun();
 
 private:
     std::unique_ptr<test::TestHome> home_;
@@ -423,6 +425,63 @@ void ShippingFormsTest::readControlsAfterRun()
     f.cmdRead_Click();
     QVERIFY(dialogs.done());
     QCOMPARE(test::enabledState(&f), before);
+}
+
+void ShippingFormsTest::closeDuringRun_data()
+{
+    QTest::addColumn<bool>("import"); // frmICatRead, else frmICatMake
+    QTest::addColumn<bool>("titleBar"); // the title-bar button (a close event), else reject()
+    QTest::newRow("export, title bar") << false << true;
+    QTest::newRow("export, reject") << false << false;
+    QTest::newRow("import, title bar") << true << true;
+    QTest::newRow("import, reject") << true << false;
+}
+
+void ShippingFormsTest::closeDuringRun()
+{
+    QFETCH(bool, import);
+    QFETCH(bool, titleBar);
+    const QString in = home_->file(QStringLiteral("result.csv"));
+    fnPutIni(QStringLiteral("I-CAT"), QStringLiteral("ReadFile"), in, iniPath());
+    fnPutIni(QStringLiteral("I-CAT"), QStringLiteral("ErrFile"), home_->file(QStringLiteral("err.txt")), iniPath());
+    QFile result(in);
+    QVERIFY(result.open(QIODevice::WriteOnly));
+    for (const char* denno : {"101", "102", "103"}) {
+        QStringList f46(46);
+        f46[1] = QString::fromLatin1(denno);
+        result.write(f46.join(QLatin1Char(',')).toLatin1() + ",41234567890" + denno[2] + "\r\n");
+    }
+    result.close();
+
+    YieldingDialogs dialogs;
+    frmICatMake make;
+    frmICatRead read;
+    Form& form = import ? static_cast<Form&>(read) : make;
+    form.load();
+    form.show();
+    make.dates->entry(0)->setYmd(20250301);
+    make.dates->entry(1)->setYmd(20250310);
+    // closed while the first order or line is handled
+    dialogs.onYield = [&](int n) {
+        if (n == 2) titleBar ? (void)form.close() : form.reject();
+    };
+    if (!import) dialogs.expect(QStringLiteral("該当件数は5件です。作成しますか？"), answer::Yes);
+    dialogs.expect(catalogue("処理中止"), answer::Yes);
+    if (!import) dialogs.expect(catalogue("処理中止"), answer::Yes); // the export asks again before the next order
+    import ? read.cmdRead->click() : make.cmdFile_Click();
+    QVERIFY(dialogs.done());
+    // the run kept its screen and connection to its end
+    QVERIFY(form.isVisible());
+    if (import) {
+        QCOMPARE(home_->scalar(QStringLiteral("SELECT okurino FROM jyuden WHERE denno = 101")),
+                 QStringLiteral("412345678901"));
+        QCOMPARE(home_->scalar(QStringLiteral("SELECT okurino FROM jyuden WHERE denno = 102")), QString());
+    } else {
+        QCOMPARE(fileLines(home_->file(QStringLiteral("icat.csv"))).size(), 1);
+        QCOMPARE(home_->scalar(QStringLiteral("SELECT count(*) FROM jyuden WHERE oflag = 1")), QStringLiteral("1"));
+    }
+    QCoreApplication::processEvents();
+    QVERIFY(!form.isVisible());
 }
 
 QTEST_MAIN(ShippingFormsTest)

@@ -9,6 +9,8 @@
 #include <QFile>
 #include <QTest>
 
+#include <unistd.h>
+
 using namespace pel;
 
 namespace {
@@ -177,28 +179,47 @@ void TrackingTest::import()
 
 void TrackingTest::filesThatCannotBeOpened_data()
 {
+    QTest::addColumn<QString>("log"); // the error log: a name in the home, "link" or "hard link" to the result file
     QTest::addColumn<bool>("inputMissing");
     QTest::addColumn<int>("outcome");
-    QTest::newRow("result file") << true << int(TrackingImportJob::Outcome::InputError);
-    QTest::newRow("error log") << false << int(TrackingImportJob::Outcome::LogError);
+    const int logError = int(TrackingImportJob::Outcome::LogError);
+    QTest::newRow("result file") << "e.txt" << true << int(TrackingImportJob::Outcome::InputError);
+    QTest::newRow("error log") << "no folder/e.txt" << false << logError;
+    QTest::newRow("error log is the result file") << "result.csv" << false << logError;
+    QTest::newRow("error log is the result file by another path") << "./result.csv" << false << logError;
+    QTest::newRow("error log is a link to the result file") << "link" << false << logError;
+    QTest::newRow("error log is a hard link to the result file") << "hard link" << false << logError;
 }
 
 void TrackingTest::filesThatCannotBeOpened()
 {
+    QFETCH(QString, log);
     QFETCH(bool, inputMissing);
     QFETCH(int, outcome);
     const QString in = home_->file(QStringLiteral("result.csv"));
     QVERIFY(writeFile(in, {resultLine("201", "412345678901")}));
+    const QByteArray before = cp932(resultLine("201", "412345678901")) + "\r\n";
+    QString logPath = home_->file(log);
+    if (log == QLatin1String("link")) {
+        logPath = home_->file(QStringLiteral("e.txt"));
+        QVERIFY(QFile::link(in, logPath));
+    } else if (log == QLatin1String("hard link")) {
+        logPath = home_->file(QStringLiteral("e.txt"));
+        QCOMPARE(::link(QFile::encodeName(in).constData(), QFile::encodeName(logPath).constData()), 0);
+    }
     test::ScriptedDialogs dialogs;
     dialogs.expect(fileError(), answer::Ok);
     test::RecordingInteraction ui;
     TrackingImportJob job(*db_);
-    const auto r = inputMissing ? job.run(home_->file(QStringLiteral("none.csv")), home_->file("e.txt"), ui)
-                                : job.run(in, home_->file(QStringLiteral("no folder/e.txt")), ui);
+    const auto r = inputMissing ? job.run(home_->file(QStringLiteral("none.csv")), logPath, ui)
+                                : job.run(in, logPath, ui);
     QVERIFY(dialogs.done());
     QCOMPARE(int(r.outcome), outcome);
     QCOMPARE(okurino().value(0), QString());
-    QCOMPARE(QFile::exists(home_->file("e.txt")), false);
+    if (log == QLatin1String("e.txt")) QCOMPARE(QFile::exists(logPath), false);
+    QFile result(in);
+    QVERIFY(result.open(QIODevice::ReadOnly));
+    QCOMPARE(result.readAll(), before); // the carrier's file is never cut
     QCOMPARE(ui.locks, (QList<bool>{true, false}));
 }
 

@@ -9,6 +9,7 @@
 #include <QString>
 #include <QStringList>
 #include <QTemporaryDir>
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -74,6 +75,19 @@ private:
     std::optional<QString> choice(Kind kind, const QString& what);
     QList<Step> steps_;
     DialogService* previous_;
+};
+
+// A script that also does something at one yield of a run (a key pressed, the screen closed).
+class ActingDialogs : public ScriptedDialogs {
+public:
+    std::function<void()> action;
+    int atYield = -1;
+    int yields = 0;
+    void processEvents() override
+    {
+        if (++yields == atYield && action)
+            action();
+    }
 };
 
 // A job's user as a test sees it: rows, progress and statuses recorded; cancel after a number of yields.

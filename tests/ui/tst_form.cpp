@@ -68,6 +68,7 @@ private slots:
     void loadBusyUnload();
     void jobOnTheScreen();
     void lockGivesBackEachControl();
+    void closeWaitsForARunWithoutF6();
 };
 
 void TstForm::loadBusyUnload()
@@ -177,6 +178,29 @@ void TstForm::lockGivesBackEachControl()
     // a container switched on later gives its box back: the lock did not switch the box off on its own
     group->setEnabled(true);
     QVERIFY(inGroup->isEnabled());
+}
+
+void TstForm::closeWaitsForARunWithoutF6()
+{
+    test::TestHome home;
+    QVERIFY2(home.ok(), qPrintable(home.error()));
+    QVERIFY(fnOpenDB(1));
+    test::ScriptedDialogs dialogs; // nothing is asked
+    SampleForm form;
+    form.load();
+    form.show();
+    FormInteraction ui(&form, QStringLiteral("0000-0000-0000"), QStringLiteral("1001-1000-0001"));
+    ui.lock(true);
+    form.close();
+    form.reject();
+    QCoreApplication::processEvents();
+    QVERIFY(form.isVisible());
+    QCOMPARE(home.scalar("select count(*) from operatlog where kubun=9"), QStringLiteral("0"));
+    ui.lock(false);
+    QCoreApplication::processEvents();
+    QVERIFY(!form.isVisible());
+    QCOMPARE(home.scalar("select count(*) from operatlog where kubun=9"), QStringLiteral("1"));
+    QVERIFY(dialogs.done());
 }
 
 QTEST_MAIN(TstForm)
