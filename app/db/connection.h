@@ -80,7 +80,8 @@ private:
     bool run(const QString& sql, const QVariantList& values, bool forwardOnly, QSqlQuery* q, QString* error);
     bool statement(const QString& sql, const QVariantList& values, QSqlQuery* q, QString* error);
     bool openSqliteFile(const QString& path, const QString& password, QString* error);
-    static void fetchAll(QSqlQuery& q, Fetched* out, bool withRowids);
+    // False with the engine's text when a row cannot be read: a result cut short is no result.
+    static bool fetchAll(QSqlQuery& q, Fetched* out, bool withRowids, QString* error);
     std::vector<FieldInfo> describe(const QString& text, const QStringList& names, int first, const QString& table);
     // SQLite and Jet: the statement through a prepared statement kept for its text; NotTaken when it does not
     // prepare cleanly (the driver's own path then runs it and reports the engine's error as always).

@@ -5,8 +5,10 @@
 #include "app/db/schema.h"
 #include "batch/jetfile.h"
 #include "jet/create.h"
+#include "jet/jet.h"
 #include "jet/tool.h"
 
+#include <QFile>
 #include <QRandomGenerator>
 #include <QSqlDatabase>
 #include <QSqlError>
@@ -116,6 +118,48 @@ TestHome::~TestHome()
     // a home made to replace this one has set the variable already
     if (qgetenv("PEL008_HOME") == dir_.path().toLocal8Bit())
         qputenv("PEL008_HOME", previousHome_);
+}
+
+DamagedJetRow::DamagedJetRow(const QString& file, const QString& table, int index) : file_(file)
+{
+    jet::Database db;
+    if (db.open(file.toStdString(), batch::kJetPassword) != jet::OK) {
+        error_ = QString::fromStdString(db.error());
+        return;
+    }
+    const jet::Table* t = db.table(table.toStdString());
+    if (!t || db.encoded()) {
+        error_ = QStringLiteral("no plain table ") + table;
+        return;
+    }
+    jet::Cursor c(db, *t);
+    jet::Status s = c.rewind();
+    for (int i = 0; i < index && s == jet::OK; ++i)
+        s = c.next();
+    if (s != jet::OK) {
+        error_ = QStringLiteral("no row %1 in ").arg(index) + table;
+        return;
+    }
+    const auto page = static_cast<qint64>(c.rowId() >> 8), row = static_cast<qint64>(c.rowId() & 0xFF);
+    at_ = page * static_cast<qint64>(jet::kPageSize) + 14 + 2 * row;
+    QFile f(file);
+    if (!f.open(QIODevice::ReadWrite) || !f.seek(at_) || (original_ = f.read(2)).size() != 2) {
+        error_ = f.errorString();
+        return;
+    }
+    // the row's start beyond the page: its bounds no longer hold
+    const char damaged[2] = {'\xFF', static_cast<char>((original_[1] & '\xC0') | '\x1F')};
+    if (!f.seek(at_) || f.write(damaged, 2) != 2 || !f.flush())
+        error_ = f.errorString();
+}
+
+DamagedJetRow::~DamagedJetRow()
+{
+    if (original_.size() != 2)
+        return;
+    QFile f(file_);
+    if (!f.open(QIODevice::ReadWrite) || !f.seek(at_) || f.write(original_) != 2 || !f.flush())
+        QTest::qFail("the damaged row could not be put back", __FILE__, __LINE__);
 }
 
 QString TestHome::file(const QString& name) const

@@ -47,6 +47,22 @@ private:
     QByteArray previousHome_;
 };
 
+// The row offset of one row (the index-th of a full scan) of a Jet table made unreadable for as long as this lives;
+// put back afterwards, so that the home's closing check finds the file whole.
+class DamagedJetRow {
+public:
+    DamagedJetRow(const QString& file, const QString& table, int index);
+    ~DamagedJetRow();
+    bool ok() const { return error_.isEmpty(); }
+    const QString& error() const { return error_; }
+
+private:
+    QString file_;
+    qint64 at_ = -1;
+    QByteArray original_;
+    QString error_;
+};
+
 class ScriptedDialogs : public DialogService {
 public:
     enum class Kind { Message, Folder, File };
