@@ -33,7 +33,8 @@ struct Unencodable {
 };
 
 struct BillingResult {
-    enum class Outcome { NoOrders, Declined, NoFolder, OpenFailed, Aborted, Written };
+    // ReadFailed: a statement failed; its text was shown, nothing is marked.
+    enum class Outcome { NoOrders, Declined, NoFolder, OpenFailed, ReadFailed, Aborted, Written };
     Outcome outcome = Outcome::NoOrders;
     int count = 0;     // orders selected
     QString folder;    // the folder chosen (the one to remember)

@@ -186,8 +186,10 @@ void PaymentImportJob::detect()
     }
     comma_ = d.comma;
     agency_ = d.agency;
-    if (!fnLoadCvsIni(agency_, comma_))
-        refuse(QStringLiteral("基本情報がありません"), mb::OkOnly | mb::Exclamation);
+    QString why;
+    if (!fnLoadCvsIni(agency_, comma_, &why))
+        refuse(why.isEmpty() ? QStringLiteral("基本情報がありません") : why,
+               why.isEmpty() ? mb::OkOnly | mb::Exclamation : mb::OkOnly | mb::Critical);
 }
 
 void PaymentImportJob::pass1()

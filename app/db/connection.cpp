@@ -67,12 +67,13 @@ int lockWaitMs()
     return ok && ms >= 0 ? ms : 250;
 }
 
+const QString mismatch = QStringLiteral("Data type mismatch in criteria expression.");
+const QString tooLong = QStringLiteral("The field is too small to accept the amount of data you attempted to add. "
+                                       "Try inserting or pasting less data.");
+
 // A value of the wrong kind or size is refused in the engine's words on every backend.
 QString engineText(const QString& t)
 {
-    static const QString mismatch = QStringLiteral("Data type mismatch in criteria expression.");
-    static const QString tooLong = QStringLiteral("The field is too small to accept the amount of data you attempted "
-                                                  "to add. Try inserting or pasting less data.");
     if (t.contains(QLatin1String("CHECK constraint failed"))) {
         if (t.contains(QLatin1String("typeof(")) || t.contains(QLatin1String("GLOB")))
             return mismatch;
@@ -283,6 +284,11 @@ bool isFileNotFound(const QString& error)
 QString unrecognisedFormat(const QString& path)
 {
     return QStringLiteral("Unrecognized database format '%1'.").arg(path);
+}
+
+bool isValueRefusal(const QString& error)
+{
+    return error == mismatch || error == tooLong || error.startsWith(QLatin1String("Syntax error (missing operator)"));
 }
 
 Connection::Connection() : name_(QStringLiteral("pel008-%1").arg(++gConnectionSerial)), dialect_(makeSqliteDialect()) {}

@@ -136,5 +136,8 @@ QString fileNotFound(const QString& path);
 bool isFileNotFound(const QString& error);
 // The error text of a failed open when the file is neither SQLite nor Jet 4.
 QString unrecognisedFormat(const QString& path);
+// True when a statement failed on a value it cannot take (one that breaks the statement, of the wrong kind or too
+// long) rather than on the database: the same statement would fail again whatever the database's state.
+bool isValueRefusal(const QString& error);
 
 } // namespace pel

@@ -95,6 +95,8 @@ private slots:
     void layoutValue_data();
     void layoutValue();
     void layoutLoad();
+    void layoutThatCannotBeRead_data();
+    void layoutThatCannotBeRead();
     void formats();
     void backupName();
 
@@ -394,6 +396,35 @@ void PaymentTest::agencyDetection()
         QCOMPARE(d.styles.last(), mb::OkOnly | mb::Exclamation);
         QCOMPARE(count("select count(*) from inmoney"), 1);
     }
+}
+
+void PaymentTest::layoutThatCannotBeRead_data()
+{
+    QTest::addColumn<QString>("change");
+    QTest::addColumn<QString>("message"); // how the message shown begins
+    QTest::newRow("statement fails") << "ALTER TABLE cvsini RENAME COLUMN kubun TO kubun2"
+                                     << "データ参照エラーです。\r\n\r\n";
+    QTest::newRow("value does not fit") << "UPDATE cvsini SET money = 40000 WHERE code = '908997'"
+                                        << "基本情報 (cvsini) の money の値「40000」は使えません";
+}
+
+// Not "基本情報がありません": the file is refused with what is wrong, and nothing is posted.
+void PaymentTest::layoutThatCannotBeRead()
+{
+    QFETCH(QString, change);
+    QFETCH(QString, message);
+    QVERIFY(home_->exec({change}));
+    const qint64 payments = count("select count(*) from inmoney");
+    const QString path = inputFile(*home_, QStringLiteral("MT.txt"),
+                                   cp932Lines({fwHeader(), fwRecord("01", 1001, 5000), fwTrailer(1, 5000, 0, 0)}));
+    ScriptedDialogs d;
+    d.expect(QStringLiteral("作業を開始しますか？"), answer::Yes);
+    d.expectStart(message, answer::Ok);
+    Run r;
+    QCOMPARE(r.job.run({path, 0, 0}), PaymentImportJob::Result::Refused);
+    QVERIFY(d.done());
+    QCOMPARE(d.styles.last(), mb::OkOnly | mb::Critical);
+    QCOMPARE(count("select count(*) from inmoney"), payments);
 }
 
 void PaymentTest::trailer_data()
