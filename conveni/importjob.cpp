@@ -136,6 +136,16 @@ PaymentImportJob::Result PaymentImportJob::run(const Input& input)
             ui_->msg(QStringLiteral("ファイルエラー"));
             throw Stop{};
         }
+        wait_ = checkWait_;
+        if (wait_ < 0) {
+            QString written;
+            const std::optional<int> ms = iniCheckWait(&written);
+            if (!ms)
+                refuse(QStringLiteral("mirabo.ini の [CvsRead] CheckWait の値「") + written +
+                           QStringLiteral("」はミリ秒の整数ではありません"),
+                       mb::OkOnly | mb::Critical);
+            wait_ = *ms;
+        }
         detect();
         pass1();
         pass2();
@@ -251,7 +261,7 @@ void PaymentImportJob::pass2()
     if (!db_.BeginTns())
         throw Failure{db_.ErrMsg()};
     inTransaction_ = true;
-    posting_ = std::make_unique<PaymentPosting>(checkWait_ >= 0 ? checkWait_ : iniCheckWait());
+    posting_ = std::make_unique<PaymentPosting>(wait_);
     ui_->progress(0);
     qint64 processed = 0;
     QString line;
