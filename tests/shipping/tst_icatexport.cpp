@@ -31,6 +31,18 @@ QString fileQuestion(const QString& path)
 }
 
 
+// After the lines are written: the completion message, the characters of order 104 without a CP932 form, and Yes
+// to the marking question.
+void expectEndOfRun(test::ScriptedDialogs& dialogs)
+{
+    dialogs.expect(catalogue("ＣＳＶ出力"), answer::Ok);
+    dialogs.expect(IcatExportJob::unencodableReport({{104, 8, QStringLiteral("𠮷"), 0x20BB7},
+                                                     {104, 18, QStringLiteral("𠮷"), 0x20BB7},
+                                                     {104, 31, QStringLiteral("🍣"), 0x1F363}}),
+                   answer::Ok);
+    dialogs.expect(kMark, answer::Yes);
+}
+
 QStringList golden()
 {
     QFile f(QStringLiteral(SHIPPING_TEST_DATA "/icat_export.golden"));
@@ -324,12 +336,7 @@ void IcatExportTest::existingFile()
     dialogs.expect(kCount5, answer::Yes);
     dialogs.expect(fileQuestion(path), answer);
     if (answer != answer::Cancel) {
-        dialogs.expect(catalogue("ＣＳＶ出力"), answer::Ok);
-        dialogs.expect(IcatExportJob::unencodableReport({{104, 8, QStringLiteral("𠮷"), 0x20BB7},
-                                                         {104, 18, QStringLiteral("𠮷"), 0x20BB7},
-                                                         {104, 31, QStringLiteral("🍣"), 0x1F363}}),
-                       answer::Ok);
-        dialogs.expect(kMark, answer::Yes);
+        expectEndOfRun(dialogs);
     }
     const auto r = run(input(path));
     QVERIFY(dialogs.done());
@@ -374,12 +381,7 @@ void IcatExportTest::missingFolderStillOffersMarking()
     const QString path = home_->file(QStringLiteral("no such folder/icat.csv"));
     test::ScriptedDialogs dialogs;
     dialogs.expect(kCount5, answer::Yes);
-    dialogs.expect(catalogue("ＣＳＶ出力"), answer::Ok);
-    dialogs.expect(IcatExportJob::unencodableReport({{104, 8, QStringLiteral("𠮷"), 0x20BB7},
-                                                     {104, 18, QStringLiteral("𠮷"), 0x20BB7},
-                                                     {104, 31, QStringLiteral("🍣"), 0x1F363}}),
-                   answer::Ok);
-    dialogs.expect(kMark, answer::Yes);
+    expectEndOfRun(dialogs);
     const auto r = run(input(path));
     QVERIFY(dialogs.done());
     QCOMPARE(int(r.outcome), int(IcatExportJob::Outcome::Done));
@@ -438,12 +440,7 @@ void IcatExportTest::aFailedCommitIsNotCounted()
     if (!test::refuseCommitsOfOrder(*db_, 103, &why)) QSKIP(qPrintable(why));
     test::ScriptedDialogs dialogs;
     dialogs.expect(kCount5, answer::Yes);
-    dialogs.expect(catalogue("ＣＳＶ出力"), answer::Ok);
-    dialogs.expect(IcatExportJob::unencodableReport({{104, 8, QStringLiteral("𠮷"), 0x20BB7},
-                                                     {104, 18, QStringLiteral("𠮷"), 0x20BB7},
-                                                     {104, 31, QStringLiteral("🍣"), 0x1F363}}),
-                   answer::Ok);
-    dialogs.expect(kMark, answer::Yes);
+    expectEndOfRun(dialogs);
     dialogs.expectStart(QStringLiteral("記録に失敗しました！\r\n"), answer::Ok);
     const auto r = run(input(home_->file(QStringLiteral("icat.csv"))));
     QVERIFY(dialogs.done());
