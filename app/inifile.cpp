@@ -233,10 +233,20 @@ QString iniDbServer()
     return v;
 }
 
-int iniCheckWait()
+// No wait unless a site asks for one: every engine we use shows a commit to the next statement of any connection.
+std::optional<int> iniCheckWait(QString* text)
 {
-    const long ms = fnGetIniInt(QStringLiteral("CvsRead"), QStringLiteral("CheckWait"), 2000, iniPath());
-    return ms < 0 ? 0 : static_cast<int>(ms);
+    QString v;
+    if (!lookup(QStringLiteral("CvsRead"), QStringLiteral("CheckWait"), iniPath(), &v))
+        return 0;
+    v = trimBlanks(v);
+    if (text)
+        *text = v;
+    bool ok = !v.isEmpty();
+    for (const QChar c : v)
+        ok = ok && c >= QLatin1Char('0') && c <= QLatin1Char('9');
+    const int ms = ok ? v.toInt(&ok) : 0;
+    return ok ? std::optional<int>(ms) : std::nullopt;
 }
 
 } // namespace pel

@@ -2,6 +2,8 @@
 // mirabo.ini: a private-profile settings file in CP932 with CR LF, shared with the rest of the suite.
 #include <QString>
 
+#include <optional>
+
 namespace pel {
 
 // Reads key of section into value (default when absent), cut to size - 1 characters; returns the number of
@@ -19,7 +21,8 @@ quint8 fnGetDbMode();
 // Our own keys, read only by this program.
 // The PostgreSQL connection (libpq key=value form) used instead of data1.dat when present.
 QString iniDbServer();
-// Milliseconds of the payment-exists wait (default 2000).
-int iniCheckWait();
+// Milliseconds of the payment-exists wait (default 0); nullopt when the value is not a whole number of
+// milliseconds, with the value as written in *text.
+std::optional<int> iniCheckWait(QString* text = nullptr);
 
 } // namespace pel

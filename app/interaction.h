@@ -28,6 +28,12 @@ public:
     {
         return dialogs().messageBox(text, style, title);
     }
+    // A statement that could not be read: the engine's own text, as the database layer words a failed read.
+    static QString readErrorText(const QString& engineText)
+    {
+        return QStringLiteral("データ参照エラーです。\r\n\r\n") + engineText;
+    }
+    void readError(const QString& engineText) { messageBox(readErrorText(engineText), mb::OkOnly | mb::Critical); }
     // A folder or a file chosen mid-run; nullopt when the user cancels.
     std::optional<QString> chooseFolder(const QString& title, const QString& start)
     {

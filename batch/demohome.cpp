@@ -541,7 +541,6 @@ bool makeDemoHome(const QString& home, const Options& options, Summary* summary,
     if (!options.dbserver.isEmpty())
         fnPutIni(QStringLiteral("mirabo"), QStringLiteral("dbserver"), options.dbserver, ini);
     fnPutIni(QStringLiteral("CvsRead"), QStringLiteral("ReadFile"), native + sep + QStringLiteral("samples") + sep + QStringLiteral("MT908997.txt"), ini);
-    fnPutIni(QStringLiteral("CvsRead"), QStringLiteral("CheckWait"), QStringLiteral("2000"), ini);
     fnPutIni(QStringLiteral("I-CAT"), QStringLiteral("MakeFile"), native + sep + QStringLiteral("out") + sep + QStringLiteral("icat.csv"), ini);
     fnPutIni(QStringLiteral("I-CAT"), QStringLiteral("ReadFile"), native + sep + QStringLiteral("samples") + sep + QStringLiteral("icat_result.csv"), ini);
     fnPutIni(QStringLiteral("I-CAT"), QStringLiteral("ErrFile"), native + sep + QStringLiteral("out") + sep + QStringLiteral("icat_error.txt"), ini);

@@ -261,9 +261,13 @@ BillingResult BillingJob::run(const BillingRequest& request, Interaction& ui)
                        "   and d.sday between " + Sql::n(request.fromDate) + " and " + Sql::n(request.toDate) +
                        "   and d.pcode=6" + " order by sday,denno";
     Recordset rs;
-    (void)db_.DbSql(select, rs);
-    result.count = rs.isOpen() ? static_cast<int>(rs.recordCount()) : 0;
+    const bool selected = db_.DbSql(select, rs);
     ui.yieldOnce();
+    if (!selected) {
+        ui.readError(db_.ErrMsg());
+        return finish(BillingResult::Outcome::ReadFailed);
+    }
+    result.count = static_cast<int>(rs.recordCount());
     if (result.count == 0) {
         // the answer of this button set means nothing
         ui.messageBox(QStringLiteral("該当件数は０件です"), mb::CancelTryContinue | mb::Information,
@@ -311,6 +315,12 @@ BillingResult BillingJob::run(const BillingRequest& request, Interaction& ui)
                 return true;
             }
         return false;
+    };
+    // an order without its lines or goods names must not pass for a written one
+    const auto readFailed = [&] {
+        closeAll();
+        ui.readError(db_.ErrMsg());
+        return finish(BillingResult::Outcome::ReadFailed);
     };
 
     QStringList written;
@@ -392,41 +402,40 @@ BillingResult BillingJob::run(const BillingRequest& request, Interaction& ui)
             if (dayIt == shipDates.constEnd()) dayIt = shipDates.insert(sday, shipDate(sday));
             const QString day = *dayIt;
             Recordset lines;
-            (void)db_.DbSql(linesHead + Sql::n(denno) + linesTail, lines);
-            if (lines.isOpen()) {
-                const auto l = [&](LineField k) { return lineColumns(lines, k); };
-                for (lines.moveFirst(); !lines.eof(); lines.moveNext()) {
-                    lastLine = static_cast<int>(toNumber(l(Line)));
-                    const QString gcode = l(Gcode);
-                    F goodsName;
-                    if (gcode == kFreeItem) {
-                        goodsName = {pieces(l(Zgname), 200, 1).at(0), "jyumei.zgname"};
-                    } else {
-                        auto it = goodsNames.constFind(gcode);
-                        if (it == goodsNames.constEnd()) {
-                            Recordset g;
-                            QString name;
-                            if (db_.DbSql(Sql("select name from goods where code=") + Sql::q(gcode), g) && !g.eof())
-                                name = fnGetFields(g, QStringLiteral("name"));
-                            it = goodsNames.insert(gcode, name);
-                        }
-                        goodsName = {*it, "goods.name"};
+            if (!db_.DbSql(linesHead + Sql::n(denno) + linesTail, lines)) return readFailed();
+            const auto l = [&](LineField k) { return lineColumns(lines, k); };
+            for (lines.moveFirst(); !lines.eof(); lines.moveNext()) {
+                lastLine = static_cast<int>(toNumber(l(Line)));
+                const QString gcode = l(Gcode);
+                F goodsName;
+                if (gcode == kFreeItem) {
+                    goodsName = {pieces(l(Zgname), 200, 1).at(0), "jyumei.zgname"};
+                } else {
+                    auto it = goodsNames.constFind(gcode);
+                    if (it == goodsNames.constEnd()) {
+                        Recordset g;
+                        QString name;
+                        if (!db_.DbSql(Sql("select name from goods where code=") + Sql::q(gcode), g))
+                            return readFailed();
+                        if (!g.eof()) name = fnGetFields(g, QStringLiteral("name"));
+                        it = goodsNames.insert(gcode, name);
                     }
-                    const QString suu = l(Suu);
-                    files[1]->write(denno,
-                                    {{padded},
-                                     {request.companyCode, "cvsset.ckcode1"},
-                                     {padNumber(QString::number(lastLine), 2)},
-                                     {total},
-                                     {d(Utax)},
-                                     {day},
-                                     {gcode == kFreeItem ? QString() : gcode, "jyumei.gcode"},
-                                     goodsName,
-                                     {suu},
-                                     {clampAmount(toNumber(suu) * toNumber(l(Tanka)))},
-                                     {clampAmount(toNumber(l(LineTotal)))}},
-                                    true, result.unencodable, reported);
+                    goodsName = {*it, "goods.name"};
                 }
+                const QString suu = l(Suu);
+                files[1]->write(denno,
+                                {{padded},
+                                 {request.companyCode, "cvsset.ckcode1"},
+                                 {padNumber(QString::number(lastLine), 2)},
+                                 {total},
+                                 {d(Utax)},
+                                 {day},
+                                 {gcode == kFreeItem ? QString() : gcode, "jyumei.gcode"},
+                                 goodsName,
+                                 {suu},
+                                 {clampAmount(toNumber(suu) * toNumber(l(Tanka)))},
+                                 {clampAmount(toNumber(l(LineTotal)))}},
+                                true, result.unencodable, reported);
             }
             const QString stax = d(Stax);
             if (toNumber(stax) != 0)

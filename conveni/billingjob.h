@@ -33,8 +33,9 @@ struct Unencodable {
 };
 
 struct BillingResult {
-    // FileError: a file could not be written to its end; nothing was put in place or marked
-    enum class Outcome { NoOrders, Declined, NoFolder, OpenFailed, Aborted, FileError, Written };
+    // ReadFailed: a statement failed; its text was shown, nothing is marked.
+    // FileError: a file could not be written to its end; nothing was put in place or marked.
+    enum class Outcome { NoOrders, Declined, NoFolder, OpenFailed, ReadFailed, Aborted, FileError, Written };
     Outcome outcome = Outcome::NoOrders;
     int count = 0;     // orders selected
     QString folder;    // the folder chosen (the one to remember)

@@ -138,6 +138,16 @@ PaymentImportJob::Result PaymentImportJob::run(const Input& input)
             ui_->msg(QStringLiteral("ファイルエラー"));
             throw Stop{};
         }
+        wait_ = checkWait_;
+        if (wait_ < 0) {
+            QString written;
+            const std::optional<int> ms = iniCheckWait(&written);
+            if (!ms)
+                refuse(QStringLiteral("mirabo.ini の [CvsRead] CheckWait の値「") + written +
+                           QStringLiteral("」はミリ秒の整数ではありません"),
+                       mb::OkOnly | mb::Critical);
+            wait_ = *ms;
+        }
         detect();
         pass1();
         pass2();
@@ -188,8 +198,10 @@ void PaymentImportJob::detect()
     }
     comma_ = d.comma;
     agency_ = d.agency;
-    if (!fnLoadCvsIni(agency_, comma_))
-        refuse(QStringLiteral("基本情報がありません"), mb::OkOnly | mb::Exclamation);
+    QString why;
+    if (!fnLoadCvsIni(agency_, comma_, &why))
+        refuse(why.isEmpty() ? QStringLiteral("基本情報がありません") : why,
+               why.isEmpty() ? mb::OkOnly | mb::Exclamation : mb::OkOnly | mb::Critical);
 }
 
 void PaymentImportJob::pass1()
@@ -251,7 +263,7 @@ void PaymentImportJob::pass2()
     if (!db_.BeginTns())
         throw Failure{db_.ErrMsg()};
     inTransaction_ = true;
-    posting_ = std::make_unique<PaymentPosting>(checkWait_ >= 0 ? checkWait_ : iniCheckWait());
+    posting_ = std::make_unique<PaymentPosting>(wait_);
     ui_->progress(0);
     qint64 processed = 0;
     QString line;

@@ -60,7 +60,8 @@ public:
     qint16 commaFlag() const { return comma_; }
     const QString& agencyCode() const { return agency_; }
     void setAgencyCode(const QString& code) { agency_ = code; }
-    // Milliseconds before each payment-exists check (default: mirabo.ini CvsRead/CheckWait).
+    // Milliseconds before each payment-exists check (default: mirabo.ini CvsRead/CheckWait; a value there that is
+    // not a whole number of milliseconds refuses the run).
     void setCheckWait(int ms) { checkWait_ = ms; }
 
     // Names of the data codes in the list.
@@ -101,6 +102,7 @@ private:
     int rows_ = 0;
     qint64 lineCount_ = 0;
     int checkWait_ = -1;
+    int wait_ = 0; // the wait of the run in hand
     bool cancelled_ = false;
     bool backupFailed_ = false;
 };

@@ -1,26 +1,41 @@
 // The loader of the record layouts: the row of cvsini read through the loader's own global connection.
 #include "app/db/dbglobals.h"
+#include "app/interaction.h"
 #include "conveni/layouts.h"
 
 namespace pel {
 
-bool fnLoadCvsIni(const QString& code, qint16 kubun)
+bool fnLoadCvsIni(const QString& code, qint16 kubun, QString* error)
 {
-    gclsDb = std::make_unique<clsDbClass>();
-    (void)gclsDb->OpenDb(); // a failure shows as the statement's
-    Recordset rs;
-    if (!gclsDb->DbSql(Sql("select * from cvsini where code=") + Sql::q(code) + " and kubun=" + Sql::n(kubun), rs))
+    // a layout that cannot be read is not a missing one
+    const auto fail = [&](const QString& text) {
+        if (error)
+            *error = text;
         return false;
+    };
+    if (error)
+        error->clear();
+    gclsDb = std::make_unique<clsDbClass>();
+    Recordset rs;
+    if (!gclsDb->OpenDb() ||
+        !gclsDb->DbSql(Sql("select * from cvsini where code=") + Sql::q(code) + " and kubun=" + Sql::n(kubun), rs))
+        return fail(Interaction::readErrorText(gclsDb->ErrMsg()));
     if (rs.eof())
         return false;
 
     CvsLayout l;
-    bool ok = true;
+    QString bad; // the first value that does not fit its place
+    const auto check = [&](bool fits, const char* column, const QString& value) {
+        if (!fits && bad.isEmpty())
+            bad = QStringLiteral("基本情報 (cvsini) の %1 の値「%2」は使えません").arg(QLatin1String(column), value);
+    };
     const auto pos = [&](const char* column, LayoutPos& into) {
-        ok = fnSplitPos(fnLayoutValue(fnGetFields(rs, QString::fromLatin1(column))), &into) && ok;
+        const QString v = fnGetFields(rs, QString::fromLatin1(column));
+        check(fnSplitPos(fnLayoutValue(v), &into), column, v);
     };
     const auto num = [&](const char* column, qint16& into) {
-        ok = fnFieldNo(fnLayoutValue(fnGetFields(rs, QString::fromLatin1(column))), &into) && ok;
+        const QString v = fnGetFields(rs, QString::fromLatin1(column));
+        check(fnFieldNo(fnLayoutValue(v), &into), column, v);
     };
     pos("sokuk", l.sokuk), pos("sokum", l.sokum), pos("kakuk", l.kakuk), pos("kakum", l.kakum);
     pos("torik", l.torik), pos("torim", l.torim), pos("fcd", l.fcd), pos("scd", l.scd), pos("dno1", l.dno1);
@@ -35,8 +50,8 @@ bool fnLoadCvsIni(const QString& code, qint16 kubun)
     if (rs.isOpen())
         rs.close();
     // a value that does not fit its place is a layout that cannot be used: the last good one stays
-    if (!ok)
-        return false;
+    if (!bad.isEmpty())
+        return fail(bad);
     gCvsLayout = l;
     return true;
 }

@@ -30,8 +30,9 @@ struct CvsLayout {
 // The layout of the last successful load; a failed load leaves it as it was.
 extern CvsLayout gCvsLayout;
 
-// Loads the row of agency code and kind into gCvsLayout; false when there is none (or it cannot be read).
-bool fnLoadCvsIni(const QString& code, qint16 kubun);
+// Loads the row of agency code and kind into gCvsLayout; false when there is none, or (with the message to show in
+// *error) when it cannot be read or a value does not fit its place.
+bool fnLoadCvsIni(const QString& code, qint16 kubun, QString* error = nullptr);
 
 // A layout value as a number: digits and the first '.', nothing else; empty is 0.
 double fnLayoutValue(const QString& text);

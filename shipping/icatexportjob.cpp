@@ -204,7 +204,7 @@ QByteArray encodeLine(QStringList fields, qint64 denno, QList<IcatUnencodable>& 
 void IcatExportJob::loadShop()
 {
     shop_.close();
-    (void)db_.DbSql(Sql("select * from sysfile where id = 1"), shop_);
+    shopError_ = db_.DbSql(Sql("select * from sysfile where id = 1"), shop_) ? QString() : db_.ErrMsg();
 }
 
 QList<QPair<QString, int>> IcatExportJob::labelKinds()
@@ -306,14 +306,22 @@ IcatExportJob::Result IcatExportJob::run(const Input& in, Interaction& ui)
     if ((r.selection.datesSwapped || r.selection.numbersSwapped) && showSelection) showSelection(r.selection);
     const Selection& s = r.selection;
 
-    // From here on a statement that fails is passed over, as the run always did.
+    // Lines without their sender, or no lines at all, must not pass for an export: these reads are not passed over.
+    if (!shopError_.isEmpty()) {
+        ui.readError(shopError_);
+        return unlock(Outcome::ReadFailed);
+    }
     const Sql query =
         Sql("select *") + "  from jyuden d,member m,member jm" + " where d.omcode=m.code" + "   and d.mcode = jm.code" +
         "   and d.denno between " + Sql::n(s.dennoFrom) + " and " + Sql::n(s.dennoTo) + "   and d.denku = 0" +
         "   and d.oflag =" + (in.reprint ? Sql("1") : Sql("0")) + "   and d.sday between " + Sql::n(s.dateFrom) +
         " and " + Sql::n(s.dateTo) + "   and d.hcode = " + Sql::n(in.kind) + " order by sday,denno";
     Recordset rs;
-    r.count = db_.DbSql(query, rs) ? rs.recordCount() : 0;
+    if (!db_.DbSql(query, rs)) {
+        ui.readError(db_.ErrMsg());
+        return unlock(Outcome::ReadFailed);
+    }
+    r.count = rs.recordCount();
     if (r.count == 0) {
         // the button code is the one the screen always used; the answer does not matter
         ui.messageBox(QStringLiteral("該当件数は０件です"), mb::Information | mb::CancelTryContinue,
@@ -382,15 +390,25 @@ IcatExportJob::Result IcatExportJob::run(const Input& in, Interaction& ui)
     const bool mark = in.reprint || ui.messageBox(QStringLiteral("印刷した受注伝票を送り状印刷済みに更新しますか？"),
                                                   mb::Question | mb::YesNo, QStringLiteral("確認")) == answer::Yes;
     if (mark) {
-        // one transaction per order: a failure part-way keeps the orders flagged before it
+        // one transaction per order: a failure part-way keeps the orders flagged before it and stops there, so
+        // that no order counts as flagged unless its commit went through
+        bool failed = false;
         for (const qint64 denno : exported) {
-            (void)db_.BeginTns();
-            if (db_.DbSqlExec(Sql("update jyuden set oflag = 1 where denno = ") + Sql::n(denno)))
-                r.marked += db_.RecCnt();
-            (void)db_.CommitTns();
+            bool ok =
+                db_.BeginTns() && db_.DbSqlExec(Sql("update jyuden set oflag = 1 where denno = ") + Sql::n(denno));
+            const long flagged = ok ? db_.RecCnt() : 0;
+            failed = !(ok && db_.CommitTns());
+            if (failed) {
+                const QString why = db_.ErrMsg();
+                (void)db_.RollbackTns();
+                ui.msg(QStringLiteral("記録エラー"), why);
+                break;
+            }
+            r.marked += flagged;
             ui.yieldOnce();
         }
         opeLog(kCaption, 2, QString::number(r.marked) + QStringLiteral("件"));
+        if (failed) return unlock(Outcome::MarkFailed);
     }
     return unlock(Outcome::Done);
 }

@@ -44,13 +44,15 @@ public:
     };
 
     enum class Outcome {
-        Missing,   // a required field is empty ("未記入")
-        NoOrders,  // "該当件数は０件です"
-        Refused,   // the count question answered No
-        Abandoned, // the overwrite question cancelled
-        Stopped,   // F6 confirmed before a record
-        FileError, // the file could not be written to its end: nothing put in place, nothing marked
-        Done,      // the completion message was shown
+        Missing,    // a required field is empty ("未記入")
+        NoOrders,   // "該当件数は０件です"
+        Refused,    // the count question answered No
+        Abandoned,  // the overwrite question cancelled
+        Stopped,    // F6 confirmed before a record
+        ReadFailed, // the shop's record or the selection could not be read: the engine's text shown
+        FileError,  // the file could not be written to its end: nothing put in place, nothing marked
+        MarkFailed, // an order's flag could not be committed: "記録エラー", the orders before it stay flagged
+        Done,       // the completion message was shown
     };
     struct Result {
         Outcome outcome = Outcome::Done;
@@ -65,7 +67,8 @@ public:
 
     explicit IcatExportJob(clsDbClass& db) : db_(db) {}
 
-    // Screen start: the shop's own record (the sender of non-gift orders), kept for the life of the screen.
+    // Screen start: the shop's own record (the sender of non-gift orders), kept for the life of the screen. A
+    // failure is reported by the next run, which then writes nothing.
     void loadShop();
     // The label kinds I-CAT prints (codes 9 and 10 only), in the order the shop's setting gives: name and code.
     QList<QPair<QString, int>> labelKinds();
@@ -89,6 +92,7 @@ public:
 private:
     clsDbClass& db_;
     Recordset shop_;
+    QString shopError_;
 };
 
 } // namespace pel

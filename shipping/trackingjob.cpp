@@ -1,6 +1,7 @@
 #include "shipping/trackingjob.h"
 
 #include "app/cp932.h"
+#include "app/db/connection.h"
 #include "app/oplog.h"
 #include "app/outputfile.h"
 #include "app/startup.h"
@@ -65,6 +66,19 @@ TrackingImportJob::Result TrackingImportJob::run(const QString& input, const QSt
         return unlock(Outcome::LogError);
     };
 
+    // the engine's text, then the rest of the file is left unread
+    const auto stop = [&](Outcome outcome) {
+        const QString why = db_.ErrMsg();
+        (void)db_.RollbackTns();
+        in.close();
+        log.close();
+        if (outcome == Outcome::ReadFailed)
+            ui.readError(why);
+        else
+            ui.msg(QStringLiteral("記録エラー"), why);
+        return unlock(outcome);
+    };
+
     static const QByteArray kRejected = *Cp932::encode(u"【受注伝票なし】,");
     Values values;
     while (!in.atEnd()) {
@@ -73,18 +87,23 @@ TrackingImportJob::Result TrackingImportJob::run(const QString& input, const QSt
         ++r.lines;
         bool found = false;
         if (readLine(line, values)) {
-            // From here on a statement that fails is passed over: a tracking number with letters is not stored.
+            // An order that cannot be looked up is not an unknown order, and a number counts as stored only once
+            // its commit went through; only a number the column cannot take (letters) is passed over.
             Recordset rs;
-            const qint64 count =
-                db_.DbSql(Sql("select * from jyuden where denno=") + Sql::n(values.denno), rs) ? db_.RecCnt() : 0;
-            if (count == 1) {
+            if (!db_.DbSql(Sql("select * from jyuden where denno=") + Sql::n(values.denno), rs))
+                return stop(Outcome::ReadFailed);
+            if (db_.RecCnt() == 1) {
                 found = true;
-                (void)db_.BeginTns();
+                if (!db_.BeginTns()) return stop(Outcome::SaveFailed);
                 if (db_.DbSqlExec(Sql("update jyuden set okurino=") + Sql::n(values.tracking) +
-                                  " where denno=" + Sql::n(values.denno)) &&
-                    db_.RecCnt() > 0)
-                    ++r.updated;
-                (void)db_.CommitTns();
+                                  " where denno=" + Sql::n(values.denno))) {
+                    const long affected = db_.RecCnt();
+                    if (!db_.CommitTns()) return stop(Outcome::SaveFailed);
+                    if (affected > 0) ++r.updated;
+                } else {
+                    if (!isValueRefusal(db_.ErrMsg())) return stop(Outcome::SaveFailed);
+                    (void)db_.RollbackTns();
+                }
             }
         } else {
             ++r.undecodable;

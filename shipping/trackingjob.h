@@ -20,6 +20,8 @@ public:
         InputError, // the result file cannot be opened ("ファイルエラー")
         LogError,   // the error log cannot be created ("ファイルエラー"), is the result file itself, or could not be written
         Stopped,    // F6 confirmed
+        ReadFailed, // an order could not be looked up: the engine's text shown, the rest of the file not read
+        SaveFailed, // a tracking number could not be saved ("記録エラー"), the rest of the file not read
         Done,       // the closing message was shown
     };
     struct Result {

@@ -67,12 +67,13 @@ int lockWaitMs()
     return ok && ms >= 0 ? ms : 250;
 }
 
+const QString mismatch = QStringLiteral("Data type mismatch in criteria expression.");
+const QString tooLong = QStringLiteral("The field is too small to accept the amount of data you attempted to add. "
+                                       "Try inserting or pasting less data.");
+
 // A value of the wrong kind or size is refused in the engine's words on every backend.
 QString engineText(const QString& t)
 {
-    static const QString mismatch = QStringLiteral("Data type mismatch in criteria expression.");
-    static const QString tooLong = QStringLiteral("The field is too small to accept the amount of data you attempted "
-                                                  "to add. Try inserting or pasting less data.");
     if (t.contains(QLatin1String("CHECK constraint failed"))) {
         if (t.contains(QLatin1String("typeof(")) || t.contains(QLatin1String("GLOB")))
             return mismatch;
@@ -285,6 +286,11 @@ QString unrecognisedFormat(const QString& path)
     return QStringLiteral("Unrecognized database format '%1'.").arg(path);
 }
 
+bool isValueRefusal(const QString& error)
+{
+    return error == mismatch || error == tooLong || error.startsWith(QLatin1String("Syntax error (missing operator)"));
+}
+
 Connection::Connection() : name_(QStringLiteral("pel008-%1").arg(++gConnectionSerial)), dialect_(makeSqliteDialect()) {}
 
 Connection::~Connection()
@@ -471,7 +477,7 @@ bool Connection::ensureTx(bool write, QString* error)
     return true;
 }
 
-void Connection::fetchAll(QSqlQuery& q, Fetched* out, bool withRowids)
+bool Connection::fetchAll(QSqlQuery& q, Fetched* out, bool withRowids, QString* error)
 {
     const QSqlRecord rec = q.record();
     for (int i = 0; i < rec.count(); ++i)
@@ -485,7 +491,14 @@ void Connection::fetchAll(QSqlQuery& q, Fetched* out, bool withRowids)
             out->rows.addVariant(q.value(i));
         out->rows.endRow();
     }
+    // next() answers false at the end and on a failed step alike
+    const bool ok = !q.lastError().isValid();
+    if (!ok) {
+        *error = errorText(q.lastError());
+        *out = Fetched();
+    }
     q = QSqlQuery(); // finished before the catalogue is asked about the fields
+    return ok;
 }
 
 void Connection::dropStatements()
@@ -567,7 +580,11 @@ Connection::Direct Connection::runCached(const QString& sql, const QVariantList&
             for (int i = first; i < columns; ++i)
                 addColumn(out->rows, st, i);
             out->rows.endRow();
-            rc = sqlite3_step(st); // a failure after the first row ends the result, as the driver's fetch does
+            rc = sqlite3_step(st);
+        }
+        if (rc != SQLITE_DONE) { // a row that cannot be read fails the whole result
+            *out = Fetched();
+            return finish(false);
         }
     }
     out->affected = sqlite3_changes(handle);
@@ -651,9 +668,8 @@ bool Connection::query(const Sql& sql, Recordset& rs, QString* error)
     if (direct == Direct::NotTaken) {
         f = Fetched();
         QSqlQuery q;
-        if (!statement(text, b.values, &q, error))
+        if (!statement(text, b.values, &q, error) || !fetchAll(q, &f, false, error))
             return false;
-        fetchAll(q, &f, false);
     }
     std::vector<FieldInfo> fields = describe(b.text, f.names, 0, QString());
     rs.reset(sql.text(), std::move(fields), std::move(f.rows));
@@ -697,10 +713,7 @@ bool Connection::queryForEdit(const Sql& sql, Recordset& rs, QString* error)
             return direct == Direct::Done;
         f = Fetched();
         QSqlQuery q;
-        if (!statement(text, b.values, &q, error))
-            return false;
-        fetchAll(q, &f, true);
-        return true;
+        return statement(text, b.values, &q, error) && fetchAll(q, &f, true, error);
     };
     if (!lockForEdit(edit.get(), error)) {
         if (!dialect_->isLockConflict(*error))

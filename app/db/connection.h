@@ -80,7 +80,8 @@ private:
     bool run(const QString& sql, const QVariantList& values, bool forwardOnly, QSqlQuery* q, QString* error);
     bool statement(const QString& sql, const QVariantList& values, QSqlQuery* q, QString* error);
     bool openSqliteFile(const QString& path, const QString& password, QString* error);
-    static void fetchAll(QSqlQuery& q, Fetched* out, bool withRowids);
+    // False with the engine's text when a row cannot be read: a result cut short is no result.
+    static bool fetchAll(QSqlQuery& q, Fetched* out, bool withRowids, QString* error);
     std::vector<FieldInfo> describe(const QString& text, const QStringList& names, int first, const QString& table);
     // SQLite and Jet: the statement through a prepared statement kept for its text; NotTaken when it does not
     // prepare cleanly (the driver's own path then runs it and reports the engine's error as always).
@@ -135,5 +136,8 @@ QString fileNotFound(const QString& path);
 bool isFileNotFound(const QString& error);
 // The error text of a failed open when the file is neither SQLite nor Jet 4.
 QString unrecognisedFormat(const QString& path);
+// True when a statement failed on a value it cannot take (one that breaks the statement, of the wrong kind or too
+// long) rather than on the database: the same statement would fail again whatever the database's state.
+bool isValueRefusal(const QString& error);
 
 } // namespace pel

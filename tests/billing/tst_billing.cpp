@@ -52,6 +52,8 @@ private slots:
     void abortBeforeAnOrder();
     void marking();
     void markingRolledBackAfterElevenAttempts();
+    void readErrorStopsTheRun_data();
+    void readErrorStopsTheRun();
 
 private:
     BillingRequest request(int agency) const
@@ -352,6 +354,40 @@ void BillingTest::markingRolledBackAfterElevenAttempts()
     QCOMPARE(cflags(), QStringLiteral("0")); // 101 and 102 rolled back with the rest
     QCOMPARE(home_->scalar(QStringLiteral("select count(*) from operatlog where kubun = 2")), QStringLiteral("0"));
     QVERIFY(QFile::exists(out_->filePath(QStringLiteral("請求一括登録.txt")))); // the files stay
+}
+
+void BillingTest::readErrorStopsTheRun_data()
+{
+    QTest::addColumn<QString>("change"); // what makes one of the run's reads fail
+    QTest::addColumn<bool>("selected");
+    QTest::newRow("selection") << "ALTER TABLE member RENAME COLUMN code TO code2" << false;
+    QTest::newRow("order lines") << "ALTER TABLE jyumei RENAME COLUMN line TO line2" << true;
+    QTest::newRow("goods name") << "ALTER TABLE goods RENAME COLUMN name TO name2" << true;
+}
+
+// A read that fails is reported in the engine's words, never as "no orders" or as an order without its lines; the
+// run then ends without the completion message or the marking question.
+void BillingTest::readErrorStopsTheRun()
+{
+    QFETCH(QString, change);
+    QFETCH(bool, selected);
+    QVERIFY(home_->exec({change}));
+    test::ScriptedDialogs dialogs;
+    if (selected) {
+        dialogs.expect(kCount4, answer::Yes);
+        dialogs.expectFolder(out_->path());
+    }
+    dialogs.expectStart(QStringLiteral("データ参照エラーです。\r\n\r\n"), answer::Ok);
+    test::RecordingInteraction ui;
+    BillingJob job(*db_);
+    const BillingResult r = job.run(request(0), ui);
+    QVERIFY(dialogs.done());
+    QCOMPARE(r.outcome, BillingResult::Outcome::ReadFailed);
+    QVERIFY(!db_->ErrMsg().isEmpty());
+    QCOMPARE(dialogs.shown.last().section(QLatin1Char('|'), 2),
+             QStringLiteral("データ参照エラーです。\r\n\r\n") + db_->ErrMsg());
+    QCOMPARE(cflags(), QStringLiteral("0"));
+    QCOMPARE(ui.locks, (QList<bool>{true, false}));
 }
 
 QTEST_MAIN(BillingTest)

@@ -7,8 +7,11 @@
 #include "app/oplog.h"
 #include "tests/support/testhome.h"
 
+#include <QSqlDriver>
 #include <QSqlQuery>
 #include <QTest>
+
+#include <sqlite3.h>
 
 using namespace pel;
 
@@ -47,6 +50,8 @@ private slots:
     void paymentPosting();
     void openFailures();
     void readsValuesAsTheDriver();
+    void readFailingPartWayFailsTheStatement_data();
+    void readFailingPartWayFailsTheStatement();
 
 private:
     std::unique_ptr<test::TestHome> home_;
@@ -640,6 +645,67 @@ void TstDb::readsValuesAsTheDriver()
                 QCOMPARE(ours.toString().isNull(), driver.toString().isNull());
         }
         QVERIFY(!q.next());
+    }
+}
+
+namespace {
+// failsecond(x): 1, but an error on its second call
+int gCalls = 0;
+void failSecond(sqlite3_context* ctx, int, sqlite3_value**)
+{
+    if (++gCalls == 2)
+        sqlite3_result_error(ctx, "the second row cannot be read", -1);
+    else
+        sqlite3_result_int(ctx, 1);
+}
+} // namespace
+
+void TstDb::readFailingPartWayFailsTheStatement_data()
+{
+    QTest::addColumn<bool>("damaged"); // the second row of jyuden unreadable in the Jet file, else failsecond()
+    QTest::addColumn<bool>("edit");
+    QTest::addColumn<QString>("statement");
+    QTest::addColumn<QString>("message");
+    const QString raised = QStringLiteral("the second row cannot be read");
+    QTest::newRow("step error, read") << false << false
+                                      << "select denno, failsecond(denno) from jyuden order by denno" << raised;
+    QTest::newRow("step error, edit") << false << true << "select * from jyuden where failsecond(denno) = 1" << raised;
+    const QString bounds = QStringLiteral("has bad bounds");
+    QTest::newRow("damaged row, scan") << true << false << "select denno from jyuden" << bounds;
+    QTest::newRow("damaged row, seek") << true << false << "select * from jyuden where denno between 10 and 12"
+                                       << bounds;
+    QTest::newRow("damaged row, edit") << true << true << "select * from jyuden where denno >= 10" << bounds;
+}
+
+// A row that cannot be read after the first fails the statement with the engine's text: never a shorter result.
+void TstDb::readFailingPartWayFailsTheStatement()
+{
+    QFETCH(bool, damaged);
+    QFETCH(bool, edit);
+    QFETCH(QString, statement);
+    QFETCH(QString, message);
+    if (test::backendUnderTest() == test::Backend::Postgres)
+        QSKIP("PostgreSQL computes a result whole before the first row is read");
+    if (damaged && test::backendUnderTest() != test::Backend::Jet)
+        QSKIP("a Jet file only");
+    QVERIFY(home_->exec({"insert into jyuden (denno,mcode,omcode,sday,total) values (12,1,1,20261125,100)"}));
+    std::optional<test::DamagedJetRow> damage;
+    if (damaged) {
+        damage.emplace(home_->file(QStringLiteral("data1.dat")), QStringLiteral("jyuden"), 1);
+        QVERIFY2(damage->ok(), qPrintable(damage->error()));
+    }
+    clsDbClass db;
+    QVERIFY2(db.OpenDb(), qPrintable(db.ErrMsg()));
+    auto* handle = *static_cast<sqlite3* const*>(db.connection()->database().driver()->handle().data());
+    QCOMPARE(sqlite3_create_function_v2(handle, "failsecond", 1, SQLITE_UTF8, nullptr, failSecond, nullptr, nullptr,
+                                        nullptr),
+             SQLITE_OK);
+    for (int pass = 0; pass < 2; ++pass) { // the second time through the kept statement
+        gCalls = 0;
+        Recordset rs;
+        const bool ok = edit ? db.DbSqlEdit(Sql::raw(statement), rs) : db.DbSql(Sql::raw(statement), rs);
+        QVERIFY2(!ok, qPrintable(QStringLiteral("%1 rows").arg(rs.recordCount())));
+        QVERIFY2(db.ErrMsg().contains(message), qPrintable(db.ErrMsg()));
     }
 }
 

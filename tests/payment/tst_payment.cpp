@@ -1,6 +1,7 @@
 // The payment import job and its posting against a small shop, on SQLite and on PostgreSQL.
 #include "app/db/connection.h"
 #include "app/db/dbglobals.h"
+#include "app/inifile.h"
 #include "conveni/importjob.h"
 #include "conveni/layouts.h"
 #include "conveni/mtfile.h"
@@ -95,6 +96,10 @@ private slots:
     void layoutValue_data();
     void layoutValue();
     void layoutLoad();
+    void layoutThatCannotBeRead_data();
+    void layoutThatCannotBeRead();
+    void checkWait_data();
+    void checkWait();
     void formats();
     void backupName();
 
@@ -394,6 +399,80 @@ void PaymentTest::agencyDetection()
         QCOMPARE(d.styles.last(), mb::OkOnly | mb::Exclamation);
         QCOMPARE(count("select count(*) from inmoney"), 1);
     }
+}
+
+void PaymentTest::layoutThatCannotBeRead_data()
+{
+    QTest::addColumn<QString>("change");
+    QTest::addColumn<QString>("message"); // how the message shown begins
+    QTest::newRow("statement fails") << "ALTER TABLE cvsini RENAME COLUMN kubun TO kubun2"
+                                     << "データ参照エラーです。\r\n\r\n";
+    QTest::newRow("value does not fit") << "UPDATE cvsini SET money = 40000 WHERE code = '908997'"
+                                        << "基本情報 (cvsini) の money の値「40000」は使えません";
+}
+
+// Not "基本情報がありません": the file is refused with what is wrong, and nothing is posted.
+void PaymentTest::layoutThatCannotBeRead()
+{
+    QFETCH(QString, change);
+    QFETCH(QString, message);
+    QVERIFY(home_->exec({change}));
+    const qint64 payments = count("select count(*) from inmoney");
+    const QString path = inputFile(*home_, QStringLiteral("MT.txt"),
+                                   cp932Lines({fwHeader(), fwRecord("01", 1001, 5000), fwTrailer(1, 5000, 0, 0)}));
+    ScriptedDialogs d;
+    d.expect(QStringLiteral("作業を開始しますか？"), answer::Yes);
+    d.expectStart(message, answer::Ok);
+    Run r;
+    QCOMPARE(r.job.run({path, 0, 0}), PaymentImportJob::Result::Refused);
+    QVERIFY(d.done());
+    QCOMPARE(d.styles.last(), mb::OkOnly | mb::Critical);
+    QCOMPARE(count("select count(*) from inmoney"), payments);
+}
+
+void PaymentTest::checkWait_data()
+{
+    QTest::addColumn<QByteArray>("line"); // in section CvsRead of mirabo.ini
+    QTest::addColumn<int>("wait");        // -1: refused
+    QTest::newRow("absent: no wait") << QByteArray() << 0;
+    QTest::newRow("a site's wait") << QByteArray("CheckWait=150") << 150;
+    QTest::newRow("blanks around") << QByteArray("checkwait = 150 ") << 150;
+    QTest::newRow("letters") << QByteArray("CheckWait=abc") << -1;
+    QTest::newRow("empty") << QByteArray("CheckWait=") << -1;
+    QTest::newRow("negative") << QByteArray("CheckWait=-5") << -1;
+    QTest::newRow("fraction") << QByteArray("CheckWait=1.5") << -1;
+    QTest::newRow("digits then letters") << QByteArray("CheckWait=20s") << -1;
+    QTest::newRow("beyond 32 bits") << QByteArray("CheckWait=4294967296") << -1;
+}
+
+// A wait that is not a whole number of milliseconds refuses the run, naming the key, before anything is posted.
+void PaymentTest::checkWait()
+{
+    QFETCH(QByteArray, line);
+    QFETCH(int, wait);
+    QFile ini(home_->file(QStringLiteral("mirabo.ini")));
+    QVERIFY(ini.open(QIODevice::Append));
+    ini.write("[CvsRead]\r\n" + line + "\r\n");
+    ini.close();
+    QString written;
+    const std::optional<int> ms = iniCheckWait(&written);
+    QCOMPARE(ms.value_or(-1), wait);
+    if (wait >= 0)
+        return;
+    const QString value = QString::fromLatin1(line.mid(int(sizeof("CheckWait=")) - 1));
+    QCOMPARE(written, value);
+    const qint64 payments = count("select count(*) from inmoney");
+    const QString path = inputFile(*home_, QStringLiteral("MT.txt"), cp932Lines(fwBasic()));
+    ScriptedDialogs d;
+    d.expect(QStringLiteral("作業を開始しますか？"), answer::Yes);
+    d.expect(QStringLiteral("mirabo.ini の [CvsRead] CheckWait の値「") + value +
+                 QStringLiteral("」はミリ秒の整数ではありません"),
+             answer::Ok);
+    Run r;
+    r.job.setCheckWait(-1); // as the screen runs it: the wait of mirabo.ini
+    QCOMPARE(r.job.run({path, 0, 0}), PaymentImportJob::Result::Refused);
+    QVERIFY(d.done());
+    QCOMPARE(count("select count(*) from inmoney"), payments);
 }
 
 void PaymentTest::trailer_data()

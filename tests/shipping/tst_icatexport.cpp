@@ -31,6 +31,18 @@ QString fileQuestion(const QString& path)
 }
 
 
+// After the lines are written: the completion message, the characters of order 104 without a CP932 form, and Yes
+// to the marking question.
+void expectEndOfRun(test::ScriptedDialogs& dialogs)
+{
+    dialogs.expect(catalogue("ＣＳＶ出力"), answer::Ok);
+    dialogs.expect(IcatExportJob::unencodableReport({{104, 8, QStringLiteral("𠮷"), 0x20BB7},
+                                                     {104, 18, QStringLiteral("𠮷"), 0x20BB7},
+                                                     {104, 31, QStringLiteral("🍣"), 0x1F363}}),
+                   answer::Ok);
+    dialogs.expect(kMark, answer::Yes);
+}
+
 QStringList golden()
 {
     QFile f(QStringLiteral(SHIPPING_TEST_DATA "/icat_export.golden"));
@@ -96,6 +108,8 @@ private slots:
     void missingFolderMarksNothing();
     void cancelAskedBeforeEveryRecord();
     void moreOrdersThanSixteenBits();
+    void aFailedCommitIsNotCounted();
+    void damagedRowWritesNothing();
 
 private:
     IcatExportJob::Result run(const IcatExportJob::Input& in, test::RecordingInteraction* ui = nullptr);
@@ -322,12 +336,7 @@ void IcatExportTest::existingFile()
     dialogs.expect(kCount5, answer::Yes);
     dialogs.expect(fileQuestion(path), answer);
     if (answer != answer::Cancel) {
-        dialogs.expect(catalogue("ＣＳＶ出力"), answer::Ok);
-        dialogs.expect(IcatExportJob::unencodableReport({{104, 8, QStringLiteral("𠮷"), 0x20BB7},
-                                                         {104, 18, QStringLiteral("𠮷"), 0x20BB7},
-                                                         {104, 31, QStringLiteral("🍣"), 0x1F363}}),
-                       answer::Ok);
-        dialogs.expect(kMark, answer::Yes);
+        expectEndOfRun(dialogs);
     }
     const auto r = run(input(path));
     QVERIFY(dialogs.done());
@@ -422,6 +431,54 @@ void IcatExportTest::moreOrdersThanSixteenBits()
     QCOMPARE(lines.last().section(QLatin1Char(','), 1, 1), QString::number(1000 + n));
     QCOMPARE(lines.last().section(QLatin1Char(','), 33, 33), QString::number(n));
     QCOMPARE(home_->scalar(QStringLiteral("SELECT count(*) FROM jyuden WHERE oflag = 1")), QString::number(n + 2));
+}
+
+// The marking stops at the order whose commit the engine refuses: the orders before it stay flagged and counted.
+void IcatExportTest::aFailedCommitIsNotCounted()
+{
+    QString why;
+    if (!test::refuseCommitsOfOrder(*db_, 103, &why)) QSKIP(qPrintable(why));
+    test::ScriptedDialogs dialogs;
+    dialogs.expect(kCount5, answer::Yes);
+    expectEndOfRun(dialogs);
+    dialogs.expectStart(QStringLiteral("記録に失敗しました！\r\n"), answer::Ok);
+    const auto r = run(input(home_->file(QStringLiteral("icat.csv"))));
+    QVERIFY(dialogs.done());
+    QCOMPARE(int(r.outcome), int(IcatExportJob::Outcome::MarkFailed));
+    QCOMPARE(r.marked, 3); // 101 102 110, in ship-date order before 103
+    QCOMPARE(flagged(), QStringLiteral("101 102 106 110"));
+    QVERIFY2(dialogs.shown.last().contains(QLatin1String("FOREIGN KEY")) ||
+                 dialogs.shown.last().contains(QLatin1String("commit refused")),
+             qPrintable(dialogs.shown.last()));
+}
+
+// An order row the engine cannot read makes the selection fail: its text is shown and no file is written.
+void IcatExportTest::damagedRowWritesNothing()
+{
+    if (test::backendUnderTest() != test::Backend::Sqlite) QSKIP("makes a Jet home of its own: once is enough");
+    db_.reset();
+    fnCloseDB(1);
+    test::TestHome jet(test::Backend::Jet);
+    QVERIFY2(jet.ok(), qPrintable(jet.error()));
+    QVERIFY(jet.exec(shippingTestRows()));
+    const QString path = jet.file(QStringLiteral("icat.csv"));
+    {
+        test::DamagedJetRow damage(jet.file(QStringLiteral("data1.dat")), QStringLiteral("jyuden"), 2);
+        QVERIFY2(damage.ok(), qPrintable(damage.error()));
+        clsDbClass db;
+        QVERIFY(db.OpenDb());
+        test::ScriptedDialogs dialogs;
+        dialogs.expectStart(QStringLiteral("データ参照エラーです。\r\n\r\n"), answer::Ok);
+        IcatExportJob job(db);
+        job.loadShop();
+        test::RecordingInteraction ui;
+        const auto r = job.run(input(path), ui);
+        QVERIFY(dialogs.done());
+        QVERIFY2(dialogs.shown.last().contains(QLatin1String("bad bounds")), qPrintable(dialogs.shown.last()));
+        QCOMPARE(int(r.outcome), int(IcatExportJob::Outcome::ReadFailed));
+    }
+    QVERIFY(!QFile::exists(path));
+    QCOMPARE(jet.scalar(QStringLiteral("SELECT count(*) FROM jyuden WHERE oflag = 1")), QStringLiteral("1"));
 }
 
 QTEST_GUILESS_MAIN(IcatExportTest)

@@ -74,11 +74,13 @@ private slots:
     void filesThatCannotBeOpened_data();
     void filesThatCannotBeOpened();
     void cancelKeepsEarlierUpdates();
+    void engineErrorStopsTheRun_data();
+    void engineErrorStopsTheRun();
     void readLine_data();
     void readLine();
 
 private:
-    QStringList okurino();
+    QStringList okurino(test::TestHome* home = nullptr);
     std::unique_ptr<test::TestHome> home_;
     std::unique_ptr<clsDbClass> db_;
 };
@@ -103,11 +105,12 @@ void TrackingTest::cleanup()
     home_.reset();
 }
 
-QStringList TrackingTest::okurino()
+QStringList TrackingTest::okurino(test::TestHome* home)
 {
     QStringList v;
     for (int denno = 201; denno <= 204; ++denno)
-        v << home_->scalar(QStringLiteral("SELECT okurino FROM jyuden WHERE denno = %1").arg(denno));
+        v << (home ? home : home_.get())
+                 ->scalar(QStringLiteral("SELECT okurino FROM jyuden WHERE denno = %1").arg(denno));
     return v;
 }
 
@@ -238,6 +241,70 @@ void TrackingTest::cancelKeepsEarlierUpdates()
     QCOMPARE(readLines(log).size(), 1);
     QCOMPARE(home_->scalar(QStringLiteral("SELECT count(*) FROM operatlog WHERE syori = 'Ｉ-ＣＡＴデータ読込'")),
              QStringLiteral("0"));
+}
+
+void TrackingTest::engineErrorStopsTheRun_data()
+{
+    QTest::addColumn<bool>("damaged"); // order 202's row unreadable in a Jet file, else its commit refused
+    QTest::addColumn<QStringList>("orders");
+    QTest::addColumn<QString>("message");
+    QTest::addColumn<int>("outcome");
+    QTest::addColumn<QStringList>("stored"); // okurino of 201..204 afterwards
+    QTest::newRow("lookup fails") << true << QStringList{"202", "201"} << "データ参照エラーです。\r\n\r\n"
+                                  << int(TrackingImportJob::Outcome::ReadFailed)
+                                  << QStringList{"", "400000000002", "", "777"};
+    // a row on a damaged page: the update fails too
+    QTest::newRow("update fails") << true << QStringList{"201", "203"} << "記録に失敗しました！\r\n"
+                                  << int(TrackingImportJob::Outcome::SaveFailed)
+                                  << QStringList{"", "400000000002", "", "777"};
+    QTest::newRow("commit refused") << false << QStringList{"201", "202", "203"} << "記録に失敗しました！\r\n"
+                                    << int(TrackingImportJob::Outcome::SaveFailed)
+                                    << QStringList{"4201", "400000000002", "", "777"};
+}
+
+// Neither an unknown order nor a stored number: the engine's text, no closing message, the rest left unread.
+void TrackingTest::engineErrorStopsTheRun()
+{
+    QFETCH(bool, damaged);
+    QFETCH(QStringList, orders);
+    QFETCH(QString, message);
+    QFETCH(int, outcome);
+    QFETCH(QStringList, stored);
+    std::optional<test::TestHome> jet;
+    std::optional<test::DamagedJetRow> damage;
+    if (damaged) {
+        if (test::backendUnderTest() != test::Backend::Sqlite) QSKIP("makes a Jet home of its own: once is enough");
+        db_.reset();
+        fnCloseDB(1);
+        jet.emplace(test::Backend::Jet);
+        QVERIFY2(jet->ok(), qPrintable(jet->error()));
+        QVERIFY(jet->exec({QStringLiteral("INSERT INTO jyuden (denno,okurino,total,memo) VALUES (201,'',1000,'a'),"
+                                          "(202,'400000000002',2000,'b'),(203,'',3000,'c'),(204,'777',4000,'d')")}));
+        damage.emplace(jet->file(QStringLiteral("data1.dat")), QStringLiteral("jyuden"), 1);
+        QVERIFY2(damage->ok(), qPrintable(damage->error()));
+        db_ = std::make_unique<clsDbClass>();
+        QVERIFY(db_->OpenDb());
+    } else {
+        QString why;
+        if (!test::refuseCommitsOfOrder(*db_, 202, &why)) QSKIP(qPrintable(why));
+    }
+    test::TestHome* home = jet ? &*jet : home_.get();
+    const QString in = home->file(QStringLiteral("result.csv")), log = home->file(QStringLiteral("error.txt"));
+    QStringList lines;
+    for (const QString& denno : orders)
+        lines << resultLine(denno, QLatin1Char('4') + denno);
+    QVERIFY(writeFile(in, lines));
+    test::ScriptedDialogs dialogs;
+    dialogs.expectStart(message, answer::Ok);
+    test::RecordingInteraction ui;
+    const auto r = TrackingImportJob(*db_).run(in, log, ui);
+    QVERIFY(dialogs.done());
+    QCOMPARE(int(r.outcome), outcome);
+    QCOMPARE(r.updated, qint64(stored.first().isEmpty() ? 0 : 1));
+    QCOMPARE(readLines(log), QStringList());
+    db_.reset();
+    damage.reset();
+    QCOMPARE(okurino(home), stored);
 }
 
 void TrackingTest::readLine_data()

@@ -13,6 +13,10 @@
 #include <memory>
 #include <optional>
 
+namespace pel {
+class clsDbClass;
+}
+
 namespace pel::test {
 
 enum class Backend { Sqlite, Postgres, Jet };
@@ -48,6 +52,26 @@ private:
     QByteArray previousHome_;
 };
 
+// The row offset of one row (the index-th of a full scan) of a Jet table made unreadable for as long as this lives;
+// put back afterwards, so that the home's closing check finds the file whole.
+class DamagedJetRow {
+public:
+    DamagedJetRow(const QString& file, const QString& table, int index);
+    ~DamagedJetRow();
+    bool ok() const { return error_.isEmpty(); }
+    const QString& error() const { return error_; }
+
+private:
+    QString file_;
+    qint64 at_ = -1;
+    QByteArray original_;
+    QString error_;
+};
+
+// From now on the commit of a transaction that changed the jyuden row of order denno fails on db's connection (a
+// check the engine defers to the commit), while the change itself succeeds. False on Jet, which defers none.
+bool refuseCommitsOfOrder(clsDbClass& db, qint64 denno, QString* error);
+
 class ScriptedDialogs : public DialogService {
 public:
     enum class Kind { Message, Folder, File };
@@ -56,10 +80,15 @@ public:
         QString expected; // the exact text the dialog must show (messages)
         int answer;
         std::optional<QString> path; // folder/file answer; nullopt = cancelled
+        bool prefix = false;         // the text must begin with `expected` (the engine's own words follow)
     };
     ScriptedDialogs();
     ~ScriptedDialogs() override;
     void expect(const QString& text, int answer) { steps_.append({Kind::Message, text, answer, std::nullopt}); }
+    void expectStart(const QString& start, int answer)
+    {
+        steps_.append({Kind::Message, start, answer, std::nullopt, true});
+    }
     void expectFolder(const std::optional<QString>& folder) { steps_.append({Kind::Folder, {}, 0, folder}); }
     void expectFile(const std::optional<QString>& file) { steps_.append({Kind::File, {}, 0, file}); }
     int messageBox(const QString& text, int style, const QString& title) override;
