@@ -71,7 +71,7 @@ TrackingImportJob::Result TrackingImportJob::run(const QString& input, const QSt
         const QString why = db_.ErrMsg();
         (void)db_.RollbackTns();
         in.close();
-        log.close();
+        (void)log.commit(); // the lines rejected before the stop, as a stopped run leaves them
         if (outcome == Outcome::ReadFailed)
             ui.readError(why);
         else
