@@ -8,6 +8,7 @@
 #include "tests/payment/fixtures.h"
 
 #include <QDir>
+#include <QDirIterator>
 #include <QElapsedTimer>
 #include <QProcess>
 #include <QTest>
@@ -120,6 +121,7 @@ private slots:
     void backupCopy();
     void runnerKilledAndRunAgain();
     void runner();
+    void runnerDryRun();
     void runnerReport();
 
 private:
@@ -715,6 +717,78 @@ void PaymentTest::runner()
     QVERIFY(QString::fromUtf8(err).contains(QStringLiteral("読込済みデータです")));
     QCOMPARE(batch({"import-payments", path, "--screen-date", "20241301"}, &out, &err), 2);
     QCOMPARE(batch({"import-payments", path, "--group", "1"}, &out, &err), 2);
+}
+
+namespace {
+
+// Every row of every table, and every other file of the home folder with its bytes.
+QStringList snapshot(TestHome& home)
+{
+    QStringList out;
+    auto c = Connection::create();
+    QString err;
+    if (!c->open(fnConnectString(0, QStringLiteral("data1.dat")), &err))
+        return {err};
+    for (const QString& t : c->tables()) {
+        Recordset rs;
+        if (!c->query(Sql::raw(QStringLiteral("select * from ") + t), rs, &err))
+            return {err};
+        for (; !rs.eof(); rs.moveNext()) {
+            QString row = t;
+            for (int i = 0; i < rs.fieldCount(); ++i)
+                row += QLatin1Char('\t') + rs.text(i);
+            out << row;
+        }
+    }
+    QDirIterator it(home.path(), QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        QFile f(it.next());
+        if (QFileInfo(f).fileName().startsWith(QLatin1String("data1.dat")))
+            continue; // the database, compared by its rows
+        out << f.fileName() + QLatin1Char('=') + (f.open(QIODevice::ReadOnly) ? f.readAll().toHex() : "unreadable");
+    }
+    out.sort();
+    return out;
+}
+
+} // namespace
+
+void PaymentTest::runnerDryRun()
+{
+    // the same order twice (the second finds the first's payment without a wait), a cancel of a paid order
+    const QString path = inputFile(*home_, QStringLiteral("MT.csv"),
+                                   cp932Lines({csvRecord("01", digitsOf(1001, 17), 5000),
+                                               csvRecord("12", digitsOf(1001, 17), 5000),
+                                               csvRecord("03", digitsOf(1006, 17), 7000)}));
+    QFile ini(home_->file(QStringLiteral("mirabo.ini")));
+    QVERIFY(ini.open(QIODevice::Append));
+    ini.write("[CvsRead]\r\nCheckWait=0\r\n");
+    ini.close();
+    const auto batch = [&](const QStringList& args) {
+        QProcess p;
+        p.start(QStringLiteral(PEL008_BATCH), args);
+        p.waitForFinished(60000);
+        return std::make_pair(p.exitCode(), p.readAllStandardOutput().trimmed());
+    };
+    const QByteArray expected =
+        R"({"posted":1,"rows":[["○：正常に読込ました","速報","2024/05/11","5,000","5,000","1001","101","山田 太郎"],)"
+        R"(["×：入金伝票が存在します","郵振","2024/05/11","5,000","5,000","1001","101","山田 太郎"],)"
+        R"(["×：取消データです。　入金処理で調整してください。","取消","2024/05/11","7,000","7,000","1006","102","ｻﾄｳ ﾊﾅｺ"]],)"
+        R"("totals":[1,5000,1,5000,1,7000,2,10000,1,7000]})";
+    const QStringList before = snapshot(*home_);
+    // no --yes: a dry run asks nothing
+    const auto dry = batch({"--json", "import-payments", path, "--dry-run"});
+    QCOMPARE(dry.first, 0);
+    QCOMPARE(dry.second, QByteArray(expected).insert(1, R"("dryRun":true,)"));
+    const QStringList after = snapshot(*home_);
+    for (const QString& e : before)
+        QVERIFY2(after.contains(e), qPrintable(e.left(200)));
+    QCOMPARE(after, before);
+    const auto real = batch({"--yes", "--json", "import-payments", path});
+    QCOMPARE(real.first, 0);
+    QCOMPARE(real.second, expected);
+    QCOMPARE(count("select count(*) from inmoney where denno = 1001"), 1);
+    QVERIFY(snapshot(*home_) != before);
 }
 
 void PaymentTest::runnerReport()
