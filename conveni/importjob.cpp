@@ -113,7 +113,7 @@ void PaymentImportJob::refuse(const QString& text, int style)
 PaymentImportJob::Result PaymentImportJob::run(const Input& input)
 {
     in_ = input;
-    in_.fileName = input.fileName.trimmed();
+    in_.fileName = fnTrim(input.fileName);
     if (busy_)
         return Result::Busy;
     if (in_.fileName.isEmpty()) {
@@ -208,7 +208,7 @@ void PaymentImportJob::pass1()
             throw Stop{};
         }
         ui_->yieldOnce();
-        if (line.trimmed() == QStringLiteral("読込済"))
+        if (fnTrim(line) == QStringLiteral("読込済"))
             refuse(QStringLiteral("読込済みデータです"), mb::OkOnly | mb::Information);
         ++lineCount_;
         if (comma_ != 0)

@@ -9,6 +9,10 @@ namespace pel {
 // everything else ignored; empty gives 0.
 double fnToNum(const QString& text, bool decimals = true, bool minus = true);
 
+// The text without its leading and trailing half-width spaces, as the system trims: a full-width space, a tab or a
+// line break stays.
+QString fnTrim(const QString& text);
+
 // The text with every occurrence of sub removed (searching again from the start after each removal).
 QString fnDelStr(const QString& text, const QString& sub);
 

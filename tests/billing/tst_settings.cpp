@@ -183,6 +183,9 @@ void SettingsTest::save_data()
     QTest::newRow("908997, five digits") << true << 0 << "12345" << Steps{{"アプラスの企業コードは４桁です", ok}}
                                          << "1|908997|1234"
                                          << "txtCkcode";
+    QTest::newRow("908997, a full-width space is not trimmed")
+        << true << 0 << "1234　" << Steps{{"アプラスの企業コードは４桁です", ok}} << "1|908997|1234"
+        << "txtCkcode";
     QTest::newRow("929023, four digits") << true << 1 << "1234" << Steps{{"ＤＳＫの企業コードは５桁です", ok}}
                                          << "1|908997|1234"
                                          << "txtCkcode";

@@ -319,6 +319,10 @@ void TstCore::year()
 
 void TstCore::delStr()
 {
+    // half-width spaces only, as the system trims
+    QCOMPARE(fnTrim(QStringLiteral("  1234　 ")), QStringLiteral("1234　"));
+    QCOMPARE(fnTrim(QStringLiteral("\t12 \r\n")), QStringLiteral("\t12 \r\n"));
+    QCOMPARE(fnTrim(QStringLiteral("   ")), QString());
     QCOMPARE(fnDelStr(QStringLiteral("a--b-"), QStringLiteral("-")), QStringLiteral("ab"));
     QCOMPARE(fnDelStr(QStringLiteral("aXYXYb"), QStringLiteral("XY")), QStringLiteral("ab"));
     QCOMPARE(fnDelStr(QStringLiteral("abc"), QString()), QStringLiteral("abc"));
