@@ -16,7 +16,7 @@ QString fnTrim(const QString& text);
 // The text with every occurrence of sub removed (searching again from the start after each removal).
 QString fnDelStr(const QString& text, const QString& sub);
 
-// Cuts the leading part of text that fits in n Shift-JIS bytes without splitting a double-byte character and
+// Cuts the leading part of text that fits in n Shift-JIS bytes as written without splitting a character and
 // returns it; text keeps the remainder (empty when the whole text fitted), so successive calls give the pieces.
 QString fnCutByte(QString& text, int n);
 
@@ -26,7 +26,7 @@ QString fnYear(const QString& year, bool flag);
 // The text right-aligned to width with the fill character on the left; a longer text is returned unchanged.
 QString fnPadLeft(const QString& text, int width, QChar fill = QLatin1Char(' '));
 
-// Shift-JIS byte length of a text, a double-byte character counting two.
+// Shift-JIS byte length of a text as it is written (Cp932::byteLength).
 int fnByteLen(const QString& text);
 
 // yyyymmdd from the three texts of a date entry; 0 unless all three trimmed texts are non-empty.
