@@ -113,26 +113,29 @@ void TstCore::splitQuoted()
 void TstCore::iniRoundTrip_data()
 {
     QTest::addColumn<QString>("value");
-    QTest::newRow("path with =") << "C:\\data\\a=b.csv";
-    QTest::newRow("japanese") << "D:\\出荷\\Ｉ－ＣＡＴ＿結果①.csv";
-    QTest::newRow("empty") << "";
-    QTest::newRow("half-width kana") << "ｺﾝﾋﾞﾆ.txt";
+    QTest::addColumn<QString>("stored");
+    QTest::newRow("path with =") << "C:\\data\\a=b.csv" << "C:\\data\\a=b.csv";
+    QTest::newRow("japanese") << "D:\\出荷\\Ｉ－ＣＡＴ＿結果①.csv" << "D:\\出荷\\Ｉ－ＣＡＴ＿結果①.csv";
+    QTest::newRow("empty") << "" << "";
+    QTest::newRow("half-width kana") << "ｺﾝﾋﾞﾆ.txt" << "ｺﾝﾋﾞﾆ.txt";
+    QTest::newRow("typed elsewhere: best fit") << "D:\\1−2〜3" << "D:\\1－2～3";
 }
 
 void TstCore::iniRoundTrip()
 {
     QFETCH(QString, value);
+    QFETCH(QString, stored);
     QTemporaryDir dir;
     const QString ini = dir.filePath(QStringLiteral("mirabo.ini"));
     QVERIFY(fnPutIni(QStringLiteral("I-CAT"), QStringLiteral("MakeFile"), value, ini) != 0);
     QString got = QStringLiteral("x");
     fnGetIni(QStringLiteral("i-cat"), QStringLiteral("makefile"), QStringLiteral("default"), got, 1024, ini);
-    QCOMPARE(got, value);
+    QCOMPARE(got, stored);
     QFile f(ini);
     QVERIFY(f.open(QIODevice::ReadOnly));
     const QByteArray raw = f.readAll();
     QVERIFY(raw.endsWith("\r\n"));
-    QCOMPARE(Cp932::decode(raw).value_or(QString()), QStringLiteral("[I-CAT]\r\nMakeFile=") + value + "\r\n");
+    QCOMPARE(Cp932::decode(raw).value_or(QString()), QStringLiteral("[I-CAT]\r\nMakeFile=") + stored + "\r\n");
 }
 
 void TstCore::iniReadRules()
