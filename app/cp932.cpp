@@ -12,7 +12,7 @@ struct ConverterDeleter {
 };
 using Converter = std::unique_ptr<UConverter, ConverterDeleter>;
 
-Converter openStrict()
+Converter open(bool bestFit)
 {
     UErrorCode e = U_ZERO_ERROR;
     Converter c(ucnv_open("windows-31j", &e));
@@ -21,16 +21,35 @@ Converter openStrict()
     e = U_ZERO_ERROR;
     ucnv_setToUCallBack(c.get(), UCNV_TO_U_CALLBACK_STOP, nullptr, nullptr, nullptr, &e);
     ucnv_setFromUCallBack(c.get(), UCNV_FROM_U_CALLBACK_STOP, nullptr, nullptr, nullptr, &e);
-    ucnv_setFallback(c.get(), false);
+    // ICU's one-way fallbacks of windows-31j are the mappings Windows' own conversion uses for these characters
+    ucnv_setFallback(c.get(), bestFit);
     return c;
 }
 
-// One converter per thread; ICU converters keep state and are not shareable.
-UConverter* converter()
+// One converter per thread and direction; ICU converters keep state and are not shareable.
+UConverter* decoder()
 {
-    thread_local Converter c = openStrict();
+    thread_local Converter c = open(false);
     ucnv_reset(c.get());
     return c.get();
+}
+
+UConverter* encoder()
+{
+    thread_local Converter c = open(true);
+    ucnv_reset(c.get());
+    return c.get();
+}
+
+// Windows' best fit for code page 932 beyond ICU's fallbacks: the Latin-1 signs as their full-width forms.
+char16_t bestFit(char16_t c)
+{
+    switch (c) {
+    case u'\u00A2': return u'\uFFE0'; // ¢ -> 0x8191
+    case u'\u00A3': return u'\uFFE1'; // £ -> 0x8192
+    case u'\u00AC': return u'\uFFE2'; // ¬ -> 0x81CA
+    default: return c;
+    }
 }
 
 QString hexBytes(const QByteArray& b, qsizetype at, qsizetype n)
@@ -45,7 +64,7 @@ QString hexBytes(const QByteArray& b, qsizetype at, qsizetype n)
 
 std::optional<QString> Cp932::decode(const QByteArray& bytes, Cp932Error* error)
 {
-    UConverter* c = converter();
+    UConverter* c = decoder();
     QString out(bytes.size(), Qt::Uninitialized);
     auto* target = reinterpret_cast<UChar*>(out.data());
     UChar* const targetStart = target;
@@ -76,7 +95,15 @@ std::optional<QString> Cp932::decode(const QByteArray& bytes, Cp932Error* error)
 
 std::optional<QByteArray> Cp932::encode(QStringView text, Cp932Error* error)
 {
-    UConverter* c = converter();
+    QString mapped;
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        const char16_t to = bestFit(text[i].unicode());
+        if (to == text[i].unicode()) continue;
+        if (mapped.isNull()) mapped = text.toString();
+        mapped[i] = QChar(to);
+    }
+    if (!mapped.isNull()) text = mapped;
+    UConverter* c = encoder();
     QByteArray out(text.size() * 2, Qt::Uninitialized);
     char* target = out.data();
     char* const targetStart = target;
@@ -123,14 +150,7 @@ qsizetype Cp932::byteLength(QStringView text)
 {
     if (auto b = encode(text))
         return b->size();
-    qsizetype bytes = 0;
-    for (qsizetype i = 0; i < text.size();) {
-        const qsizetype n = (text[i].isHighSurrogate() && i + 1 < text.size()) ? 2 : 1;
-        const auto b = encode(text.mid(i, n));
-        bytes += b ? b->size() : 2;
-        i += n;
-    }
-    return bytes;
+    return encodeLossy(text).size();
 }
 
 } // namespace pel

@@ -13,7 +13,7 @@ namespace {
 QString limited(QString s)
 {
     s = fnDelStr(s.left(40), QString(QChar(u'\0')));
-    return s.trimmed();
+    return fnTrim(s);
 }
 
 QString userName()
@@ -29,8 +29,8 @@ QString userName()
 Sql statement(QString& operation, int kind, QString& note)
 {
     QString op = operation, nt = note;
-    operation = fnCutByte(op, 80).trimmed();
-    note = fnCutByte(nt, 50).trimmed();
+    operation = fnTrim(fnCutByte(op, 80));
+    note = fnTrim(fnCutByte(nt, 50));
     const QString now = fnDateText(QDateTime::currentDateTime());
     // Texts go in unescaped: a quote in one of them breaks the statement and the row is lost.
     return Sql("insert into operatlog values(") + Sql::q(limited(QSysInfo::machineHostName())) + "," +

@@ -1,4 +1,5 @@
-// import-payments FILE [--screen-date YYYYMMDD] [--report PDF --group 0|1|2|3]: the payment import of screen 5.
+// import-payments FILE [--screen-date YYYYMMDD] [--report PDF --group 0|1|2|3] [--dry-run]: the payment import of
+// screen 5.
 #include "app/db/dbglobals.h"
 #include "batch/command.h"
 #include "batch/interaction.h"
@@ -37,6 +38,7 @@ int run(Context& ctx)
     QString file, report, group;
     qint32 screenDate = 0;
     bool haveDate = false;
+    bool dryRun = false;
     QStringList args = ctx.args;
     while (!args.isEmpty()) {
         const QString a = args.takeFirst();
@@ -57,6 +59,8 @@ int run(Context& ctx)
                     return ctx.usage(QStringLiteral("import-payments: --group is 0, 1, 2 or 3: %1").arg(v));
                 group = v;
             }
+        } else if (a == QLatin1String("--dry-run")) {
+            dryRun = true;
         } else if (a.startsWith(QLatin1String("--")) || !file.isEmpty()) {
             return ctx.usage(QStringLiteral("import-payments: unexpected %1").arg(a));
         } else {
@@ -79,6 +83,7 @@ int run(Context& ctx)
     CommandInteraction runner(ctx.json ? nullptr : &ctx.out);
     KeepRows ui(runner);
     PaymentImportJob job(db, report.isEmpty() ? static_cast<Interaction&>(runner) : ui);
+    job.setDryRun(dryRun);
     const auto result =
         job.run({file, haveDate ? PaymentImportJob::ScreenDate : PaymentImportJob::RecordDate, screenDate});
     QJsonArray totals;
@@ -92,7 +97,10 @@ int run(Context& ctx)
     QJsonArray rows;
     for (const QStringList& r : runner.rows())
         rows.append(QJsonArray::fromStringList(r));
-    ctx.summary(QJsonObject{{"rows", rows}, {"totals", totals}, {"posted", static_cast<double>(job.posted())}});
+    QJsonObject summary{{"rows", rows}, {"totals", totals}, {"posted", static_cast<double>(job.posted())}};
+    if (dryRun)
+        summary.insert(QStringLiteral("dryRun"), true);
+    ctx.summary(summary);
     db.CloseDb();
     fnCloseDB(1);
     // the report of the rows listed, whatever the outcome (a refused file gives an empty list), as the screen's
@@ -105,7 +113,8 @@ int run(Context& ctx)
 }
 
 const Registrar reg{
-    {"import-payments", "import-payments FILE [--screen-date YYYYMMDD] [--report PDF --group 0|1|2|3]", &run, true}};
+    {"import-payments", "import-payments FILE [--screen-date YYYYMMDD] [--report PDF --group 0|1|2|3] [--dry-run]",
+     &run, true}};
 
 } // namespace
 } // namespace pel::batch

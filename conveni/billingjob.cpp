@@ -193,7 +193,7 @@ QStringList BillingJob::fileNames(int agency)
 
 QString BillingJob::padNumber(const QString& value, int width, QChar pad)
 {
-    QString v = value.trimmed();
+    QString v = fnTrim(value);
     if (v.isEmpty()) v = QStringLiteral(" ");
     return (QString(width, pad) + v).right(width);
 }
@@ -365,7 +365,7 @@ BillingResult BillingJob::run(const BillingRequest& request, Interaction& ui)
                              {d(OZip), "o.zip"},
                              {adr.at(0), "o.adr1+o.adr2+o.adr3+o.adr4"},
                              {adr.at(1), "o.adr1+o.adr2+o.adr3+o.adr4"},
-                             tel.trimmed().isEmpty() ? F{d(OKeitai), "o.keitai"} : F{tel, "o.tel"},
+                             fnTrim(tel).isEmpty() ? F{d(OKeitai), "o.keitai"} : F{tel, "o.tel"},
                              {d(Total)}},
                             false, result.unencodable, reported);
         } else {

@@ -141,7 +141,7 @@ void frmConveniMake::onLoad()
     if (gintArgCnt > 1) {
         // the suite's menu presets the range: arguments 2-3 ship dates, 4-5 order numbers, 6 re-output
         for (int i = 0; i < 2; ++i) {
-            const QString day = gstrArgs.value(2 + i).trimmed();
+            const QString day = fnTrim(gstrArgs.value(2 + i));
             if (!day.isEmpty())
                 setDay(i, static_cast<long long>(fnToNum(day, false, false)));
             txtDenno[i]->setText(gstrArgs.value(4 + i));
@@ -189,7 +189,7 @@ bool frmConveniMake::entryCheck()
 {
     for (int i = 0; i < 2; ++i)
         for (QLineEdit* box : {txtYy(i), txtMm(i), txtDd(i), txtDenno[i]})
-            if (box->text().trimmed().isEmpty()) {
+            if (fnTrim(box->text()).isEmpty()) {
                 fnMsg(QStringLiteral("未記入"));
                 box->setFocus();
                 return false;
@@ -200,7 +200,7 @@ bool frmConveniMake::entryCheck()
         setDay(1, from);
     }
     if (fnToNum(txtDenno[0]->text()) > fnToNum(txtDenno[1]->text())) {
-        const QString first = txtDenno[0]->text().trimmed(), last = txtDenno[1]->text().trimmed();
+        const QString first = fnTrim(txtDenno[0]->text()), last = fnTrim(txtDenno[1]->text());
         txtDenno[0]->setText(fnPadLeft(last, txtDenno[0]->maxLength()));
         txtDenno[1]->setText(fnPadLeft(first, txtDenno[1]->maxLength()));
     }

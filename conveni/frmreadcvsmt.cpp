@@ -4,6 +4,7 @@
 #include "conveni/rptcvsmtprint.h"
 #include "ui/dateentry.h"
 #include "ui/forminteraction.h"
+#include "ui/textrules.h"
 
 #include <QComboBox>
 #include <QDate>
@@ -224,7 +225,7 @@ void frmReadCVSMT::showTotals()
 
 void frmReadCVSMT::cmdOK_Click()
 {
-    txtFname->setText(txtFname->text().trimmed());
+    txtFname->setText(fnTrim(txtFname->text()));
     if (job_->busy()) {
         txtFname->setFocus();
         return;
@@ -240,7 +241,7 @@ void frmReadCVSMT::cmdOK_Click()
 
 void frmReadCVSMT::cmdFile_Click()
 {
-    const QString name = txtFname->text().trimmed();
+    const QString name = fnTrim(txtFname->text());
     if (!name.contains(u'\\') && !name.contains(u'/'))
         msgBox(QStringLiteral("ファイル名を指定してください。"), mb::OkOnly, QStringLiteral("確認"));
     const QString start = startFolder(name, getSetting(QStringLiteral("CvsRead"), QStringLiteral("ReadFile")));
@@ -251,7 +252,7 @@ void frmReadCVSMT::cmdFile_Click()
 
 void frmReadCVSMT::cmdFchk_Click()
 {
-    const QString name = txtFname->text().trimmed();
+    const QString name = fnTrim(txtFname->text());
 #ifdef Q_OS_WIN
     QProcess::startDetached(QStringLiteral("notepad.exe"), {name});
 #else

@@ -114,18 +114,19 @@ void PaymentImportJob::refuse(const QString& text, int style)
 PaymentImportJob::Result PaymentImportJob::run(const Input& input)
 {
     in_ = input;
-    in_.fileName = input.fileName.trimmed();
+    in_.fileName = fnTrim(input.fileName);
     if (busy_)
         return Result::Busy;
     if (in_.fileName.isEmpty()) {
         ui_->msg(QStringLiteral("未記入"));
         return Result::Refused;
     }
-    if (ui_->msg(QStringLiteral("作業開始")) != answer::Yes)
+    if (!dryRun_ && ui_->msg(QStringLiteral("作業開始")) != answer::Yes)
         return Result::Refused;
     busy_ = true;
     cancelled_ = false;
     backupFailed_ = false;
+    wouldPost_.clear();
     inTransaction_ = false;
     rows_ = 0;
     lineCount_ = 0;
@@ -221,7 +222,7 @@ void PaymentImportJob::pass1()
             throw Stop{};
         }
         ui_->yieldOnce();
-        if (line.trimmed() == QStringLiteral("読込済"))
+        if (fnTrim(line) == QStringLiteral("読込済"))
             refuse(QStringLiteral("読込済みデータです"), mb::OkOnly | mb::Information);
         ++lineCount_;
         if (comma_ != 0)
@@ -260,10 +261,13 @@ void PaymentImportJob::pass2()
     file_.close();
     if (!file_.open(in_.fileName))
         throw Failure{QStringLiteral("ファイルオープンに失敗しました！")};
-    if (!db_.BeginTns())
-        throw Failure{db_.ErrMsg()};
-    inTransaction_ = true;
-    posting_ = std::make_unique<PaymentPosting>(wait_);
+    if (!dryRun_) {
+        if (!db_.BeginTns())
+            throw Failure{db_.ErrMsg()};
+        inTransaction_ = true;
+    }
+    // the wait lets a posting become visible to the check; a dry run posts nothing
+    posting_ = std::make_unique<PaymentPosting>(dryRun_ ? 0 : wait_);
     ui_->progress(0);
     qint64 processed = 0;
     QString line;
@@ -339,11 +343,15 @@ void PaymentImportJob::record(const QString& line)
     rs.close();
 
     QString error;
-    const std::optional<bool> exists = posting_->paymentExists(denno, &error);
+    std::optional<bool> exists = posting_->paymentExists(denno, &error);
     if (!exists)
         throw Failure{error};
+    if (dryRun_ && wouldPost_.contains(denno))
+        exists = true;
     const auto post = [&](bool compare) {
-        if (!posting_->postPayment(line, denno, nday, amount, kPaymentKind)) {
+        if (dryRun_) {
+            wouldPost_.insert(denno);
+        } else if (!posting_->postPayment(line, denno, nday, amount, kPaymentKind)) {
             addTotal(2, 1);
             addTotal(3, amount);
             outcome_ = QStringLiteral("×：記録中にエラーが発生しました");
@@ -379,9 +387,11 @@ void PaymentImportJob::record(const QString& line)
 void PaymentImportJob::finish()
 {
     closeFiles();
-    if (!db_.CommitTns())
-        throw Failure{db_.ErrMsg()};
-    inTransaction_ = false;
+    if (inTransaction_) {
+        if (!db_.CommitTns())
+            throw Failure{db_.ErrMsg()};
+        inTransaction_ = false;
+    }
     if (comma_ != 0) { // no trailer: the file totals are the outcomes'
         totals_[6] = formatAmount(static_cast<double>(total(0) + total(2)));
         totals_[7] = formatAmount(static_cast<double>(total(1) + total(3)));
@@ -389,6 +399,11 @@ void PaymentImportJob::finish()
         totals_[9] = totals_[5];
         if (totalsChanged)
             totalsChanged();
+    }
+    if (dryRun_) {
+        ui_->messageBox(QStringLiteral("確認のみ：") + totals_[0] + QStringLiteral("件を入金処理できます（記録していません）"),
+                        mb::OkOnly | mb::Information, kProductTitle);
+        return;
     }
     opeLog(kOperation, 1, totals_[0] + QStringLiteral("件 ") + totals_[1] + QStringLiteral("円"));
     if (cancelled_) {

@@ -5,6 +5,7 @@
 #include "app/interaction.h"
 #include "conveni/mtfile.h"
 
+#include <QSet>
 #include <QString>
 #include <QStringList>
 #include <array>
@@ -63,6 +64,11 @@ public:
     // Milliseconds before each payment-exists check (default: mirabo.ini CvsRead/CheckWait; a value there that is
     // not a whole number of milliseconds refuses the run).
     void setCheckWait(int ms) { checkWait_ = ms; }
+    // A dry run reads, checks and matches as a run does and lists the same rows and totals, but asks nothing and
+    // changes nothing: no posting, no read mark, no backup, no operation log. A payment it would post counts as
+    // existing for the records after it, as the posted one would.
+    void setDryRun(bool on) { dryRun_ = on; }
+    bool dryRun() const { return dryRun_; }
 
     // Names of the data codes in the list.
     static QString codeName(const QString& code);
@@ -105,6 +111,8 @@ private:
     int wait_ = 0; // the wait of the run in hand
     bool cancelled_ = false;
     bool backupFailed_ = false;
+    bool dryRun_ = false;
+    QSet<qint32> wouldPost_; // a dry run's postings
 };
 
 } // namespace pel

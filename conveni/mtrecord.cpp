@@ -171,7 +171,7 @@ MtRecord readRecord(const QString& line, qint16 comma, const CvsLayout& l, const
             if (comma == 0)
                 r.denno = toLong(num(fnItem(line, l.dno1) + fnItem(line, l.dno2)));
             else
-                r.denno = toLong(num(item(l.dno1, l.cdno1).trimmed() + item(l.dno2, l.cdno2)));
+                r.denno = toLong(num(fnTrim(item(l.dno1, l.cdno1)) + item(l.dno2, l.cdno2)));
         } else {
             r.denno = toLong(num(item(l.dno1, l.cdno1)));
         }

@@ -47,7 +47,7 @@ SettingsJob::Loaded SettingsJob::load()
         l.index = 0;
         return l;
     }
-    const QString agency = fnGetFields(rs, QStringLiteral("cfcode1")).trimmed();
+    const QString agency = fnTrim(fnGetFields(rs, QStringLiteral("cfcode1")));
     if (agency.isEmpty()) {
         l.index = 0;
         return l;
@@ -61,7 +61,7 @@ SettingsJob::Loaded SettingsJob::load()
         }
     }
     // shown even when collection is not used
-    l.code = fnGetFields(rs, QStringLiteral("ckcode1")).trimmed();
+    l.code = fnTrim(fnGetFields(rs, QStringLiteral("ckcode1")));
     return l;
 }
 
@@ -103,7 +103,7 @@ SettingsJob::Saved SettingsJob::save(bool used, const QString& agencyCode, const
     sysfileAttempts_ = cvssetAttempts_ = 0;
     const int ask = mb::YesNo | mb::Information | mb::DefaultButton2;
     if (used) {
-        const QString trimmed = code.trimmed();
+        const QString trimmed = fnTrim(code);
         if (trimmed.isEmpty()) {
             ui.messageBox(QStringLiteral("企業コードを入力してください"), mb::Exclamation);
             return Saved::CodeRefused;

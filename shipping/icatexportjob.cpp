@@ -237,7 +237,7 @@ int IcatExportJob::firstEmpty(const Input& in)
     const QString* fields[] = {&in.yy[0], &in.mm[0],    &in.dd[0],    &in.yy[1], &in.mm[1],
                                &in.dd[1], &in.denno[0], &in.denno[1], &in.file};
     for (int i = 0; i < 9; ++i)
-        if (fields[i]->trimmed().isEmpty()) return i;
+        if (fnTrim(*fields[i]).isEmpty()) return i;
     return -1;
 }
 

@@ -26,13 +26,16 @@ std::optional<qint32> TrackingImportJob::toLong(const QString& field)
 
 bool TrackingImportJob::readLine(const QByteArray& raw, Values& values)
 {
-    const auto text = Cp932::decode(raw);
-    if (!text) return false;
+    // Split on the bytes, one character per byte: a comma or a double quote is never part of a CP932 or UTF-8
+    // character, so a name saved in another encoding does not move the fields, and only the two read must be CP932.
     QStringList fields;
-    const int n = fnSplitQuoted(*text, fields, QStringLiteral(","));
-    if (n >= 2)
-        if (const auto denno = toLong(fields[2])) values.denno = *denno;
-    if (n >= kTrackingField) values.tracking = fields[kTrackingField];
+    const int n = fnSplitQuoted(QString::fromLatin1(raw), fields, QStringLiteral(","));
+    std::optional<QString> denno, tracking;
+    if (n >= 2 && !(denno = Cp932::decode(fields[2].toLatin1()))) return false;
+    if (n >= kTrackingField && !(tracking = Cp932::decode(fields[kTrackingField].toLatin1()))) return false;
+    if (denno)
+        if (const auto d = toLong(*denno)) values.denno = *d;
+    if (tracking) values.tracking = *tracking;
     return true;
 }
 
@@ -84,6 +87,7 @@ TrackingImportJob::Result TrackingImportJob::run(const QString& input, const QSt
     while (!in.atEnd()) {
         QByteArray line = in.readLine();
         if (line.endsWith('\n')) line.chop(line.endsWith("\r\n") ? 2 : 1);
+        if (r.lines == 0 && line.startsWith("\xEF\xBB\xBF")) line.remove(0, 3); // an editor's UTF-8 mark
         ++r.lines;
         bool found = false;
         if (readLine(line, values)) {

@@ -29,7 +29,7 @@ public:
         qint64 lines = 0;       // lines read
         qint64 updated = 0;     // orders whose tracking number was stored
         qint64 rejected = 0;    // lines written to the error log
-        qint64 undecodable = 0; // lines that are not CP932 text (also in the error log)
+        qint64 undecodable = 0; // lines whose field 2 or 47 is not CP932 text (also in the error log)
     };
 
     // What a line leaves for the next: a field the line lacks (or cannot be read as its type) keeps the value of
@@ -38,8 +38,9 @@ public:
         qint32 denno = 0;
         QString tracking;
     };
-    // Reads the order number (field 2) and the tracking number (field 47) of one line, without its line end.
-    // False when the bytes are not CP932 text (values unchanged).
+    // Reads the order number (field 2) and the tracking number (field 47) of one line, without its line end, from
+    // its bytes: the other fields may be in any encoding. False when either of the two is not CP932 text (values
+    // unchanged).
     static bool readLine(const QByteArray& raw, Values& values);
     // The order number as the field converts to a 32-bit integer; nullopt when it does not.
     static std::optional<qint32> toLong(const QString& field);

@@ -11,6 +11,38 @@
 
 namespace pel {
 
+// The dialogs in force, each shown with the normal cursor over the run's hourglass.
+class FormInteraction::ArrowDialogs final : public DialogService {
+public:
+    explicit ArrowDialogs(DialogService& inner) : inner_(inner) {}
+    int messageBox(const QString& text, int style, const QString& title) override
+    {
+        const Arrow a;
+        return inner_.messageBox(text, style, title);
+    }
+    void processEvents() override { inner_.processEvents(); }
+    std::optional<QString> chooseFolder(const QString& title, const QString& start) override
+    {
+        const Arrow a;
+        return inner_.chooseFolder(title, start);
+    }
+    std::optional<QString> chooseFile(FileChoice kind, const QString& title, const QString& start,
+                                      const QString& filter) override
+    {
+        const Arrow a;
+        return inner_.chooseFile(kind, title, start, filter);
+    }
+
+private:
+    struct Arrow {
+        Arrow() { QApplication::setOverrideCursor(Qt::ArrowCursor); }
+        ~Arrow() { QApplication::restoreOverrideCursor(); }
+        Arrow(const Arrow&) = delete;
+        Arrow& operator=(const Arrow&) = delete;
+    };
+    DialogService& inner_;
+};
+
 FormInteraction::FormInteraction(Form* form, const QString& busyMask, const QString& idleMask, Widgets widgets)
     : form_(form), busyMask_(busyMask), idleMask_(idleMask), widgets_(widgets)
 {
@@ -30,12 +62,21 @@ void FormInteraction::lock(bool on)
     if (on) {
         cancel_ = false;
         QApplication::setOverrideCursor(Qt::WaitCursor);
+        if (!dialogs_) {
+            dialogs_ = std::make_unique<ArrowDialogs>(dialogs());
+            previous_ = setDialogService(dialogs_.get());
+        }
         if (form_) {
             form_->setBusy(busyMask_);
             form_->runStarted(this);
         }
     } else {
         QApplication::restoreOverrideCursor();
+        // a service installed over ours during the run may still hand back to it: then it stays until we go
+        if (&dialogs() == dialogs_.get()) {
+            setDialogService(previous_);
+            dialogs_.reset();
+        }
         if (form_) {
             form_->setIdle(idleMask_);
             form_->runEnded();
@@ -70,11 +111,8 @@ bool FormInteraction::requestCancel()
 {
     if (!locked_)
         return false;
-    // the question is asked with the normal cursor; the run goes on under the hourglass
-    QApplication::setOverrideCursor(Qt::ArrowCursor);
     if (msg(QStringLiteral("処理中止"), QString(), true) == answer::Yes)
         cancel_ = true;
-    QApplication::restoreOverrideCursor();
     return true;
 }
 

@@ -1,9 +1,12 @@
 #pragma once
 // The screens' side of a job: the busy lock with the hourglass, the progress bar and status line, result rows into
-// the screen's list, and F6 ("処理中止") setting the cancel flag that the job polls before each record.
+// the screen's list, and F6 ("処理中止") setting the cancel flag that the job polls before each record. The hourglass
+// shows while the work runs, never over a question or a message of the run.
 #include "app/interaction.h"
 
 #include <QPointer>
+
+#include <memory>
 
 class QLabel;
 class QProgressBar;
@@ -43,12 +46,15 @@ public:
     void setIdleMask(const QString& mask) { idleMask_ = mask; }
 
 private:
+    class ArrowDialogs;
     QPointer<Form> form_;
     QString busyMask_;
     QString idleMask_;
     Widgets widgets_;
     bool locked_ = false;
     bool cancel_ = false;
+    std::unique_ptr<ArrowDialogs> dialogs_; // in force while locked
+    DialogService* previous_ = nullptr;
 };
 
 } // namespace pel

@@ -38,6 +38,16 @@ QString fnDelStr(const QString& text, const QString& sub)
     return r;
 }
 
+QString fnTrim(const QString& text)
+{
+    qsizetype begin = 0, end = text.size();
+    while (begin < end && text[begin] == u' ')
+        ++begin;
+    while (end > begin && text[end - 1] == u' ')
+        --end;
+    return text.mid(begin, end - begin);
+}
+
 QString fnCutByte(QString& text, int n)
 {
     int bytes = 0;
@@ -57,7 +67,7 @@ QString fnCutByte(QString& text, int n)
 
 QString fnYear(const QString& year, bool flag)
 {
-    if (year.trimmed().isEmpty())
+    if (fnTrim(year).isEmpty())
         return QString();
     const double v = fnToNum(year);
     const long long y = static_cast<long long>(v);
@@ -89,7 +99,7 @@ int fnByteLen(const QString& text)
 
 long long trioToYmd(const QString& yy, const QString& mm, const QString& dd)
 {
-    if (yy.trimmed().isEmpty() || mm.trimmed().isEmpty() || dd.trimmed().isEmpty())
+    if (fnTrim(yy).isEmpty() || fnTrim(mm).isEmpty() || fnTrim(dd).isEmpty())
         return 0;
     const auto n = [](const QString& t) { return static_cast<long long>(fnToNum(t)); };
     return n(yy) * 10000 + n(mm) * 100 + n(dd);

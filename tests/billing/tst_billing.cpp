@@ -350,7 +350,7 @@ void BillingTest::markingRolledBackAfterElevenAttempts()
     QVERIFY(dialogs.done());
     QVERIFY(r.markFailed);
     QCOMPARE(r.marked, 0);
-    QCOMPARE(r.markAttempts, BillingJob::kAttempts);
+    QCOMPARE(r.markAttempts, 11);
     QCOMPARE(cflags(), QStringLiteral("0")); // 101 and 102 rolled back with the rest
     QCOMPARE(home_->scalar(QStringLiteral("select count(*) from operatlog where kubun = 2")), QStringLiteral("0"));
     QVERIFY(QFile::exists(out_->filePath(QStringLiteral("請求一括登録.txt")))); // the files stay
@@ -371,6 +371,8 @@ void BillingTest::readErrorStopsTheRun()
 {
     QFETCH(QString, change);
     QFETCH(bool, selected);
+    if (home_->backend() == test::Backend::Jet && change.startsWith(QLatin1String("ALTER")))
+        QSKIP("a Jet file's tables cannot be altered through SQLite; its damaged rows are tested with the database");
     QVERIFY(home_->exec({change}));
     test::ScriptedDialogs dialogs;
     if (selected) {

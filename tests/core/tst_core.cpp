@@ -38,6 +38,8 @@ private slots:
     void delStr();
     void cp932_data();
     void cp932();
+    void cp932BestFit_data();
+    void cp932BestFit();
     void cp932Errors();
     void catalogue_data();
     void catalogue();
@@ -111,26 +113,29 @@ void TstCore::splitQuoted()
 void TstCore::iniRoundTrip_data()
 {
     QTest::addColumn<QString>("value");
-    QTest::newRow("path with =") << "C:\\data\\a=b.csv";
-    QTest::newRow("japanese") << "D:\\出荷\\Ｉ－ＣＡＴ＿結果①.csv";
-    QTest::newRow("empty") << "";
-    QTest::newRow("half-width kana") << "ｺﾝﾋﾞﾆ.txt";
+    QTest::addColumn<QString>("stored");
+    QTest::newRow("path with =") << "C:\\data\\a=b.csv" << "C:\\data\\a=b.csv";
+    QTest::newRow("japanese") << "D:\\出荷\\Ｉ－ＣＡＴ＿結果①.csv" << "D:\\出荷\\Ｉ－ＣＡＴ＿結果①.csv";
+    QTest::newRow("empty") << "" << "";
+    QTest::newRow("half-width kana") << "ｺﾝﾋﾞﾆ.txt" << "ｺﾝﾋﾞﾆ.txt";
+    QTest::newRow("typed elsewhere: best fit") << "D:\\1−2〜3" << "D:\\1－2～3";
 }
 
 void TstCore::iniRoundTrip()
 {
     QFETCH(QString, value);
+    QFETCH(QString, stored);
     QTemporaryDir dir;
     const QString ini = dir.filePath(QStringLiteral("mirabo.ini"));
     QVERIFY(fnPutIni(QStringLiteral("I-CAT"), QStringLiteral("MakeFile"), value, ini) != 0);
     QString got = QStringLiteral("x");
     fnGetIni(QStringLiteral("i-cat"), QStringLiteral("makefile"), QStringLiteral("default"), got, 1024, ini);
-    QCOMPARE(got, value);
+    QCOMPARE(got, stored);
     QFile f(ini);
     QVERIFY(f.open(QIODevice::ReadOnly));
     const QByteArray raw = f.readAll();
     QVERIFY(raw.endsWith("\r\n"));
-    QCOMPARE(Cp932::decode(raw).value_or(QString()), QStringLiteral("[I-CAT]\r\nMakeFile=") + value + "\r\n");
+    QCOMPARE(Cp932::decode(raw).value_or(QString()), QStringLiteral("[I-CAT]\r\nMakeFile=") + stored + "\r\n");
 }
 
 void TstCore::iniReadRules()
@@ -249,6 +254,9 @@ void TstCore::cutByte_data()
     QTest::newRow("half-width kana are one byte") << "ｱｲｳｴ" << 3 << "ｱｲｳ" << "ｴ";
     QTest::newRow("zero") << "abc" << 0 << "" << "abc";
     QTest::newRow("① and ～") << "①～x" << 4 << "①～" << "x";
+    QTest::newRow("− and 〜 are written wide") << "1−2〜3" << 5 << "1−2" << "〜3";
+    QTest::newRow("¥ is written as one byte") << "¥¥¥" << 2 << "¥¥" << "¥";
+    QTest::newRow("no form: one '?' per unit") << "a한bc" << 3 << "a한b" << "c";
 }
 
 void TstCore::cutByte()
@@ -314,6 +322,10 @@ void TstCore::year()
 
 void TstCore::delStr()
 {
+    // half-width spaces only, as the system trims
+    QCOMPARE(fnTrim(QStringLiteral("  1234　 ")), QStringLiteral("1234　"));
+    QCOMPARE(fnTrim(QStringLiteral("\t12 \r\n")), QStringLiteral("\t12 \r\n"));
+    QCOMPARE(fnTrim(QStringLiteral("   ")), QString());
     QCOMPARE(fnDelStr(QStringLiteral("a--b-"), QStringLiteral("-")), QStringLiteral("ab"));
     QCOMPARE(fnDelStr(QStringLiteral("aXYXYb"), QStringLiteral("XY")), QStringLiteral("ab"));
     QCOMPARE(fnDelStr(QStringLiteral("abc"), QString()), QStringLiteral("abc"));
@@ -343,12 +355,39 @@ void TstCore::cp932()
     QCOMPARE(Cp932::byteLength(text), bytes.size());
 }
 
+// Written one way only: reading the bytes back gives the code page's own characters.
+void TstCore::cp932BestFit_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::newRow("minus sign") << "1−2" << QByteArray("1\x81\x7C" "2");
+    QTest::newRow("wave dash") << "〜" << QByteArray("\x81\x60");
+    QTest::newRow("em dash") << "—" << QByteArray("\x81\x5C");
+    QTest::newRow("double vertical line") << "‖" << QByteArray("\x81\x61");
+    QTest::newRow("yen sign") << "¥100" << QByteArray("\x5C" "100");
+    QTest::newRow("cent sign") << "¢" << QByteArray("\x81\x91");
+    QTest::newRow("pound sign") << "£" << QByteArray("\x81\x92");
+    QTest::newRow("not sign") << "¬" << QByteArray("\x81\xCA");
+    QTest::newRow("among others") << "東京都1−2〜3" << QByteArray("\x93\x8C\x8B\x9E\x93\x73" "1\x81\x7C" "2\x81\x60" "3");
+}
+
+void TstCore::cp932BestFit()
+{
+    QFETCH(QString, text);
+    QFETCH(QByteArray, bytes);
+    QCOMPARE(Cp932::encode(text).value_or(QByteArray("?")), bytes);
+    QCOMPARE(Cp932::encodeLossy(text), bytes);
+    QCOMPARE(Cp932::byteLength(text), bytes.size());
+}
+
 void TstCore::cp932Errors()
 {
     Cp932Error e;
-    QVERIFY(!Cp932::encode(QStringLiteral("ab〜c"), &e)); // U+301C has no CP932 form (its twin is ～)
+    QVERIFY(!Cp932::encode(QStringLiteral("ab한c"), &e)); // Hangul has no CP932 form, not even a best fit
     QCOMPARE(e.position, 2);
-    QCOMPARE(e.character, QStringLiteral("〜"));
+    QCOMPARE(e.character, QStringLiteral("한"));
+    QCOMPARE(Cp932::encodeLossy(u"a한¢😀"), QByteArray("a?\x81\x91??"));
+    QCOMPARE(Cp932::byteLength(u"a한¢😀"), 6);
     QVERIFY(!Cp932::encode(QStringLiteral("x😀"), &e));
     QCOMPARE(e.character, QStringLiteral("😀"));
     QVERIFY(!Cp932::decode(QByteArray("ab\x81"), &e)); // a cut lead byte at the end

@@ -9,9 +9,14 @@
 #include "tests/payment/fixtures.h"
 
 #include <QDir>
+#include <QDirIterator>
 #include <QElapsedTimer>
 #include <QProcess>
 #include <QTest>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
 
 using namespace pel;
 using namespace pel::test;
@@ -120,11 +125,13 @@ private slots:
     void postingFailure_data();
     void postingFailure();
     void postingEditsOneRow();
+    void retryAfterLockReleased();
     void cancelledAndRunAgain();
     void engineErrorRollsBack();
     void backupCopy();
     void runnerKilledAndRunAgain();
     void runner();
+    void runnerDryRun();
     void runnerReport();
 
 private:
@@ -334,9 +341,6 @@ void PaymentTest::comma()
     QCOMPARE(r.job.commaFlag(), qint16(1));
     QCOMPARE(r.ui.rows, rows);
     QCOMPARE(r.totals(), totals);
-    // no trailer: the file totals are the outcome frames'
-    QCOMPARE(totals[6], totals[0] + totals[2]);
-    QCOMPARE(totals[7], totals[1] + totals[3]);
     QCOMPARE(count("select count(*) from inmoney where nday = 20240511"), totals[0]);
 }
 
@@ -416,6 +420,8 @@ void PaymentTest::layoutThatCannotBeRead()
 {
     QFETCH(QString, change);
     QFETCH(QString, message);
+    if (home_->backend() == Backend::Jet && change.startsWith(QLatin1String("ALTER")))
+        QSKIP("a Jet file's tables cannot be altered through SQLite");
     QVERIFY(home_->exec({change}));
     const qint64 payments = count("select count(*) from inmoney");
     const QString path = inputFile(*home_, QStringLiteral("MT.txt"),
@@ -632,6 +638,8 @@ void PaymentTest::postingFailure()
     QFETCH(qint64, payments);
     const QString path = inputFile(*home_, QStringLiteral("MT.txt"),
                                    cp932Lines({fwHeader(), fwRecord("01", 1001, 5000), fwTrailer(1, 5000, 0, 0)}));
+    if (!refused.isEmpty() && home_->backend() == Backend::Jet)
+        QSKIP("Jet has no triggers to refuse a write with");
     if (!refused.isEmpty())
         QVERIFY(home_->exec(refuseWrites(home_->backend(), refused)));
     else if (home_->backend() == Backend::Postgres) // a ledger line of that order and date that another program holds
@@ -671,6 +679,37 @@ void PaymentTest::postingEditsOneRow()
     QCOMPARE(p.paymentExists(1002, &e), std::optional<bool>(false));
 }
 
+void PaymentTest::retryAfterLockReleased()
+{
+    // another program holds the lock over a few of the eleven attempts: the posting gets through once it is released
+    if (home_->backend() == Backend::Jet)
+        QSKIP("a Jet file held by another writer fails at once: the attempts do not wait for it");
+    qputenv("PEL008_LOCK_WAIT_MS", "100");
+    fnCloseDB(1);
+    QVERIFY(fnOpenDB(1));
+    if (home_->backend() == Backend::Postgres)
+        QVERIFY(home_->exec({"INSERT INTO cdai (mcode,day,kubun,denno,line) VALUES ('101',20240510,3,1001,1)"}));
+    std::atomic<int> held{0}; // 1 held, -1 could not lock
+    std::thread other([&] {
+        Locker lock(home_->backend());
+        held = lock.ok() ? 1 : -1;
+        std::this_thread::sleep_for(std::chrono::milliseconds(350));
+    });
+    while (held == 0)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    PaymentPosting p(0);
+    QElapsedTimer t;
+    t.start();
+    const bool posted = p.postPayment(QString(), 1001, 20240510, 5000, 6);
+    const qint64 waited = t.elapsed();
+    other.join();
+    QCOMPARE(held.load(), 1);
+    QVERIFY2(posted, qPrintable(p.lastError()));
+    QVERIFY2(waited >= 200, qPrintable(QString::number(waited))); // it did meet the lock
+    QCOMPARE(count("select count(*) from inmoney where denno = 1001"), 1);
+    QCOMPARE(count("select count(*) from cdai where denno = 1001"), 1);
+}
+
 void PaymentTest::cancelledAndRunAgain()
 {
     const QString path = inputFile(*home_, QStringLiteral("MT.txt"), cp932Lines(fwBasic()));
@@ -698,20 +737,49 @@ void PaymentTest::cancelledAndRunAgain()
 
 void PaymentTest::engineErrorRollsBack()
 {
-    // the screen's connection is closed under the job: the lookup fails with the engine's text
+    // the screen's connection is closed under the job once the run's transaction is open and the first record is
+    // posted: the next lookup fails with the engine's text, the run ends Failed, unmarked and unlogged, and the next
+    // run on a new connection posts the rest without the first twice
     const QString path = inputFile(*home_, QStringLiteral("MT.txt"), cp932Lines(fwBasic()));
-    ScriptedDialogs d;
-    d.expect(QStringLiteral("作業を開始しますか？"), answer::Yes);
-    d.expect(QStringLiteral("Operation is not allowed when the object is closed."), answer::Ok);
-    Run r;
-    r.db.CloseDb();
-    QCOMPARE(r.job.run({path, 0, 0}), PaymentImportJob::Result::Failed);
-    QVERIFY(!r.job.busy());
-    QCOMPARE(r.ui.locks, (QList<bool>{true, false}));
-    QCOMPARE(count("select count(*) from inmoney"), 1);
+    struct CloseAfterFirstRow final : RecordingInteraction {
+        clsDbClass* db = nullptr;
+        void resultRow(const QStringList& row) override
+        {
+            RecordingInteraction::resultRow(row);
+            if (rows.size() == 1)
+                db->CloseDb();
+        }
+    };
+    clsDbClass db;
+    QVERIFY(db.OpenDb());
+    CloseAfterFirstRow ui;
+    ui.db = &db;
+    PaymentImportJob job(db, ui);
+    job.setCheckWait(0);
+    {
+        ScriptedDialogs d;
+        d.expect(QStringLiteral("作業を開始しますか？"), answer::Yes);
+        d.expect(QStringLiteral("Operation is not allowed when the object is closed."), answer::Ok);
+        QCOMPARE(job.run({path, 0, 0}), PaymentImportJob::Result::Failed);
+        QVERIFY(d.done());
+    }
+    QVERIFY(!job.busy());
+    QCOMPARE(ui.locks, (QList<bool>{true, false}));
+    QCOMPARE(ui.rows.size(), 1);
+    QCOMPARE(count("select count(*) from inmoney"), 2);
+    QCOMPARE(count("select count(*) from operatlog where kubun = 1"), 0);
     QFile f(path);
     QVERIFY(f.open(QIODevice::ReadOnly));
-    QVERIFY(!f.readAll().contains(*Cp932::encode(u"読込済")));
+    QVERIFY(!f.readAll().contains("\x93\xC7\x8D\x9E\x8D\xCF")); // 読込済
+    f.close();
+    QVERIFY(db.OpenDb());
+    ui.db = nullptr;
+    ui.rows = {{}, {}}; // no more closing
+    ScriptedDialogs d;
+    expectFullRun(d, 3);
+    QCOMPARE(job.run({path, 0, 0}), PaymentImportJob::Result::Done);
+    QCOMPARE(ui.rows.value(2).value(0), QStringLiteral("×：入金伝票が存在します"));
+    QCOMPARE(count("select count(*) from inmoney"), 5);
 }
 
 void PaymentTest::backupCopy()
@@ -794,6 +862,78 @@ void PaymentTest::runner()
     QVERIFY(QString::fromUtf8(err).contains(QStringLiteral("読込済みデータです")));
     QCOMPARE(batch({"import-payments", path, "--screen-date", "20241301"}, &out, &err), 2);
     QCOMPARE(batch({"import-payments", path, "--group", "1"}, &out, &err), 2);
+}
+
+namespace {
+
+// Every row of every table, and every other file of the home folder with its bytes.
+QStringList snapshot(TestHome& home)
+{
+    QStringList out;
+    auto c = Connection::create();
+    QString err;
+    if (!c->open(fnConnectString(0, QStringLiteral("data1.dat")), &err))
+        return {err};
+    for (const QString& t : c->tables()) {
+        Recordset rs;
+        if (!c->query(Sql::raw(QStringLiteral("select * from ") + t), rs, &err))
+            return {err};
+        for (; !rs.eof(); rs.moveNext()) {
+            QString row = t;
+            for (int i = 0; i < rs.fieldCount(); ++i)
+                row += QLatin1Char('\t') + rs.text(i);
+            out << row;
+        }
+    }
+    QDirIterator it(home.path(), QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        QFile f(it.next());
+        if (QFileInfo(f).fileName().startsWith(QLatin1String("data1.dat")))
+            continue; // the database, compared by its rows
+        out << f.fileName() + QLatin1Char('=') + (f.open(QIODevice::ReadOnly) ? f.readAll().toHex() : "unreadable");
+    }
+    out.sort();
+    return out;
+}
+
+} // namespace
+
+void PaymentTest::runnerDryRun()
+{
+    // the same order twice (the second finds the first's payment without a wait), a cancel of a paid order
+    const QString path = inputFile(*home_, QStringLiteral("MT.csv"),
+                                   cp932Lines({csvRecord("01", digitsOf(1001, 17), 5000),
+                                               csvRecord("12", digitsOf(1001, 17), 5000),
+                                               csvRecord("03", digitsOf(1006, 17), 7000)}));
+    QFile ini(home_->file(QStringLiteral("mirabo.ini")));
+    QVERIFY(ini.open(QIODevice::Append));
+    ini.write("[CvsRead]\r\nCheckWait=0\r\n");
+    ini.close();
+    const auto batch = [&](const QStringList& args) {
+        QProcess p;
+        p.start(QStringLiteral(PEL008_BATCH), args);
+        p.waitForFinished(60000);
+        return std::make_pair(p.exitCode(), p.readAllStandardOutput().trimmed());
+    };
+    const QByteArray expected =
+        R"({"posted":1,"rows":[["○：正常に読込ました","速報","2024/05/11","5,000","5,000","1001","101","山田 太郎"],)"
+        R"(["×：入金伝票が存在します","郵振","2024/05/11","5,000","5,000","1001","101","山田 太郎"],)"
+        R"(["×：取消データです。　入金処理で調整してください。","取消","2024/05/11","7,000","7,000","1006","102","ｻﾄｳ ﾊﾅｺ"]],)"
+        R"("totals":[1,5000,1,5000,1,7000,2,10000,1,7000]})";
+    const QStringList before = snapshot(*home_);
+    // no --yes: a dry run asks nothing
+    const auto dry = batch({"--json", "import-payments", path, "--dry-run"});
+    QCOMPARE(dry.first, 0);
+    QCOMPARE(dry.second, QByteArray(expected).insert(1, R"("dryRun":true,)"));
+    const QStringList after = snapshot(*home_);
+    for (const QString& e : before)
+        QVERIFY2(after.contains(e), qPrintable(e.left(200)));
+    QCOMPARE(after, before);
+    const auto real = batch({"--yes", "--json", "import-payments", path});
+    QCOMPARE(real.first, 0);
+    QCOMPARE(real.second, expected);
+    QCOMPARE(count("select count(*) from inmoney where denno = 1001"), 1);
+    QVERIFY(snapshot(*home_) != before);
 }
 
 void PaymentTest::runnerReport()

@@ -71,6 +71,7 @@ private slots:
     void cleanup();
     void import_data();
     void import();
+    void utf8File();
     void filesThatCannotBeOpened_data();
     void filesThatCannotBeOpened();
     void cancelKeepsEarlierUpdates();
@@ -178,6 +179,28 @@ void TrackingTest::import()
     QCOMPARE(home_->scalar(QStringLiteral("SELECT sum(total) FROM jyuden")).toDouble(), 10000.0);
     QCOMPARE(home_->scalar(QStringLiteral("SELECT count(*) FROM operatlog WHERE syori = 'Ｉ-ＣＡＴデータ読込'")),
              QStringLiteral("1"));
+}
+
+void TrackingTest::utf8File()
+{
+    // saved by an editor as UTF-8 with its mark: the orders are found, a rejected line is logged as it was read
+    const QByteArray unknown = resultLine("999", "499", QStringLiteral("髙橋 一郎")).toUtf8();
+    const QString in = home_->file(QStringLiteral("result.csv")), log = home_->file(QStringLiteral("error.txt"));
+    QFile f(in);
+    QVERIFY(f.open(QIODevice::WriteOnly));
+    QVERIFY(f.write("\xEF\xBB\xBF" + resultLine("201", "411").toUtf8() + "\r\n" + unknown + "\r\n") > 0);
+    f.close();
+    test::ScriptedDialogs dialogs;
+    dialogs.expect(kErrors, answer::Ok);
+    test::RecordingInteraction ui;
+    TrackingImportJob job(*db_);
+    const auto r = job.run(in, log, ui);
+    QVERIFY(dialogs.done());
+    QCOMPARE(okurino().value(0), QStringLiteral("411"));
+    QCOMPARE(r.updated, qint64(1));
+    QFile l(log);
+    QVERIFY(l.open(QIODevice::ReadOnly));
+    QCOMPARE(l.readAll(), cp932(QStringLiteral("【受注伝票なし】,")) + unknown + "\r\n");
 }
 
 void TrackingTest::filesThatCannotBeOpened_data()
@@ -323,6 +346,8 @@ void TrackingTest::readLine_data()
     QTest::newRow("negative") << cp932(resultLine("-3", "5")) << true << -3 << "5";
     QTest::newRow("46 fields") << QByteArray("a,15") + QByteArray(44, ',') << true << 15 << "old";
     QTest::newRow("not CP932") << QByteArray("a,\x81\x20,x") << false << 7 << "old";
+    QTest::newRow("a UTF-8 name") << resultLine("14", "488").toUtf8() << true << 14 << "488";
+    QTest::newRow("bytes of no encoding elsewhere") << QByteArray("\x81\x20,16,\"\xFF,\"") << true << 16 << "old";
 }
 
 void TrackingTest::readLine()

@@ -130,6 +130,26 @@ void TstForm::jobOnTheScreen()
     QCOMPARE(list.topLevelItemCount(), 1);
     QCOMPARE(list.topLevelItem(0)->text(1), QStringLiteral("12"));
 
+    // questions and messages of the run are shown with the normal cursor, the hourglass comes back after them
+    struct Cursors final : DialogService {
+        int messageBox(const QString&, int, const QString&) override { return shape(); }
+        std::optional<QString> chooseFolder(const QString&, const QString&) override
+        {
+            return QString::number(shape());
+        }
+        static int shape() { return QApplication::overrideCursor()->shape(); }
+    } cursors;
+    ui.lock(false);
+    DialogService* const scripted = setDialogService(&cursors);
+    ui.lock(true);
+    QCOMPARE(ui.messageBox(QStringLiteral("?"), mb::YesNo), int(Qt::ArrowCursor));
+    QCOMPARE(ui.chooseFolder(QString(), QString()), QString::number(Qt::ArrowCursor));
+    QCOMPARE(QApplication::overrideCursor()->shape(), Qt::WaitCursor);
+    ui.lock(false);
+    QCOMPARE(&pel::dialogs(), &cursors); // handed back after the run
+    setDialogService(scripted);
+    ui.lock(true);
+
     dialogs.expect(QStringLiteral("処理を中止します"), answer::No);
     QVERIFY(ui.requestCancel());
     QVERIFY(!ui.cancelRequested());
