@@ -161,6 +161,21 @@ const Schema& schema()
     return s;
 }
 
+QVariant defaultKeyValue(const QString& table, const QString& column)
+{
+    const SchemaTable* t = schema().table(table);
+    if (!t)
+        return QVariant();
+    for (const SchemaColumn& c : t->columns) {
+        if (c.name.compare(column, Qt::CaseInsensitive) != 0 || c.defaultValue.isEmpty())
+            continue;
+        if (c.defaultValue.startsWith(QLatin1Char('\'')))
+            return c.defaultValue.mid(1, c.defaultValue.size() - 2);
+        return isNumeric(c.type) ? QVariant(c.defaultValue.toLongLong()) : QVariant(c.defaultValue);
+    }
+    return QVariant();
+}
+
 QStringList schemaStatements(bool postgres)
 {
     QStringList out;

@@ -33,6 +33,11 @@ private slots:
     void transactions();
     void failedStatementKeepsTransaction();
     void editedRowIsLocked();
+    void editAgainThroughOneRecordset_data();
+    void editAgainThroughOneRecordset();
+    void rowChangedByAnotherSession_data();
+    void rowChangedByAnotherSession();
+    void nextEditTakesTheLockAgain();
     void writesCommitOnTheirOwn();
     void noCurrentRecord();
     void typeMismatch_data();
@@ -329,6 +334,106 @@ void TstDb::editedRowIsLocked()
     QCOMPARE(fnGetFields(rb, QStringLiteral("cflag")), QStringLiteral("1"));
     rb.close(); // closing without Update gives the lock back
     QVERIFY(a.DbSqlEdit(Sql("select * from jyuden where denno=") + Sql::n(10), ra));
+}
+
+void TstDb::editAgainThroughOneRecordset_data()
+{
+    QTest::addColumn<QString>("select");
+    QTest::addColumn<QString>("field");
+    QTest::addColumn<QString>("check");
+    QTest::newRow("the same row twice") << "select * from jyuden where denno=10" << "cflag"
+                                        << "select cflag from jyuden where denno=10";
+    QTest::newRow("an added row again") << "select * from offset where kubun=5 and code=1" << "hight"
+                                        << "select hight from offset where kubun=5 and code=1";
+    QTest::newRow("a key changed, then the row again")
+        << "select * from bunrui where kubun=3 and code=2" << "code" << "select count(*) from bunrui where code=2";
+}
+
+void TstDb::editAgainThroughOneRecordset()
+{
+    QFETCH(QString, select);
+    QFETCH(QString, field);
+    QFETCH(QString, check);
+    clsDbClass db;
+    QVERIFY(db.OpenDb());
+    Recordset rs;
+    QVERIFY2(db.DbSqlEdit(Sql::raw(select), rs), qPrintable(db.ErrMsg()));
+    if (rs.isNewRow())
+        QVERIFY(fnSetFields(rs, "kubun", "5") && fnSetFields(rs, "code", "1"));
+    QVERIFY(fnSetFields(rs, field, "7"));
+    QVERIFY2(rs.update(), qPrintable(rs.lastError()));
+    if (field == QLatin1String("code")) { // found by its new key: back to where it was
+        QVERIFY(fnSetFields(rs, "name", "戻し") && fnSetFields(rs, field, "2"));
+        QVERIFY2(rs.update(), qPrintable(rs.lastError()));
+        QCOMPARE(home_->scalar(check), QStringLiteral("1"));
+        QCOMPARE(home_->scalar("select name from bunrui where kubun=3 and code=2"), QStringLiteral("戻し"));
+        return;
+    }
+    QVERIFY(fnSetFields(rs, field, "8"));
+    QVERIFY2(rs.update(), qPrintable(rs.lastError()));
+    QCOMPARE(home_->scalar(check), QStringLiteral("8"));
+    // a third time, after another connection wrote elsewhere in the meantime
+    clsDbClass other;
+    QVERIFY(other.OpenDb());
+    QVERIFY2(other.DbSqlExec(Sql("update member set sex=3 where code=2")), qPrintable(other.ErrMsg()));
+    QVERIFY(fnSetFields(rs, field, "9"));
+    QVERIFY2(rs.update(), qPrintable(rs.lastError()));
+    QCOMPARE(home_->scalar(check), QStringLiteral("9"));
+}
+
+void TstDb::rowChangedByAnotherSession_data()
+{
+    QTest::addColumn<QString>("change");
+    QTest::newRow("key changed") << "update jyuden set denno=12, memo='他' where denno=10";
+    QTest::newRow("deleted") << "delete from jyuden where denno=10";
+}
+
+void TstDb::rowChangedByAnotherSession()
+{
+    QFETCH(QString, change);
+    clsDbClass db, other;
+    QVERIFY(db.OpenDb() && other.OpenDb());
+    Recordset rs;
+    QVERIFY(db.DbSqlEdit(Sql("select * from jyuden order by denno"), rs));
+    QVERIFY(fnSetFields(rs, "oflag", "1"));
+    QVERIFY2(rs.update(), qPrintable(rs.lastError()));
+    // the update gave the lock back: the other session changes the row before the next edit's Update
+    QVERIFY2(other.DbSqlExec(Sql::raw(change)), qPrintable(other.ErrMsg()));
+    QVERIFY(fnSetFields(rs, "cflag", "1"));
+    QVERIFY(!rs.update());
+    QCOMPARE(rs.lastError(), QStringLiteral("The row was deleted by another user or process."));
+    QCOMPARE(home_->scalar("select count(*) from jyuden where cflag=1"), QStringLiteral("0"));
+    QCOMPARE(home_->scalar("select count(*) from jyuden where memo='他' and oflag=1"),
+             QString::fromLatin1(change.startsWith(QLatin1String("update")) ? "1" : "0"));
+    // the recordset stays usable, and so does the other session
+    rs.moveNext();
+    QVERIFY(fnSetFields(rs, "cflag", "2"));
+    QVERIFY2(rs.update(), qPrintable(rs.lastError()));
+    QCOMPARE(home_->scalar("select cflag from jyuden where denno=11"), QStringLiteral("2"));
+    rs.close();
+    QVERIFY2(other.DbSqlExec(Sql("update jyuden set oflag=2 where denno=11")), qPrintable(other.ErrMsg()));
+}
+
+void TstDb::nextEditTakesTheLockAgain()
+{
+    clsDbClass db, other;
+    QVERIFY(db.OpenDb() && other.OpenDb());
+    Recordset rs, held;
+    QVERIFY(db.DbSqlEdit(Sql("select * from jyuden where denno=") + Sql::n(10), rs));
+    QVERIFY(fnSetFields(rs, "cflag", "1") && rs.update());
+    QVERIFY(other.DbSqlEdit(Sql("select * from jyuden where denno=") + Sql::n(10), held));
+    QVERIFY(fnSetFields(rs, "cflag", "2"));
+    QVERIFY(!rs.update()); // the other session holds it now
+    QVERIFY(!rs.lastError().isEmpty());
+    QVERIFY(fnSetFields(held, "oflag", "1") && held.update());
+    held.close();
+    // the failed attempt left nothing behind: the connection writes on, and so does the recordset
+    QVERIFY2(db.DbSqlExec(Sql("update jyuden set nflag=1 where denno=11")), qPrintable(db.ErrMsg()));
+    QVERIFY(fnSetFields(rs, "cflag", "3"));
+    QVERIFY2(rs.update(), qPrintable(rs.lastError()));
+    QCOMPARE(home_->scalar("select cflag from jyuden where denno=10"), QStringLiteral("3"));
+    QCOMPARE(home_->scalar("select oflag from jyuden where denno=10"), QStringLiteral("1"));
+    QCOMPARE(home_->scalar("select nflag from jyuden where denno=11"), QStringLiteral("1"));
 }
 
 void TstDb::writesCommitOnTheirOwn()
