@@ -8,6 +8,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QRegularExpression>
 #include <QSet>
 #include <QSqlDriver>
 #include <QSqlError>
@@ -74,6 +75,14 @@ QString engineText(const QString& t)
     static const QString mismatch = QStringLiteral("Data type mismatch in criteria expression.");
     static const QString tooLong = QStringLiteral("The field is too small to accept the amount of data you attempted "
                                                   "to add. Try inserting or pasting less data.");
+    // the value checks of our own tables, named "<column> <rule>"
+    static const QRegularExpression named(
+        QStringLiteral(R"((?:CHECK constraint failed: |violates check constraint ")(\w+) (type|length|range|date)\b)"));
+    if (const auto m = named.match(t); m.hasMatch()) {
+        if (m.captured(2) == QLatin1String("range"))
+            return QStringLiteral("The value for '%1' is out of the range of its field.").arg(m.captured(1));
+        return m.captured(2) == QLatin1String("length") ? tooLong : mismatch;
+    }
     if (t.contains(QLatin1String("CHECK constraint failed"))) {
         if (t.contains(QLatin1String("typeof(")) || t.contains(QLatin1String("GLOB")))
             return mismatch;
@@ -1021,6 +1030,14 @@ std::vector<ColumnInfo> Connection::columns(const QString& table)
                 c.type = jetTypeFromName(type, &c.size);
                 cols.push_back(c);
             }
+        // our own tables hold the types of their definition in wider PostgreSQL types
+        if (const SchemaTable* t = schema().table(key))
+            for (ColumnInfo& c : cols)
+                for (const SchemaColumn& d : t->columns)
+                    if (d.name.compare(c.name, Qt::CaseInsensitive) == 0) {
+                        c.type = d.type;
+                        c.size = d.size;
+                    }
     } else if (backend_ != Backend::None) {
         QString quoted = table;
         quoted.replace(QLatin1Char('"'), QLatin1String("\"\""));

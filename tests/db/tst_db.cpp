@@ -40,6 +40,9 @@ private slots:
     void nextEditTakesTheLockAgain();
     void writesCommitOnTheirOwn();
     void noCurrentRecord();
+    void valueRules_data();
+    void valueRules();
+    void datesSortAsDates();
     void typeMismatch_data();
     void typeMismatch();
     void statementsOnlyFromLiterals();
@@ -487,6 +490,71 @@ void TstDb::noCurrentRecord()
     rs.moveNext(); // past the last row
     QVERIFY(!rs.setValue(QStringLiteral("cflag"), 1, &err));
     QCOMPARE(home_->scalar("select sum(cflag) from jyuden"), QStringLiteral("0"));
+}
+
+void TstDb::valueRules_data()
+{
+    const QString mismatch = QStringLiteral("Data type mismatch in criteria expression.");
+    const auto range = [](const char* field) {
+        return QStringLiteral("The value for '%1' is out of the range of its field.").arg(QLatin1String(field));
+    };
+    QTest::addColumn<QString>("statement");
+    QTest::addColumn<QString>("error");
+    QTest::newRow("short above") << "update jyuden set cflag=70000 where denno=10" << range("cflag");
+    QTest::newRow("short below") << "update jyuden set hcode=-32769 where denno=10" << range("hcode");
+    QTest::newRow("long") << "update jyuden set sday=2147483648 where denno=10" << range("sday");
+    QTest::newRow("currency") << "update jyuden set total=1000000000000000 where denno=10" << range("total");
+    QTest::newRow("key on insert") << "insert into bunrui (kubun,code) values (3,40000)" << range("code");
+    QTest::newRow("no month 13") << "update jyuden set udate='2026/13/45' where denno=10" << mismatch;
+    QTest::newRow("no 30 February") << "update jyuden set udate='2026/02/30 10:00:00' where denno=10" << mismatch;
+    QTest::newRow("no minute 61") << "update jyuden set udate='2026/11/23 10:61:00' where denno=10" << mismatch;
+    QTest::newRow("recordset: short") << "cflag=70000" << range("cflag");
+    QTest::newRow("recordset: currency") << "total=1000000000000000" << range("total");
+}
+
+void TstDb::valueRules()
+{
+    QFETCH(QString, statement);
+    QFETCH(QString, error);
+    clsDbClass db;
+    QVERIFY(db.OpenDb());
+    if (statement.contains(QLatin1Char(' '))) {
+        QVERIFY(!db.DbSqlExec(Sql::raw(statement)));
+        QCOMPARE(db.ErrMsg(), error);
+    } else {
+        Recordset rs;
+        QVERIFY(db.DbSqlEdit(Sql("select * from jyuden where denno=") + Sql::n(10), rs));
+        const QStringList set = statement.split(QLatin1Char('='));
+        fnSetFields(rs, set[0], set[1]);
+        QVERIFY(!rs.update());
+        QCOMPARE(rs.lastError(), error);
+    }
+    QCOMPARE(home_->scalar("select count(*) from jyuden where denno=10 and cflag=0 and hcode=0 and sday=20261123 and "
+                           "total=5400 and udate is null"),
+             QStringLiteral("1"));
+    QCOMPARE(home_->scalar("select count(*) from bunrui"), QStringLiteral("3"));
+}
+
+void TstDb::datesSortAsDates()
+{
+    // each form the system writes a date in; the order is the dates' own, in a text comparison too
+    QVERIFY(home_->exec({"insert into inmoney (denno,nday,sdate) values (1,1,'2026/11/23 10:00:00')",
+                         "insert into inmoney (denno,nday,sdate) values (2,1,'2026/11/23 9:05:07')",
+                         "insert into inmoney (denno,nday,sdate) values (3,1,'2026-11-23 09:30')",
+                         "insert into inmoney (denno,nday,sdate) values (4,1,'2026/11/23')",
+                         "insert into inmoney (denno,nday) values (5,1)",
+                         "update inmoney set sdate='2026/11/22 23:59:59' where denno=5"}));
+    clsDbClass db;
+    QVERIFY(db.OpenDb());
+    Recordset rs;
+    QVERIFY(db.DbSql(Sql("select denno, sdate from inmoney where sdate >= '2026/11/23 09:05:07' order by sdate"), rs));
+    QStringList order;
+    for (; !rs.eof(); rs.moveNext())
+        order << rs.text(0) + QLatin1Char(' ') + rs.text(1);
+    QCOMPARE(order, QStringList({"2 2026/11/23 9:05:07", "3 2026/11/23 9:30:00", "1 2026/11/23 10:00:00"}));
+    QCOMPARE(home_->scalar("select sdate from inmoney where denno=4"), QStringLiteral("2026/11/23"));
+    QCOMPARE(home_->scalar("select max(sdate) from inmoney where sdate < '2026/11/23'"),
+             QStringLiteral("2026/11/22 23:59:59"));
 }
 
 void TstDb::typeMismatch_data()
