@@ -38,6 +38,7 @@ private slots:
     void rowChangedByAnotherSession_data();
     void rowChangedByAnotherSession();
     void nextEditTakesTheLockAgain();
+    void quoteInAColumnName();
     void writesCommitOnTheirOwn();
     void noCurrentRecord();
     void valueRules_data();
@@ -437,6 +438,22 @@ void TstDb::nextEditTakesTheLockAgain()
     QCOMPARE(home_->scalar("select cflag from jyuden where denno=10"), QStringLiteral("3"));
     QCOMPARE(home_->scalar("select oflag from jyuden where denno=10"), QStringLiteral("1"));
     QCOMPARE(home_->scalar("select nflag from jyuden where denno=11"), QStringLiteral("1"));
+}
+
+void TstDb::quoteInAColumnName()
+{
+    if (home_->backend() == test::Backend::Jet)
+        QSKIP("the Jet home's tables are made by createdb only");
+    // a column name as a foreign file may hold it, written back through an edit's own statement
+    QVERIFY(home_->exec({"create table odd (\"a\"\"b\" integer)"}));
+    clsDbClass db;
+    QVERIFY(db.OpenDb());
+    Recordset rs;
+    QVERIFY2(db.DbSqlEdit(Sql("select * from odd"), rs), qPrintable(db.ErrMsg()));
+    QVERIFY(rs.isNewRow());
+    QVERIFY(rs.setValue(QStringLiteral("a\"b"), 5));
+    QVERIFY2(rs.update(), qPrintable(rs.lastError()));
+    QCOMPARE(home_->scalar("select count(*) from odd"), QStringLiteral("1"));
 }
 
 void TstDb::writesCommitOnTheirOwn()
