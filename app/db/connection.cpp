@@ -48,17 +48,22 @@ void closeAllConnections()
     gRegistryGone = true;
 }
 
-// Registered after Qt's registry came into being (by the first addDatabase), so it runs before that is destroyed;
-// also when the application object goes, for plugins unloaded with it.
-void closeAtExit()
+// Registered after Qt's registry came into being (by the first addDatabase), so it runs before that is destroyed,
+// and again after the Jet engine's registries came into being (by the first attach): exit handlers run in reverse
+// order. Also when the application object goes (for plugins unloaded with it), once there is one.
+void closeAtExit(bool engineAttached = false)
 {
-    static bool registered = false;
-    if (registered)
-        return;
-    registered = true;
-    std::atexit(closeAllConnections);
-    if (QCoreApplication::instance())
+    static bool registered = false, afterEngine = false, postRoutine = false;
+    if (!registered || (engineAttached && !afterEngine)) {
+        if (std::atexit(closeAllConnections) != 0)
+            qWarning("pel008: connections cannot be closed at exit");
+        registered = true;
+        afterEngine = afterEngine || engineAttached;
+    }
+    if (!postRoutine && QCoreApplication::instance()) {
         qAddPostRoutine(closeAllConnections);
+        postRoutine = true;
+    }
 }
 
 // How long a statement waits for a row or file another connection holds locked before it fails.
@@ -360,6 +365,7 @@ bool Connection::open(const QString& connectString, QString* error)
             close();
             return false;
         }
+        closeAtExit(true);
         backend_ = Backend::Jet;
         dialect_ = makeSqliteDialect();
         return true;
