@@ -901,8 +901,10 @@ void Connection::dropLock(Recordset::EditState* edit)
 
 bool Connection::lockAgain(Recordset::EditState* edit, const std::vector<QVariant>* key, QString* error)
 {
-    if (userTx_ || edit->implicitTx)
+    if (userTx_ || (edit->implicitTx && txActive_))
         return true;
+    if (edit->implicitTx) // the lock ended with a BeginTns transaction it had become part of
+        dropLock(edit);
     if (!lockForEdit(edit, error))
         return false;
     if (key && !lockRow(edit, *key, error)) {

@@ -438,6 +438,18 @@ void TstDb::nextEditTakesTheLockAgain()
     QCOMPARE(home_->scalar("select cflag from jyuden where denno=10"), QStringLiteral("3"));
     QCOMPARE(home_->scalar("select oflag from jyuden where denno=10"), QStringLiteral("1"));
     QCOMPARE(home_->scalar("select nflag from jyuden where denno=11"), QStringLiteral("1"));
+
+    // a pending edit's lock that became part of a BeginTns transaction ends with it, and is taken again
+    QVERIFY(db.DbSqlEdit(Sql("select * from jyuden where denno=") + Sql::n(10), rs));
+    QVERIFY(db.BeginTns());
+    QVERIFY(db.DbSqlExec(Sql("update jyuden set nflag=2 where denno=11")));
+    QVERIFY(db.CommitTns());
+    QVERIFY(fnSetFields(rs, "cflag", "4"));
+    QVERIFY2(rs.update(), qPrintable(rs.lastError()));
+    rs.close();
+    QVERIFY2(other.DbSqlExec(Sql("update jyuden set oflag=2 where denno=10")), qPrintable(other.ErrMsg()));
+    QCOMPARE(home_->scalar("select cflag from jyuden where denno=10"), QStringLiteral("4"));
+    QCOMPARE(home_->scalar("select nflag from jyuden where denno=11"), QStringLiteral("2"));
 }
 
 void TstDb::quoteInAColumnName()
