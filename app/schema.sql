@@ -1,7 +1,8 @@
 -- The tables of data1.dat, in the types a Jet database holds:
 --   LONG (Long), SHORT (Integer), BYTE, TEXT(n) (n characters), LONGTEXT (Memo), CURRENCY, DOUBLE, SINGLE,
 --   DATETIME, BIT (Yes/No).
--- The program creates the same tables on SQLite and on PostgreSQL from this one file. Every column has a default
+-- The program creates the same tables on SQLite and on PostgreSQL from this one file. A row opened for editing is
+-- found again by its table's primary key. Every column has a default
 -- (or accepts null), so a row inserted with only the columns the screens write is valid. Column names that the
 -- screens read unqualified from a join (code, name, total, sday, denno, ...) occur in one table of the join only;
 -- memo occurs in both jyuden and member on purpose (it is read as "d.memo").
@@ -93,9 +94,9 @@ CREATE TABLE inmoney (
   money    CURRENCY DEFAULT 0,          -- amount paid
   inflag   SHORT DEFAULT 0,             -- 1: posted
   sdate    DATETIME,                    -- when it was posted
-  bikou    TEXT(50) DEFAULT ''
+  bikou    TEXT(50) DEFAULT '',
+  PRIMARY KEY (denno, nday)            -- one payment per order and day
 );
-CREATE INDEX inmoney_denno ON inmoney (denno, nday);
 
 -- Customer ledger: one line per customer, date, kind, order and line.
 CREATE TABLE cdai (
@@ -106,7 +107,8 @@ CREATE TABLE cdai (
   line     SHORT DEFAULT 0,
   money    CURRENCY DEFAULT 0,
   zan      CURRENCY DEFAULT 0,          -- balance after the line
-  bikou    TEXT(50) DEFAULT ''
+  bikou    TEXT(50) DEFAULT '',
+  PRIMARY KEY (mcode, day, kubun, denno, line)
 );
 CREATE INDEX cdai_mcode ON cdai (mcode, day);
 
@@ -201,7 +203,8 @@ CREATE TABLE cvsini (
   PRIMARY KEY (code, kubun)
 );
 
--- Audit trail; rows are inserted without column names, so the order of the columns is part of the table.
+-- Audit trail; rows are inserted without column names, so the order of the columns is part of the table. Only
+-- ever added to: it has no key, and its rows cannot be changed through a recordset.
 CREATE TABLE operatlog (
   pcname   TEXT(40) DEFAULT '',         -- workstation
   username TEXT(40) DEFAULT '',         -- logon name

@@ -316,6 +316,9 @@ bool parseDateTime(const char* text, double& out)
         if (at != s.size()) return false;
     }
     if (y < 1000 || mo < 1 || mo > 12 || d < 1 || d > 31 || h > 23 || mi > 59 || sec > 59) return false;
+    const bool leap = (y % 4 == 0 && y % 100 != 0) || y % 400 == 0;
+    static const unsigned monthDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    if (d > monthDays[mo - 1] + (mo == 2 && leap ? 1u : 0u)) return false; // no 30 February
     out = static_cast<double>(daysFromCivil(y, mo, d) + 25569) + (h * 3600.0 + mi * 60.0 + sec) / 86400.0;
     return true;
 }
@@ -577,6 +580,10 @@ bool fromSqlite(const Column& col, sqlite3_value* v, Value& out, std::string* wh
         if ((t == SQLITE_FLOAT || t == SQLITE_INTEGER) && std::fabs(sqlite3_value_double(v)) < 9e14) {
             out.i = std::llround(sqlite3_value_double(v) * 10000);
             return true;
+        }
+        if (t == SQLITE_FLOAT || t == SQLITE_INTEGER) {
+            *why = "The value for '" + col.name + "' is out of the range of its field.";
+            return false;
         }
         return mismatch();
     case Type::Float:

@@ -1,5 +1,6 @@
 #include "app/db/connection.h"
 #include "app/db/editstate.h"
+#include "app/db/schema.h"
 
 #include "jet/sqlite_attach.h"
 
@@ -7,6 +8,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QRegularExpression>
 #include <QSet>
 #include <QSqlDriver>
 #include <QSqlError>
@@ -46,17 +48,22 @@ void closeAllConnections()
     gRegistryGone = true;
 }
 
-// Registered after Qt's registry came into being (by the first addDatabase), so it runs before that is destroyed;
-// also when the application object goes, for plugins unloaded with it.
-void closeAtExit()
+// Registered after Qt's registry came into being (by the first addDatabase), so it runs before that is destroyed,
+// and again after the Jet engine's registries came into being (by the first attach): exit handlers run in reverse
+// order. Also when the application object goes (for plugins unloaded with it), once there is one.
+void closeAtExit(bool engineAttached = false)
 {
-    static bool registered = false;
-    if (registered)
-        return;
-    registered = true;
-    std::atexit(closeAllConnections);
-    if (QCoreApplication::instance())
+    static bool registered = false, afterEngine = false, postRoutine = false;
+    if (!registered || (engineAttached && !afterEngine)) {
+        if (std::atexit(closeAllConnections) != 0)
+            qWarning("pel008: connections cannot be closed at exit");
+        registered = true;
+        afterEngine = afterEngine || engineAttached;
+    }
+    if (!postRoutine && QCoreApplication::instance()) {
         qAddPostRoutine(closeAllConnections);
+        postRoutine = true;
+    }
 }
 
 // How long a statement waits for a row or file another connection holds locked before it fails.
@@ -74,6 +81,14 @@ const QString tooLong = QStringLiteral("The field is too small to accept the amo
 // A value of the wrong kind or size is refused in the engine's words on every backend.
 QString engineText(const QString& t)
 {
+    // the value checks of our own tables, named "<column> <rule>"
+    static const QRegularExpression named(
+        QStringLiteral(R"((?:CHECK constraint failed: |violates check constraint ")(\w+) (type|length|range|date)\b)"));
+    if (const auto m = named.match(t); m.hasMatch()) {
+        if (m.captured(2) == QLatin1String("range"))
+            return QStringLiteral("The value for '%1' is out of the range of its field.").arg(m.captured(1));
+        return m.captured(2) == QLatin1String("length") ? tooLong : mismatch;
+    }
     if (t.contains(QLatin1String("CHECK constraint failed"))) {
         if (t.contains(QLatin1String("typeof(")) || t.contains(QLatin1String("GLOB")))
             return mismatch;
@@ -163,19 +178,19 @@ void addColumn(ResultRows& rows, sqlite3_stmt* st, int i)
                             sqlite3_column_bytes16(st, i) / static_cast<int>(sizeof(QChar))));
 }
 
-// The row identity of an edit's result, as the driver gives it.
-QVariant rowIdentity(sqlite3_stmt* st)
+// A key column of an edit's result, as the driver gives it.
+QVariant keyValue(sqlite3_stmt* st, int i)
 {
-    switch (sqlite3_column_type(st, 0)) {
+    switch (sqlite3_column_type(st, i)) {
     case SQLITE_INTEGER:
-        return QVariant(static_cast<qlonglong>(sqlite3_column_int64(st, 0)));
+        return QVariant(static_cast<qlonglong>(sqlite3_column_int64(st, i)));
     case SQLITE_NULL:
         return QVariant(QMetaType::fromType<QString>());
     case SQLITE_FLOAT:
-        return QVariant(sqlite3_column_double(st, 0));
+        return QVariant(sqlite3_column_double(st, i));
     default:
-        return QString(reinterpret_cast<const QChar*>(sqlite3_column_text16(st, 0)),
-                       sqlite3_column_bytes16(st, 0) / static_cast<int>(sizeof(QChar)));
+        return QString(reinterpret_cast<const QChar*>(sqlite3_column_text16(st, i)),
+                       sqlite3_column_bytes16(st, i) / static_cast<int>(sizeof(QChar)));
     }
 }
 
@@ -281,6 +296,11 @@ bool isFileNotFound(const QString& error)
     return error.startsWith(QLatin1String("Could not find file '"));
 }
 
+QString rowChangedByAnotherUser()
+{
+    return QStringLiteral("The row was deleted by another user or process.");
+}
+
 QString unrecognisedFormat(const QString& path)
 {
     return QStringLiteral("Unrecognized database format '%1'.").arg(path);
@@ -351,6 +371,7 @@ bool Connection::open(const QString& connectString, QString* error)
             close();
             return false;
         }
+        closeAtExit(true);
         backend_ = Backend::Jet;
         dialect_ = makeSqliteDialect();
         return true;
@@ -477,16 +498,16 @@ bool Connection::ensureTx(bool write, QString* error)
     return true;
 }
 
-bool Connection::fetchAll(QSqlQuery& q, Fetched* out, bool withRowids, QString* error)
+bool Connection::fetchAll(QSqlQuery& q, Fetched* out, int keyColumns, QString* error)
 {
     const QSqlRecord rec = q.record();
     for (int i = 0; i < rec.count(); ++i)
         out->names << rec.fieldName(i);
-    const int first = withRowids ? 1 : 0;
+    const int first = keyColumns;
     out->rows = ResultRows(rec.count() - first);
     while (q.next()) {
-        if (withRowids)
-            out->rowids.push_back(q.value(0));
+        for (int i = 0; i < first; ++i)
+            out->keys.push_back(q.value(i));
         for (int i = first; i < rec.count(); ++i)
             out->rows.addVariant(q.value(i));
         out->rows.endRow();
@@ -516,8 +537,8 @@ void Connection::forgetColumns()
     dropStatements();
 }
 
-// fetch: 0 runs the statement to its first step (a write), 1 fetches every row, 2 every row with the row identity
-// in the first column.
+// fetch: 0 runs the statement to its first step (a write), 1 fetches every row, 2 + k every row with an edit's k key
+// columns first.
 Connection::Direct Connection::runCached(const QString& sql, const QVariantList& values, int fetch, Fetched* out,
                                          QString* error)
 {
@@ -560,7 +581,7 @@ Connection::Direct Connection::runCached(const QString& sql, const QVariantList&
         sqlite3_clear_bindings(st);
         return ok ? Direct::Done : Direct::Failed;
     };
-    const int first = fetch == 2 ? 1 : 0;
+    const int first = fetch >= 2 ? fetch - 2 : 0;
     int rc = sqlite3_step(st);
     if (rc != SQLITE_ROW && rc != SQLITE_DONE)
         return finish(false);
@@ -575,8 +596,8 @@ Connection::Direct Connection::runCached(const QString& sql, const QVariantList&
         out->names = prepared->names;
         out->rows = ResultRows(columns - first);
         while (rc == SQLITE_ROW) {
-            if (first)
-                out->rowids.push_back(rowIdentity(st));
+            for (int i = 0; i < first; ++i)
+                out->keys.push_back(keyValue(st, i));
             for (int i = first; i < columns; ++i)
                 addColumn(out->rows, st, i);
             out->rows.endRow();
@@ -668,7 +689,7 @@ bool Connection::query(const Sql& sql, Recordset& rs, QString* error)
     if (direct == Direct::NotTaken) {
         f = Fetched();
         QSqlQuery q;
-        if (!statement(text, b.values, &q, error) || !fetchAll(q, &f, false, error))
+        if (!statement(text, b.values, &q, error) || !fetchAll(q, &f, 0, error))
             return false;
     }
     std::vector<FieldInfo> fields = describe(b.text, f.names, 0, QString());
@@ -689,8 +710,10 @@ bool Connection::queryForEdit(const Sql& sql, Recordset& rs, QString* error)
         EditText e;
         e.table = singleTable(tokenize(b.text));
         if (!e.table.isEmpty()) {
-            e.locked = dialect_->forEdit(b.text);
-            e.unlocked = dialect_->forEdit(b.text, false);
+            if (const SchemaTable* t = schema().table(e.table))
+                e.key = t->primaryKey;
+            e.locked = dialect_->forEdit(b.text, e.key);
+            e.unlocked = dialect_->forEdit(b.text, e.key, false);
         }
         if (editCache_.size() >= 256)
             editCache_.clear();
@@ -704,16 +727,17 @@ bool Connection::queryForEdit(const Sql& sql, Recordset& rs, QString* error)
     }
     // As on the suite's engine, a record another connection holds still opens; its Update then fails.
     auto edit = std::make_unique<Recordset::EditState>();
+    const int keyCount = static_cast<int>(texts.key.size());
     QString lockConflict;
     Fetched f;
     const auto select = [&](const QString& text) {
         f = Fetched();
-        const Direct direct = runCached(text, b.values, 2, &f, error);
+        const Direct direct = runCached(text, b.values, 2 + keyCount, &f, error);
         if (direct != Direct::NotTaken)
             return direct == Direct::Done;
         f = Fetched();
         QSqlQuery q;
-        return statement(text, b.values, &q, error) && fetchAll(q, &f, true, error);
+        return statement(text, b.values, &q, error) && fetchAll(q, &f, keyCount, error);
     };
     if (!lockForEdit(edit.get(), error)) {
         if (!dialect_->isLockConflict(*error))
@@ -727,15 +751,20 @@ bool Connection::queryForEdit(const Sql& sql, Recordset& rs, QString* error)
     }
     if (!lockConflict.isEmpty() && !select(texts.unlocked))
         return false;
-    std::vector<FieldInfo> fields = describe(b.text, f.names, 1, table);
-    const bool empty = f.rows.empty();
+    std::vector<FieldInfo> fields = describe(b.text, f.names, keyCount, table);
+    const size_t rowCount = f.rows.size();
     rs.reset(sql.text(), std::move(fields), std::move(f.rows));
     edit->conn = shared_from_this();
     edit->table = table;
-    edit->rowids = std::move(f.rowids);
+    edit->key = texts.key;
+    for (size_t at = 0; at + static_cast<size_t>(keyCount) <= f.keys.size() && keyCount > 0; at += keyCount)
+        edit->keys.emplace_back(f.keys.begin() + static_cast<std::ptrdiff_t>(at),
+                                f.keys.begin() + static_cast<std::ptrdiff_t>(at) + keyCount);
+    if (keyCount == 0)
+        edit->keys.resize(rowCount);
     edit->lockConflict = lockConflict;
     rs.makeEditable(std::move(edit));
-    if (empty)
+    if (rowCount == 0)
         rs.addNew();
     return true;
 }
@@ -869,8 +898,7 @@ void Connection::releaseEdit(Recordset::EditState* edit)
 {
     if (!edit->implicitTx)
         return;
-    edit->implicitTx = false;
-    std::erase(pendingEdits_, edit);
+    dropLock(edit);
     // Nothing uncommitted lies in the lock transaction: every write committed on its own.
     if (pendingEdits_.empty() && txActive_ && !userTx_ && isOpen()) {
         QString ignored;
@@ -878,33 +906,124 @@ void Connection::releaseEdit(Recordset::EditState* edit)
     }
 }
 
-bool Connection::commitWrite(QString* error)
+void Connection::dropLock(Recordset::EditState* edit)
 {
-    if (userTx_ || !txActive_)
-        return true; // the caller's transaction, or the engine's own autocommit
-    if (!endTx(true, error))
+    edit->implicitTx = false;
+    std::erase(pendingEdits_, edit);
+}
+
+bool Connection::lockAgain(Recordset::EditState* edit, const std::vector<QVariant>* key, QString* error)
+{
+    if (userTx_ || (edit->implicitTx && txActive_))
+        return true;
+    if (edit->implicitTx) // the lock ended with a BeginTns transaction it had become part of
+        dropLock(edit);
+    if (!lockForEdit(edit, error))
         return false;
-    if (!pendingEdits_.empty()) {
-        QString ignored;
-        if (beginLock(&ignored))
-            relockPending();
+    if (key && !lockRow(edit, *key, error)) {
+        releaseEdit(edit);
+        return false;
     }
     return true;
 }
 
-// The rows of the edits still pending, locked again after a commit (PostgreSQL's locks are per row; SQLite's
-// BEGIN IMMEDIATE has taken the whole file again already).
+// PostgreSQL's locks are per row: the row of key, locked inside the transaction in force. A failure is the
+// statement's alone (it runs under a savepoint), never the transaction's.
+bool Connection::lockRow(const Recordset::EditState* edit, const std::vector<QVariant>& key, QString* error)
+{
+    if (backend_ != Backend::Postgres || edit->key.isEmpty())
+        return true;
+    QStringList where;
+    for (const QString& k : edit->key)
+        where << dialect_->quote(k) + QStringLiteral(" = ?");
+    const QString sql = QStringLiteral("SELECT 1 FROM %1 WHERE %2 FOR UPDATE")
+                            .arg(dialect_->quote(edit->table), where.join(QLatin1String(" AND ")));
+    QSqlQuery q;
+    return statement(sql, QVariantList(key.begin(), key.end()), &q, error);
+}
+
+bool Connection::writeEdit(Recordset::EditState* edit, const QString& sql, const QVariantList& values, bool oneRow,
+                           QString* error)
+{
+    if (!userTx_ && !edit->implicitTx) {
+        *error = QStringLiteral("The record is no longer locked for editing; open it again.");
+        return false;
+    }
+    if (!ensureTx(true, error))
+        return false;
+    // Under a savepoint, so that an UPDATE that found other than its one row is undone by itself.
+    static const QString savepoint = QStringLiteral("SAVEPOINT pel_edit"), undo = QStringLiteral("ROLLBACK TO pel_edit"),
+                         done = QStringLiteral("RELEASE pel_edit");
+    if (!control(savepoint, error))
+        return false;
+    Fetched f;
+    const Direct direct = runCached(sql, values, 0, &f, error);
+    bool ok = direct == Direct::Done;
+    if (direct == Direct::NotTaken) {
+        QSqlQuery q;
+        ok = statement(sql, values, &q, error);
+        if (ok)
+            f.affected = static_cast<long>(q.numRowsAffected());
+    }
+    if (ok && oneRow && f.affected != 1) {
+        *error = rowChangedByAnotherUser();
+        ok = false;
+    }
+    if (!ok) {
+        // the edit keeps its lock: the recordset stays usable
+        QString ignored;
+        if (!control(undo, &ignored) || !control(done, &ignored)) {
+            if (!userTx_)
+                endTx(false, &ignored);
+            for (Recordset::EditState* e : std::vector(pendingEdits_))
+                dropLock(e);
+        }
+        return false;
+    }
+    if (!control(done, error))
+        return false;
+    if (userTx_)
+        return true;
+    dropLock(edit);
+    return commitWrite(error);
+}
+
+bool Connection::commitWrite(QString* error)
+{
+    if (userTx_ || !txActive_)
+        return true; // the caller's transaction, or the engine's own autocommit
+    if (!endTx(true, error)) {
+        // the lock transaction is gone with the failed commit: every pending edit takes its lock again to write
+        for (Recordset::EditState* e : std::vector(pendingEdits_))
+            dropLock(e);
+        return false;
+    }
+    relockPending();
+    return true;
+}
+
+// The edits still pending after a commit take their locks again: SQLite's BEGIN IMMEDIATE takes the whole file,
+// PostgreSQL each row. An edit whose lock cannot be taken again gives it up and takes it again before its write.
 void Connection::relockPending()
 {
-    if (backend_ != Backend::Postgres)
+    if (pendingEdits_.empty())
         return;
-    for (const Recordset::EditState* e : pendingEdits_)
-        for (const QVariant& id : e->rowids) {
-            QSqlQuery q(db_);
-            q.prepare(QStringLiteral("SELECT 1 FROM %1 WHERE ctid = ?::tid FOR UPDATE").arg(dialect_->quote(e->table)));
-            q.addBindValue(id);
-            q.exec();
-        }
+    QString why;
+    if (!beginLock(&why)) {
+        for (Recordset::EditState* e : std::vector(pendingEdits_))
+            dropLock(e);
+        return;
+    }
+    for (Recordset::EditState* e : std::vector(pendingEdits_))
+        for (const std::vector<QVariant>& key : e->keys)
+            if (!key.empty() && !lockRow(e, key, &why)) {
+                dropLock(e);
+                break;
+            }
+    if (pendingEdits_.empty()) {
+        QString ignored;
+        endTx(false, &ignored);
+    }
 }
 
 std::vector<ColumnInfo> Connection::columns(const QString& table)
@@ -932,6 +1051,14 @@ std::vector<ColumnInfo> Connection::columns(const QString& table)
                 c.type = jetTypeFromName(type, &c.size);
                 cols.push_back(c);
             }
+        // our own tables hold the types of their definition in wider PostgreSQL types
+        if (const SchemaTable* t = schema().table(key))
+            for (ColumnInfo& c : cols)
+                for (const SchemaColumn& d : t->columns)
+                    if (d.name.compare(c.name, Qt::CaseInsensitive) == 0) {
+                        c.type = d.type;
+                        c.size = d.size;
+                    }
     } else if (backend_ != Backend::None) {
         QString quoted = table;
         quoted.replace(QLatin1Char('"'), QLatin1String("\"\""));

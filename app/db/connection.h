@@ -55,7 +55,15 @@ public:
     // recordset without Update can never undo another statement's write. Inside BeginTns everything is the
     // caller's transaction.
     bool lockForEdit(Recordset::EditState* edit, QString* error);
-    // The edit is done (updated, closed, or its write failed); the last one gives the lock back.
+    // Before an edit's write: an edit that gave its lock back (after an earlier Update, or when a commit could not
+    // take it again) takes it again, on PostgreSQL with the row of key; false with the engine's text.
+    bool lockAgain(Recordset::EditState* edit, const std::vector<QVariant>* key, QString* error);
+    // An edit's INSERT or UPDATE, written inside its lock; an UPDATE that changes other than one row is undone and
+    // fails as a row another user changed or deleted. Then the edit's share of the lock ends and the write commits
+    // (outside BeginTns).
+    bool writeEdit(Recordset::EditState* edit, const QString& sql, const QVariantList& values, bool oneRow,
+                   QString* error);
+    // The edit is done (closed, or no longer to be written); the last one gives the lock back.
     void releaseEdit(Recordset::EditState* edit);
 
     QSqlDatabase& database() { return db_; }
@@ -65,7 +73,7 @@ private:
     struct Fetched {
         QStringList names;
         ResultRows rows;
-        std::vector<QVariant> rowids;
+        std::vector<QVariant> keys; // an edit's key columns, row after row
         long affected = 0;
     };
     enum class Direct { Done, Failed, NotTaken };
@@ -75,13 +83,16 @@ private:
     bool beginLock(QString* error);
     bool commitWrite(QString* error);
     void relockPending();
+    bool lockRow(const Recordset::EditState* edit, const std::vector<QVariant>& key, QString* error);
+    void dropLock(Recordset::EditState* edit);
     bool finishUserTx(bool commit, QString* error);
     bool endTx(bool commit, QString* error);
     bool run(const QString& sql, const QVariantList& values, bool forwardOnly, QSqlQuery* q, QString* error);
     bool statement(const QString& sql, const QVariantList& values, QSqlQuery* q, QString* error);
     bool openSqliteFile(const QString& path, const QString& password, QString* error);
-    // False with the engine's text when a row cannot be read: a result cut short is no result.
-    static bool fetchAll(QSqlQuery& q, Fetched* out, bool withRowids, QString* error);
+    // False with the engine's text when a row cannot be read: a result cut short is no result. The first
+    // keyColumns columns are the row's key (an edit's), not fields.
+    static bool fetchAll(QSqlQuery& q, Fetched* out, int keyColumns, QString* error);
     std::vector<FieldInfo> describe(const QString& text, const QStringList& names, int first, const QString& table);
     // SQLite and Jet: the statement through a prepared statement kept for its text; NotTaken when it does not
     // prepare cleanly (the driver's own path then runs it and reports the engine's error as always).
@@ -101,6 +112,7 @@ private:
     QHash<QString, QString> adaptCache_;                   // per statement text: as this backend takes it
     struct EditText {
         QString table;            // the one table the statement reads
+        QStringList key;          // its primary key
         QString locked, unlocked; // as this backend opens it for editing, with and without the row lock
     };
     QHash<QString, EditText> editCache_; // per statement text
@@ -134,6 +146,8 @@ void setNetworkFolderProbe(bool (*probe)(const QString& folder));
 // The error text of an open that found no database file, and the test for it.
 QString fileNotFound(const QString& path);
 bool isFileNotFound(const QString& error);
+// The error text of an edit's write that no longer finds its row (another user changed its key or deleted it).
+QString rowChangedByAnotherUser();
 // The error text of a failed open when the file is neither SQLite nor Jet 4.
 QString unrecognisedFormat(const QString& path);
 // True when a statement failed on a value it cannot take (one that breaks the statement, of the wrong kind or too

@@ -280,21 +280,21 @@ std::vector<FieldInfo> resultFields(const std::vector<Token>& t, const ColumnLoo
 
 namespace {
 
+QString quoteName(QString name)
+{
+    name.replace(QLatin1Char('"'), QLatin1String("\"\""));
+    return QLatin1Char('"') + name + QLatin1Char('"');
+}
+
 class SqliteDialect final : public Dialect {
 public:
     QString adapt(const QString& sql) const override { return sql; }
     bool rewrites() const override { return false; }
-    QString forEdit(const QString& sql, bool) const override
+    QString forEdit(const QString& sql, const QStringList& key, bool) const override
     {
-        const auto t = tokenize(sql);
-        const size_t sel = findTop(t, 0, [](const Token& x) { return x.is("select"); });
-        if (sel >= t.size())
-            return sql;
-        const qsizetype at = t[sel].pos + t[sel].text.size();
-        return sql.left(at) + QStringLiteral(" rowid AS \"__rowid\",") + sql.mid(at);
+        return keyColumnsFirst(sql, key, *this);
     }
-    QString quote(const QString& name) const override { return QLatin1Char('"') + name + QLatin1Char('"'); }
-    QString rowIdColumn() const override { return QStringLiteral("rowid"); }
+    QString quote(const QString& name) const override { return quoteName(name); }
     bool isLockConflict(const QString& error) const override
     {
         return error.contains(QLatin1String("database is locked")) ||
@@ -337,15 +337,9 @@ public:
         out += sql.mid(copied);
         return out;
     }
-    QString forEdit(const QString& sql, bool lock) const override
+    QString forEdit(const QString& sql, const QStringList& key, bool lock) const override
     {
-        const QString a = adapt(sql);
-        const auto t = tokenize(a);
-        const size_t sel = findTop(t, 0, [](const Token& x) { return x.is("select"); });
-        if (sel >= t.size())
-            return a;
-        const qsizetype at = t[sel].pos + t[sel].text.size();
-        QString s = a.left(at) + QStringLiteral(" ctid AS \"__rowid\",") + a.mid(at);
+        QString s = keyColumnsFirst(adapt(sql), key, *this);
         while (s.endsWith(QLatin1Char(';')) || s.endsWith(QLatin1Char(' ')))
             s.chop(1);
         return lock ? s + QStringLiteral(" FOR UPDATE") : s;
@@ -355,11 +349,23 @@ public:
         return error.contains(QLatin1String("lock timeout")) || error.contains(QLatin1String("could not obtain lock")) ||
                error.contains(QLatin1String("(55P03)"));
     }
-    QString quote(const QString& name) const override { return QLatin1Char('"') + name.toLower() + QLatin1Char('"'); }
-    QString rowIdColumn() const override { return QStringLiteral("ctid"); }
+    QString quote(const QString& name) const override { return quoteName(name.toLower()); }
 };
 
 } // namespace
+
+QString keyColumnsFirst(const QString& sql, const QStringList& key, const Dialect& dialect)
+{
+    const auto t = tokenize(sql);
+    const size_t sel = findTop(t, 0, [](const Token& x) { return x.is("select"); });
+    if (sel >= t.size())
+        return sql;
+    QString columns;
+    for (qsizetype i = 0; i < key.size(); ++i)
+        columns += QStringLiteral(" %1 AS \"__k%2\",").arg(dialect.quote(key[i])).arg(i);
+    const qsizetype at = t[sel].pos + t[sel].text.size();
+    return sql.left(at) + columns + sql.mid(at);
+}
 
 std::unique_ptr<Dialect> makeSqliteDialect()
 {

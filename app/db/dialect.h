@@ -44,14 +44,16 @@ public:
     virtual QString adapt(const QString& sql) const = 0;
     // False when adapt gives every statement back as it is.
     virtual bool rewrites() const { return true; }
-    // A select opened for editing: adds the row identity as the first column and, with lock, the row lock.
-    virtual QString forEdit(const QString& sql, bool lock = true) const = 0;
+    // A select opened for editing: the key columns first, named "__k0", "__k1", ..., and, with lock, the row lock.
+    virtual QString forEdit(const QString& sql, const QStringList& key, bool lock = true) const = 0;
     // True for an error that says another connection holds the row or the database locked.
     virtual bool isLockConflict(const QString& error) const = 0;
-    // Quoting of an identifier in statements the layer writes itself.
+    // Quoting of an identifier in statements the layer writes itself; an embedded '"' is doubled.
     virtual QString quote(const QString& name) const = 0;
-    virtual QString rowIdColumn() const = 0;
 };
+
+// The select list that puts the key columns first in an edit's result.
+QString keyColumnsFirst(const QString& sql, const QStringList& key, const Dialect& dialect);
 
 std::unique_ptr<Dialect> makeSqliteDialect();
 std::unique_ptr<Dialect> makePostgresDialect();

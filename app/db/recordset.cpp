@@ -2,6 +2,7 @@
 
 #include "app/db/connection.h"
 #include "app/db/editstate.h"
+#include "app/db/schema.h"
 
 #include <QSqlQuery>
 
@@ -300,8 +301,6 @@ bool Recordset::update(QString* error)
         return fail(edit_->pendingError);
     if (!edit_->lockConflict.isEmpty())
         return fail(edit_->lockConflict);
-    if (edit_->broken)
-        return fail(QStringLiteral("The record is no longer locked for editing; open it again."));
     if (!edit_->buffered)
         return true;
     if (!edit_->adding && (pos_ < 0 || pos_ >= static_cast<qsizetype>(rows_.size())))
@@ -317,7 +316,7 @@ bool Recordset::update(QString* error)
             values << edit_->buffer[i];
         }
     QString sql;
-    const bool pg = c.backend() == Connection::Backend::Postgres;
+    const std::vector<QVariant>* key = nullptr;
     if (edit_->adding) {
         QStringList marks;
         for (qsizetype i = 0; i < cols.size(); ++i)
@@ -329,37 +328,40 @@ bool Recordset::update(QString* error)
     } else {
         if (cols.isEmpty())
             return true;
-        QStringList sets;
+        // found again by its key as read (or as last written), never by where the engine keeps it
+        key = &edit_->keys[static_cast<size_t>(pos_)];
+        if (edit_->key.isEmpty() || key->size() != static_cast<size_t>(edit_->key.size()))
+            return fail(QStringLiteral("Operation must use an updateable query."));
+        QStringList sets, where;
         for (const QString& col : std::as_const(cols))
             sets << col + QStringLiteral(" = ?");
-        sql = QStringLiteral("UPDATE %1 SET %2 WHERE %3 = ?")
-                  .arg(d.quote(edit_->table), sets.join(QLatin1Char(',')), d.rowIdColumn());
-        values << edit_->rowids[static_cast<size_t>(pos_)];
+        for (const QString& k : std::as_const(edit_->key))
+            where << d.quote(k) + QStringLiteral(" = ?");
+        sql = QStringLiteral("UPDATE %1 SET %2 WHERE %3")
+                  .arg(d.quote(edit_->table), sets.join(QLatin1Char(',')), where.join(QLatin1String(" AND ")));
+        for (const QVariant& v : *key)
+            values << v;
     }
-    // The edit's share of the lock ends with its write: the write commits on its own (outside BeginTns).
-    const bool ownLock = edit_->implicitTx;
-    c.releaseEdit(edit_.get());
     QString why;
-    if (!c.executeRaw(sql, values, &why)) {
-        // the caller opens the record again to retry
-        edit_->broken = ownLock;
+    if (!c.lockAgain(edit_.get(), key, &why) || !c.writeEdit(edit_.get(), sql, values, !edit_->adding, &why))
         return fail(why);
-    }
-    QVariant newId;
-    if (edit_->adding) {
-        QSqlQuery idq(c.database());
-        // PostgreSQL: a row added here is not updated again through this recordset, so no identity is kept
-        if (!pg && idq.exec(QStringLiteral("select last_insert_rowid()")) && idq.next()) {
-            newId = idq.value(0);
-        }
+    // the row's key from now on: the values just written, the column's default for a key column left out
+    std::vector<QVariant> written;
+    for (const QString& k : std::as_const(edit_->key)) {
+        const int i = fieldIndex(k);
+        if (i >= 0 && (edit_->dirty[static_cast<size_t>(i)] || !edit_->adding))
+            written.push_back(edit_->buffer[static_cast<size_t>(i)]);
+        else
+            written.push_back(defaultKeyValue(edit_->table, k));
     }
     if (edit_->adding) {
         rows_.appendRow(edit_->buffer);
-        edit_->rowids.push_back(newId);
+        edit_->keys.push_back(written);
         pos_ = static_cast<qsizetype>(rows_.size()) - 1;
         edit_->adding = false;
     } else {
         rows_.setRow(static_cast<size_t>(pos_), edit_->buffer);
+        edit_->keys[static_cast<size_t>(pos_)] = written;
     }
     edit_->buffered = false;
     return true;

@@ -98,11 +98,10 @@ QString pgType(const SchemaColumn& c)
         return QStringLiteral("boolean");
     case JetType::Byte:
     case JetType::Integer:
-        return QStringLiteral("smallint");
     case JetType::Long:
-        return QStringLiteral("integer");
+        return QStringLiteral("bigint"); // wide enough that the range check, which names the field, refuses
     case JetType::Currency:
-        return QStringLiteral("numeric(19,4)");
+        return QStringLiteral("numeric(30,4)");
     case JetType::Single:
         return QStringLiteral("real");
     case JetType::Double:
@@ -123,18 +122,95 @@ QString quoted(const QString& n)
     return QLatin1Char('"') + n + QLatin1Char('"');
 }
 
-// SQLite stores whatever it is given; the suite's engine refuses a text in a number or date column and a text
-// longer than its column. The engine's error texts are given for these checks by the connection.
+// A check named "<column> <rule>", so that the connection gives the engine's text for the rule with the field's
+// name (rules: type, length, range, date).
+QString check(const SchemaColumn& c, const char* rule, const QString& test)
+{
+    return QStringLiteral(" CONSTRAINT %1 CHECK (%2)").arg(quoted(c.name + QLatin1Char(' ') + QLatin1String(rule)), test);
+}
+
+// The range the suite's engine holds a number type to; empty for a type without one.
+QString rangeTest(const SchemaColumn& c)
+{
+    const QString n = quoted(c.name);
+    switch (c.type) {
+    case JetType::Byte:
+        return QStringLiteral("%1 BETWEEN 0 AND 255").arg(n);
+    case JetType::Integer:
+        return QStringLiteral("%1 BETWEEN -32768 AND 32767").arg(n);
+    case JetType::Long:
+        return QStringLiteral("%1 BETWEEN -2147483648 AND 2147483647").arg(n);
+    case JetType::Currency:
+        return QStringLiteral("%1 BETWEEN -922337203685477.5808 AND 922337203685477.5807").arg(n);
+    default:
+        return QString();
+    }
+}
+
+// A date text as SQLite reads it ("yyyy-mm-dd hh:mm:ss") from any form the system writes: "/" or "-", an hour of
+// one or two digits, without seconds or without a time.
+QString isoDate(const QString& x)
+{
+    const QString t = QStringLiteral("substr(%1, 12)").arg(x);
+    const QString hm = QStringLiteral("(CASE WHEN substr(%1, 2, 1) = ':' THEN '0' || %1 ELSE %1 END)").arg(t);
+    const QString full =
+        QStringLiteral("(CASE WHEN %1 = '' THEN '00:00:00' WHEN length(%2) = 5 THEN %2 || ':00' ELSE %2 END)").arg(t, hm);
+    return QStringLiteral("(replace(substr(%1, 1, 10), '/', '-') || ' ' || %2)").arg(x, full);
+}
+
+// The one form dates are stored in on SQLite, which sorts and compares as text: "yyyy/mm/dd hh:mm:ss".
+QString storedDate(const QString& x)
+{
+    return QStringLiteral("replace(%1, '-', '/')").arg(isoDate(x));
+}
+
+// SQLite stores whatever it is given; the suite's engine refuses a text in a number or date column, a text longer
+// than its column, a number beyond its type's range and a date that does not exist.
 QString sqliteCheck(const SchemaColumn& c)
 {
     const QString n = quoted(c.name);
-    if (isNumeric(c.type) || c.type == JetType::Boolean)
-        return QStringLiteral(" CHECK (typeof(%1) IN ('integer','real','null'))").arg(n);
+    if (isNumeric(c.type) || c.type == JetType::Boolean) {
+        QString out = check(c, "type", QStringLiteral("typeof(%1) IN ('integer','real','null')").arg(n));
+        if (const QString range = rangeTest(c); !range.isEmpty())
+            out += check(c, "range", range);
+        return out;
+    }
     if (c.type == JetType::Text)
-        return QStringLiteral(" CHECK (length(%1) <= %2)").arg(n).arg(c.size);
-    if (c.type == JetType::DateTime)
-        return QStringLiteral(" CHECK (%1 IS NULL OR %1 GLOB '[0-9][0-9][0-9][0-9][/-][0-9]*')").arg(n);
+        return check(c, "length", QStringLiteral("length(%1) <= %2").arg(n).arg(c.size));
+    if (c.type == JetType::DateTime) {
+        const QString iso = isoDate(n);
+        return check(c, "date",
+                     QStringLiteral("%1 IS NULL OR (typeof(%1) = 'text' AND substr(%1, 11, 1) IN ('', ' ') AND "
+                                    "datetime(julianday(%2)) IS %2)")
+                         .arg(n, iso));
+    }
     return QString();
+}
+
+// PostgreSQL's own types refuse texts and impossible dates; the ranges are the suite's engine's.
+QString postgresCheck(const SchemaColumn& c)
+{
+    const QString range = rangeTest(c);
+    return range.isEmpty() ? QString() : check(c, "range", range);
+}
+
+// SQLite: a date written in another form is stored in the one form.
+QStringList dateTriggers(const SchemaTable& t)
+{
+    QStringList out;
+    for (const SchemaColumn& c : t.columns) {
+        if (c.type != JetType::DateTime)
+            continue;
+        const QString value = QStringLiteral("new.") + quoted(c.name);
+        const QString body = QStringLiteral("WHEN %1 IS NOT %2 BEGIN UPDATE %3 SET %4 = %2 WHERE rowid = new.rowid; END")
+                                 .arg(value, storedDate(value), quoted(t.name), quoted(c.name));
+        out << QStringLiteral("CREATE TRIGGER %1 AFTER INSERT ON %2 %3")
+                   .arg(quoted(t.name + QLatin1Char(' ') + c.name + QLatin1String(" added")), quoted(t.name), body);
+        out << QStringLiteral("CREATE TRIGGER %1 AFTER UPDATE OF %2 ON %3 %4")
+                   .arg(quoted(t.name + QLatin1Char(' ') + c.name + QLatin1String(" changed")), quoted(c.name),
+                        quoted(t.name), body);
+    }
+    return out;
 }
 
 QString quotedList(const QStringList& names)
@@ -161,6 +237,21 @@ const Schema& schema()
     return s;
 }
 
+QVariant defaultKeyValue(const QString& table, const QString& column)
+{
+    const SchemaTable* t = schema().table(table);
+    if (!t)
+        return QVariant();
+    for (const SchemaColumn& c : t->columns) {
+        if (c.name.compare(column, Qt::CaseInsensitive) != 0 || c.defaultValue.isEmpty())
+            continue;
+        if (c.defaultValue.startsWith(QLatin1Char('\'')))
+            return c.defaultValue.mid(1, c.defaultValue.size() - 2);
+        return isNumeric(c.type) ? QVariant(c.defaultValue.toLongLong()) : QVariant(c.defaultValue);
+    }
+    return QVariant();
+}
+
 QStringList schemaStatements(bool postgres)
 {
     QStringList out;
@@ -172,13 +263,14 @@ QStringList schemaStatements(bool postgres)
                 d += QStringLiteral(" NOT NULL");
             if (!c.defaultValue.isEmpty())
                 d += QStringLiteral(" DEFAULT ") + c.defaultValue;
-            if (!postgres)
-                d += sqliteCheck(c);
+            d += postgres ? postgresCheck(c) : sqliteCheck(c);
             defs << d;
         }
         if (!t.primaryKey.isEmpty())
             defs << QStringLiteral("PRIMARY KEY (%1)").arg(quotedList(t.primaryKey));
         out << QStringLiteral("CREATE TABLE %1 (\n  %2\n)").arg(quoted(t.name), defs.join(QLatin1String(",\n  ")));
+        if (!postgres)
+            out << dateTriggers(t);
     }
     for (const SchemaIndex& i : schema().indexes)
         out << QStringLiteral("CREATE INDEX %1 ON %2 (%3)").arg(quoted(i.name), quoted(i.table), quotedList(i.columns));

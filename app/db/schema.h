@@ -4,6 +4,7 @@
 
 #include <QString>
 #include <QStringList>
+#include <QVariant>
 #include <vector>
 
 namespace pel {
@@ -38,6 +39,8 @@ struct Schema {
 
 // The parsed definition.
 const Schema& schema();
+// The value a column takes when an insert leaves it out; null when it has no default.
+QVariant defaultKeyValue(const QString& table, const QString& column);
 // The statements that create it on the connection's backend.
 QStringList schemaStatements(bool postgres);
 // Creates every table and index; false with the engine's error text.

@@ -9,6 +9,24 @@
 
 namespace pel {
 
+// A piece of statement text. Only a string literal of the source makes one: the constructor runs when compiling,
+// so a runtime array (a value read at run time) does not compile.
+class SqlText {
+public:
+    template <std::size_t N>
+    consteval SqlText(const char (&text)[N]) : text_(text), size_(N - 1) // NOLINT
+    {
+        if (text[N - 1] != '\0') // reading it also refuses an array that can change
+            throw "a statement fragment is a string literal";
+    }
+    const char* data() const { return text_; }
+    std::size_t size() const { return size_; }
+
+private:
+    const char* text_;
+    std::size_t size_;
+};
+
 class Sql {
 public:
     enum class Kind { Fragment, Quoted, Number };
@@ -19,8 +37,8 @@ public:
 
     Sql() = default;
     // Statement text is only ever a string literal of the source: a value can never become part of it by mistake.
-    template <std::size_t N>
-    Sql(const char (&fragment)[N]) : Sql(QString::fromUtf8(fragment, static_cast<qsizetype>(N) - 1), Raw{}) // NOLINT
+    Sql(SqlText fragment) // NOLINT
+        : Sql(QString::fromUtf8(fragment.data(), static_cast<qsizetype>(fragment.size())), Raw{})
     {
     }
     // The one way in for a statement typed by a person as a whole (the runner's sql command, tests); grep for it.
@@ -35,6 +53,7 @@ public:
 
     Sql& operator+=(const Sql& other);
     friend Sql operator+(Sql a, const Sql& b) { return a += b; }
+    friend Sql operator+(Sql a, SqlText b) { return a += Sql(b); }
 
     // The statement as the system's concatenation gives it.
     QString text() const;

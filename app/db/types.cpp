@@ -225,7 +225,7 @@ bool convertForColumn(const QVariant& value, JetType type, int size, const QStri
         }
         const auto overflow = [&]() {
             if (error)
-                *error = QStringLiteral("Overflow: '%1' does not fit field '%2'.").arg(text, column);
+                *error = QStringLiteral("The value for '%1' is out of the range of its field.").arg(column);
             return false;
         };
         switch (type) {
@@ -245,6 +245,8 @@ bool convertForColumn(const QVariant& value, JetType type, int size, const QStri
         }
         case JetType::Currency: {
             const double r = std::nearbyint(d * 10000.0) / 10000.0;
+            if (r < -922337203685477.5808 || r > 922337203685477.5807)
+                return overflow();
             if (r == std::trunc(r) && std::fabs(r) < 9e15)
                 *out = static_cast<qlonglong>(r);
             else

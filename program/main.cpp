@@ -1,7 +1,7 @@
 // pel008: the suite's menu starts it with a screen number; it shows that one screen and ends when it closes.
 #include "app/db/dbglobals.h"
 #include "app/runtimeerror.h"
-#include "app/screens.h"
+#include "program/screens.h"
 #include "app/startup.h"
 #include "ui/dialogs.h"
 #include "ui/qtdialogs.h"
