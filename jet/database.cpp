@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <fstream>
 #include <new>
 #include <unordered_set>
 
@@ -20,7 +19,6 @@ namespace
 {
 
 constexpr std::uint8_t kHeaderKey[4] = {0xC7, 0xDA, 0x39, 0x6B};
-constexpr std::size_t kMaxFileSize = std::size_t(1) << 31; // Jet 4 stops at 2 GB
 
 bool iequals(const std::string& a, const std::string& b)
 {
@@ -167,25 +165,6 @@ std::string Database::error() const
     return error_;
 }
 
-Status Database::open(const std::string& path, const std::string& password)
-{
-    path_ = path;
-    notice_.clear();
-    if (Status s = recoverJournal(path); s != OK) return s;
-    std::ifstream in(path, std::ios::binary);
-    if (!in) return fail(ERR_IO, "Cannot open '" + path + "'.");
-    in.seekg(0, std::ios::end);
-    std::streamoff size = in.tellg();
-    if (size < 0) return fail(ERR_IO, "Cannot read '" + path + "'.");
-    if (static_cast<std::uint64_t>(size) > kMaxFileSize)
-        return fail(ERR_FORMAT, "'" + path + "' is larger than a Jet 4 file can be.");
-    std::vector<std::uint8_t> bytes(static_cast<std::size_t>(size));
-    in.seekg(0);
-    if (!in.read(reinterpret_cast<char*>(bytes.data()), size)) return fail(ERR_IO, "Cannot read '" + path + "'.");
-    stampChanged(true);
-    return openMemory(std::move(bytes), password);
-}
-
 Status Database::openMemory(std::vector<std::uint8_t> bytes, const std::string& password)
 {
     bytes_ = std::move(bytes);
@@ -238,16 +217,20 @@ Status Database::loadHeader(const std::string& password)
     }
     if (!match) return fail(ERR_PASSWORD, "Not a valid password.");
 
-    if (dbKey_ != 0) {
-        // Encoded file: every page but the header is RC4 with (database key ^ page number).
-        std::uint32_t n = pageCount();
-        for (std::uint32_t pg = 1; pg < n; ++pg) {
-            std::uint32_t k = dbKey_ ^ pg;
-            std::uint8_t key[4] = {std::uint8_t(k), std::uint8_t(k >> 8), std::uint8_t(k >> 16), std::uint8_t(k >> 24)};
-            rc4(key, 4, bytes_.data() + std::size_t(pg) * kPageSize, kPageSize);
-        }
-    }
+    decodePages(bytes_);
     return OK;
+}
+
+void Database::decodePages(std::vector<std::uint8_t>& bytes) const
+{
+    if (dbKey_ == 0) return;
+    // Encoded file: every page but the header is RC4 with (database key ^ page number).
+    std::uint32_t n = static_cast<std::uint32_t>(bytes.size() / kPageSize);
+    for (std::uint32_t pg = 1; pg < n; ++pg) {
+        std::uint32_t k = dbKey_ ^ pg;
+        std::uint8_t key[4] = {std::uint8_t(k), std::uint8_t(k >> 8), std::uint8_t(k >> 16), std::uint8_t(k >> 24)};
+        rc4(key, 4, bytes.data() + std::size_t(pg) * kPageSize, kPageSize);
+    }
 }
 
 const std::uint8_t* Database::page(std::uint32_t n) const

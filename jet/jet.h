@@ -1,6 +1,7 @@
 #pragma once
 // Jet 4 engine: reads, and writes inside transactions. Status-code API: every call returns a Status; the text of the
 // last failure stays on the handle (Database::error()). Nothing here throws to the caller.
+#include "jet/file.h"
 #include "jet/ldb.h"
 
 #include <atomic>
@@ -242,12 +243,21 @@ public:
 private:
     Status loadHeader(const std::string& password);
     Status loadCatalogue();
-    Status recoverJournal(const std::string& path);
-    bool stampChanged(bool take);
+    // Plays back a journal left beside the file; the commit lock must be held exclusively. `ours`: the journal of
+    // this engine's own failed commit, whose file is known to be the one it was written for.
+    Status recoverJournal(bool ours);
+    Status lockCommit(bool exclusive);
+    void unlockCommit();
+    Status readWhole(std::vector<std::uint8_t>& out);
+    void decodePages(std::vector<std::uint8_t>& bytes) const;
+    // With the writer lock: a dead writer's journal played back, the file read again if someone changed it.
+    Status catchUp();
+    void endTransaction();
+    const std::uint8_t* diskPage(std::uint32_t pg, std::vector<std::uint8_t>& buf) const;
 
     std::uint8_t* writable(std::uint32_t n);
     Status allocPage(std::uint8_t type, std::uint32_t* n);
-    Status writePages(int fd);
+    Status writePages();
     Status refreshTables();
     void forgetCaches();
     Table& mut(const Table& t) { return const_cast<Table&>(t); }
@@ -276,8 +286,10 @@ private:
 
     std::string path_;
     std::string notice_;
-    std::int64_t stampSize_ = -1, stampMtime_ = -1; // file as we last read or wrote it
-    int lockFd_ = -1;
+    os::Stamp stamp_; // the file as we last read or wrote it
+    std::unique_ptr<os::File> file_;
+    bool commitLocked_ = false;
+    bool journalLive_ = false; // a journal is on disk and pages of this transaction may be too
     std::unique_ptr<LdbRegistration> ldb_; // our slot in the suite's lock file while we write
     bool synced_ = false;
     std::vector<Level> levels_;                         // [0]: the whole transaction
@@ -302,6 +314,10 @@ private:
     mutable std::mutex errorMutex_; // one engine serves every connection
     mutable std::string error_;
 };
+
+// How long a writer waits for another writer of ours, and a reader for a commit, before giving up
+// (PEL008_LOCK_WAIT_MS, 250 by default, as on the other backends).
+int lockWaitMs();
 
 // Header helpers shared with the password writer.
 void rc4(const std::uint8_t* key, std::size_t keyLen, std::uint8_t* data, std::size_t n);

@@ -141,6 +141,14 @@ std::string LdbRegistration::enter(const std::string& dbPath, std::vector<LdbUse
     return {};
 }
 
+std::vector<LdbUser> LdbRegistration::others() const
+{
+    if (fd_ < 0 || !heldByOthers(fd_)) return {};
+    std::vector<LdbUser> out = filled(readSlots(fd_), slot_);
+    if (out.empty()) out.push_back({"?", "?"});
+    return out;
+}
+
 void LdbRegistration::leave()
 {
     if (fd_ < 0) return;

@@ -39,6 +39,8 @@ public:
     // a lock file we cannot make or write.
     std::string enter(const std::string& dbPath, std::vector<LdbUser>* others);
     void leave();
+    // While registered: the users another process holds the file for now (empty when none).
+    std::vector<LdbUser> others() const;
 
 private:
     int fd_ = -1;
