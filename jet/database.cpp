@@ -519,7 +519,8 @@ Status Database::dataPages(const Table& t, std::vector<std::uint32_t>& out) cons
 {
     std::vector<std::uint32_t> all;
     out.clear();
-    if (Status s = mapPages(t.usageMap, all); s != OK) return fail(s, "Usage map of table '" + t.name + "': " + error());
+    if (Status s = mapPages(t.usageMap, all); s != OK)
+        return fail(s, "Usage map of table '" + t.name + "': " + error());
     std::uint32_t total = pageCount();
     for (std::uint32_t pg : all) {
         if (pg == 0 || pg >= total) continue;

@@ -257,7 +257,7 @@ bool parseIndexPage(const std::uint8_t* d, std::vector<IndexEntry>& out)
 struct Database::KeyCache {
     std::set<std::string> entries;
     std::vector<std::uint32_t> pages; // the tree's pages when it was read, root first
-    bool dirty = false;
+    long changes = 0;                 // entries added or removed and not undone: the tree is written again when not 0
 };
 
 int Database::seekableIndex(const Table& t, int column) const
@@ -381,7 +381,6 @@ namespace jet
 
 using namespace detail;
 
-
 namespace
 {
 
@@ -407,6 +406,7 @@ void Database::undoKeys(std::size_t to)
             op.cache->entries.erase(op.entry);
         else
             op.cache->entries.insert(op.entry);
+        --op.cache->changes;
         keyLog_.pop_back();
     }
 }
@@ -426,8 +426,7 @@ Status Database::indexWrite(const Table& t, const std::vector<Value>* before, co
         auto keyOf = [&](const std::vector<Value>& v, std::string& key, bool& allNull) -> Status {
             std::string bad;
             if (rowKey(t, ri, v, key, &allNull, &bad)) return OK;
-            if (bad == "Yes/No")
-                return fail(ERR_KEY, t.name + "の索引 " + name + " にYes/No型のキーは書き込めません");
+            if (bad == "Yes/No") return fail(ERR_KEY, t.name + "の索引 " + name + " にYes/No型のキーは書き込めません");
             return fail(ERR_KEY, t.name + "の索引 " + name + " に書き込めない文字があります: " + bad);
         };
         std::string oldKey, newKey;
@@ -493,12 +492,16 @@ Status Database::indexWrite(const Table& t, const std::vector<Value>* before, co
             for (auto it = kc.entries.begin(); it != kc.entries.end(); ++it)
                 if (it->size() >= 4 && it->compare(it->size() - 4, 4, ptr) == 0) {
                     keyLog_.push_back({&kc, *it, false});
+                    ++kc.changes;
                     kc.entries.erase(it);
                     break;
                 }
         } else if (before && !(ignoreNull && oldNull)) {
             std::string e = oldKey + pointerBytes(id);
-            if (kc.entries.erase(e)) keyLog_.push_back({&kc, e, false});
+            if (kc.entries.erase(e)) {
+                keyLog_.push_back({&kc, e, false});
+                ++kc.changes;
+            }
         }
         if (after && !(ignoreNull && newNull)) {
             bool anyNull = false;
@@ -511,9 +514,11 @@ Status Database::indexWrite(const Table& t, const std::vector<Value>* before, co
                     return fail(ERR_CONSTRAINT, kDuplicate);
             }
             std::string e = newKey + pointerBytes(id);
-            if (kc.entries.insert(e).second) keyLog_.push_back({&kc, e, true});
+            if (kc.entries.insert(e).second) {
+                keyLog_.push_back({&kc, e, true});
+                ++kc.changes;
+            }
         }
-        kc.dirty = true;
     }
     return OK;
 }
@@ -521,7 +526,7 @@ Status Database::indexWrite(const Table& t, const std::vector<Value>* before, co
 Status Database::writeIndexes()
 {
     for (auto& [where, cache] : keys_) {
-        if (!cache->dirty) continue;
+        if (cache->changes == 0) continue;
         const Table* t = nullptr;
         for (const Table& x : tables_)
             if (x.tdefPage == where.first) t = &x;
@@ -634,7 +639,7 @@ Status Database::writeIndexes()
         // Pages the smaller tree no longer needs stay as empty leaves outside it.
         for (std::size_t i = used; i < pool.size(); ++i)
             write(pool[i], 0x04, Built{}, 0, 0, 4);
-        cache->dirty = false;
+        cache->changes = 0;
     }
     return OK;
 }

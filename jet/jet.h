@@ -222,9 +222,9 @@ public:
     // the transaction is durable. A crash at any point leaves a journal that the next open() plays back.
     Status begin();
     bool inTransaction() const { return !levels_.empty(); }
-    Status savepoint(int id);  // state saved as savepoint `id` (later ids are released)
-    Status release(int id);    // savepoints >= id forgotten, their changes kept
-    Status rollbackTo(int id); // back to the state of savepoint `id`, which stays
+    Status savepoint(int id);      // state saved as savepoint `id` (later ids are released)
+    Status release(int id);        // savepoints >= id forgotten, their changes kept
+    Status rollbackTo(int id);     // back to the state of savepoint `id`, which stays
     Status undoRowWrite(Status s); // a failed row write: its statement savepoint undone, its error kept
     Status sync();
     Status commit();
@@ -289,7 +289,7 @@ private:
     os::Stamp stamp_; // the file as we last read or wrote it
     std::unique_ptr<os::File> file_;
     bool commitLocked_ = false;
-    bool journalLive_ = false; // a journal is on disk and pages of this transaction may be too
+    bool journalLive_ = false;             // a journal is on disk and pages of this transaction may be too
     std::unique_ptr<LdbRegistration> ldb_; // our slot in the suite's lock file while we write
     bool synced_ = false;
     std::vector<Level> levels_;                         // [0]: the whole transaction

@@ -164,8 +164,7 @@ Status Database::recoverJournal(bool ours)
 {
     std::string jp = journalPath(path_);
     os::File j;
-    if (!j.open(jp, os::Mode::Read))
-        return os::exists(jp) ? fail(ERR_IO, "Cannot read the journal '" + jp + "'.") : OK;
+    if (!j.open(jp, os::Mode::Read)) return os::exists(jp) ? fail(ERR_IO, "Cannot read the journal '" + jp + "'.") : OK;
     std::uint8_t h[kHeaderV2] = {};
     bool v1 = false, v2 = false;
     if (j.read(h, kHeaderV1, 0) && std::memcmp(h, kJournalMagic, sizeof kJournalMagic) == 0) {
@@ -203,9 +202,8 @@ Status Database::recoverJournal(bool ours)
         for (const auto& rec : records) {
             std::uint32_t n = le32(rec.data());
             page0 = page0 || n == 0;
-            std::uint32_t now = file_->read(pg.data(), kPageSize, std::uint64_t(n) * kPageSize)
-                                    ? checksum(pg.data(), kPageSize)
-                                    : 0;
+            std::uint32_t now =
+                file_->read(pg.data(), kPageSize, std::uint64_t(n) * kPageSize) ? checksum(pg.data(), kPageSize) : 0;
             same = same && (now == checksum(rec.data() + 4, kPageSize) || now == le32(rec.data() + 4 + kPageSize));
         }
         if (same && !page0)
@@ -340,7 +338,9 @@ Status Database::rollbackTo(int id)
     std::size_t k = levels_.size();
     while (k > 1 && levels_[k - 1].id > id)
         --k;
-    if (k <= 1 || levels_[k - 1].id != id) return OK; // unknown savepoint: nothing of ours to undo
+    // A savepoint made after ours that we never saw holds nothing of ours; one made before this file joined the
+    // transaction (older than all of ours) takes everything back to the join.
+    if (!inTransaction() || (k > 1 && levels_[k - 1].id != id)) return OK;
     for (std::size_t i = levels_.size(); i-- > k - 1;) {
         for (auto& [pg, orig] : levels_[i].pages)
             std::memcpy(bytes_.data() + std::size_t(pg) * kPageSize, orig.data(), kPageSize);
@@ -349,6 +349,7 @@ Status Database::rollbackTo(int id)
     undoKeys(levels_[k - 1].keyLogAt);
     levels_.resize(k);
     levels_.back().pages.clear();
+    if (k == 1) forgetCaches(); // pages they name may be gone
     return refreshTables();
 }
 

@@ -148,7 +148,8 @@ TEST(JetFault, CommitThatCannotWriteLeavesTheFileAsItWas)
         sqlite3_open(":memory:", &db);
         std::string err;
         if (jet::attach(db, s.path, "", &err) != 0) ::_exit(2);
-        struct rlimit lim {};
+        struct rlimit lim {
+        };
         ::getrlimit(RLIMIT_FSIZE, &lim);
         struct rlimit tight = lim;
         tight.rlim_cur = std::filesystem::file_size(s.path);
@@ -227,8 +228,8 @@ TEST(JetFault, CommitRechecksTheFileAndItsUsers)
              auto bytes = readFile(path);
              std::ofstream(path, std::ios::binary | std::ios::trunc)
                  .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-             std::filesystem::last_write_time(path, std::filesystem::file_time_type::clock::now() +
-                                                        std::chrono::seconds(5));
+             std::filesystem::last_write_time(path,
+                                              std::filesystem::file_time_type::clock::now() + std::chrono::seconds(5));
              return nullptr;
          },
          "was changed by another program"},
