@@ -576,7 +576,7 @@ Status Database::writeIndexes()
             return pages;
         };
         auto write = [&](std::uint32_t pg, std::uint8_t type, const Built& b, std::uint32_t prev, std::uint32_t next,
-                         std::size_t trailer) {
+                         std::size_t trailer, std::uint32_t tail) {
             std::size_t prefix = b.entries.empty() ? 0 : b.entries.front().size() - trailer;
             for (const std::string& e : b.entries) {
                 std::size_t cp = 0;
@@ -595,6 +595,7 @@ Status Database::writeIndexes()
             p32(4, t->tdefPage);
             p32(12, prev);
             p32(16, next);
+            p32(20, tail); // intermediate pages: the rightmost leaf below
             d[24] = static_cast<std::uint8_t>(prefix);
             d[25] = static_cast<std::uint8_t>(prefix >> 8);
             std::size_t at = kEntriesStart;
@@ -612,20 +613,30 @@ Status Database::writeIndexes()
         };
 
         std::vector<std::string> level(cache->entries.begin(), cache->entries.end());
+        std::vector<std::uint32_t> tails; // per entry of an upper level: the rightmost leaf below it
         std::size_t trailer = 4;
         std::uint8_t type = 0x04;
         for (;;) {
             std::vector<Built> pages = pack(level, trailer);
+            // the rightmost leaf below each page: a leaf names none
+            std::vector<std::uint32_t> pageTails(pages.size(), 0);
+            for (std::size_t i = 0, seen = 0; type == 0x03 && i < pages.size(); ++i) {
+                seen += pages[i].entries.size();
+                pageTails[i] = tails[seen - 1];
+            }
             if (pages.size() == 1) {
-                write(ri.rootPage, type, pages[0], 0, 0, trailer);
+                write(ri.rootPage, type, pages[0], 0, 0, trailer, pageTails[0]);
                 break;
             }
             std::vector<std::uint32_t> nums(pages.size());
             for (std::uint32_t& n : nums)
                 if (Status s = take(&n); s != OK) return s;
             std::vector<std::string> up;
+            std::vector<std::uint32_t> upTails;
             for (std::size_t i = 0; i < pages.size(); ++i) {
-                write(nums[i], type, pages[i], i ? nums[i - 1] : 0, i + 1 < nums.size() ? nums[i + 1] : 0, trailer);
+                write(nums[i], type, pages[i], i ? nums[i - 1] : 0, i + 1 < nums.size() ? nums[i + 1] : 0, trailer,
+                      pageTails[i]);
+                upTails.push_back(type == 0x04 ? nums[i] : pageTails[i]);
                 // The parent's entry: the child's last entry (key and row), then the child page.
                 std::string last = pages[i].entries.back().substr(0, pages[i].entries.back().size() - trailer + 4);
                 for (int b = 3; b >= 0; --b)
@@ -633,12 +644,13 @@ Status Database::writeIndexes()
                 up.push_back(std::move(last));
             }
             level = std::move(up);
+            tails = std::move(upTails);
             trailer = 8;
             type = 0x03;
         }
         // Pages the smaller tree no longer needs stay as empty leaves outside it.
         for (std::size_t i = used; i < pool.size(); ++i)
-            write(pool[i], 0x04, Built{}, 0, 0, 4);
+            write(pool[i], 0x04, Built{}, 0, 0, 4, 0);
         cache->changes = 0;
     }
     return OK;
