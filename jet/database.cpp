@@ -167,11 +167,15 @@ std::string Database::error() const
 
 Status Database::openMemory(std::vector<std::uint8_t> bytes, const std::string& password)
 {
-    bytes_ = std::move(bytes);
-    tables_.clear();
+    dropPages();
+    memory_ = std::move(bytes);
     // A trailing partial page is ignored: nothing valid can point into it.
+    size_ = memory_.size();
+    head_.assign(memory_.begin(), memory_.begin() + static_cast<std::ptrdiff_t>(std::min(size_, kPageSize)));
+    tables_.clear();
     Status s = loadHeader(password);
     if (s != OK) return s;
+    decodePages(memory_);
     return loadCatalogue();
 }
 
@@ -179,14 +183,14 @@ Status Database::loadHeader(const std::string& password)
 {
     static const char jet[] = "Standard Jet DB";
     static const char ace[] = "Standard ACE DB";
-    if (bytes_.size() < kPageSize * 3) {
-        if (bytes_.size() >= 19 && std::memcmp(bytes_.data() + 4, ace, 15) == 0)
+    if (size_ < kPageSize * 3 || head_.size() < kPageSize) {
+        if (head_.size() >= 19 && std::memcmp(head_.data() + 4, ace, 15) == 0)
             return fail(ERR_FORMAT, "This is an ACE (accdb) database; only Jet 4 files are supported.");
-        if (bytes_.size() >= 19 && std::memcmp(bytes_.data() + 4, jet, 15) == 0)
+        if (head_.size() >= 19 && std::memcmp(head_.data() + 4, jet, 15) == 0)
             return fail(ERR_CORRUPT, "The Jet database file is truncated.");
         return fail(ERR_FORMAT, "Not a Jet database file.");
     }
-    std::uint8_t* h = bytes_.data();
+    const std::uint8_t* h = head_.data();
     if (std::memcmp(h + 4, ace, 15) == 0)
         return fail(ERR_FORMAT, "This is an ACE (accdb) database; only Jet 4 files are supported.");
     if (h[0] != 0 || std::memcmp(h + 4, jet, 15) != 0) return fail(ERR_FORMAT, "Not a Jet database file.");
@@ -216,8 +220,6 @@ Status Database::loadHeader(const std::string& password)
         if (le16(stored + 2 * k) != c) match = false;
     }
     if (!match) return fail(ERR_PASSWORD, "Not a valid password.");
-
-    decodePages(bytes_);
     return OK;
 }
 
@@ -236,8 +238,13 @@ void Database::decodePages(std::vector<std::uint8_t>& bytes) const
 const std::uint8_t* Database::page(std::uint32_t n) const
 {
     pageReads_.fetch_add(1, std::memory_order_relaxed);
-    if (std::size_t(n) >= bytes_.size() / kPageSize) return nullptr;
-    return bytes_.data() + std::size_t(n) * kPageSize;
+    if (std::size_t(n) >= size_ / kPageSize) return nullptr;
+    if (auto it = pages_.find(n); it != pages_.end()) {
+        if (!it->second.pinned) lru_.splice(lru_.begin(), lru_, it->second.lru);
+        return it->second.bytes.data();
+    }
+    if (path_.empty()) return memory_.data() + std::size_t(n) * kPageSize;
+    return load(n);
 }
 
 Status Database::rowBytes(std::uint32_t pg, unsigned row, const std::uint8_t** p, std::size_t* len, unsigned* flags,
@@ -274,7 +281,7 @@ Status Database::longValue(const std::uint8_t* f, std::size_t n, std::string& ou
         out.assign(reinterpret_cast<const char*>(f + 12), total);
         return OK;
     }
-    if (total > bytes_.size()) return fail(ERR_CORRUPT, "Long value is longer than the file.");
+    if (total > size_) return fail(ERR_CORRUPT, "Long value is longer than the file.");
     if (kind & 0x40) {
         const std::uint8_t* p;
         std::size_t len;

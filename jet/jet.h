@@ -7,10 +7,12 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <list>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -182,7 +184,7 @@ public:
     std::uint32_t sortOrder() const { return sortOrder_; }
     double creationDate() const { return creationDate_; }
     bool encoded() const { return dbKey_ != 0; }
-    std::uint32_t pageCount() const { return static_cast<std::uint32_t>(bytes_.size() / kPageSize); }
+    std::uint32_t pageCount() const { return static_cast<std::uint32_t>(size_ / kPageSize); }
 
     // Pages a table's usage map assigns to it (data pages of that table only).
     Status dataPages(const Table& t, std::vector<std::uint32_t>& out) const;
@@ -203,6 +205,8 @@ public:
     // Null when the page is outside the file. Counts every call (tests prove seeks read few pages).
     const std::uint8_t* page(std::uint32_t n) const;
     std::uint64_t pageReads() const { return pageReads_.load(std::memory_order_relaxed); }
+    // Pages held in memory now: the cache (bounded) and the open transaction's pages.
+    std::size_t pagesHeld() const { return pages_.size(); }
     void resetPageReads() { pageReads_.store(0, std::memory_order_relaxed); }
 
     // Bytes of the row at (page,row); flags of its offset entry in *flags.
@@ -215,6 +219,11 @@ public:
     // What opening had to do first (a journal played back); empty when nothing.
     const std::string& notice() const { return notice_; }
     const std::string& path() const { return path_; }
+
+    // A long read that must see one commit (a check, a dump): writers of ours wait for endRead() (up to their
+    // wait limit); what another process committed before is read first. Nothing to do inside a transaction.
+    Status beginRead();
+    void endRead();
 
     // Write transactions (jet/pager.cpp). Changes live in memory until sync(): the original of every page
     // about to change goes to a rollback journal beside the file ("<file>-pel008-journal"), forced to disk,
@@ -248,7 +257,6 @@ private:
     Status recoverJournal(bool ours);
     Status lockCommit(bool exclusive);
     void unlockCommit();
-    Status readWhole(std::vector<std::uint8_t>& out);
     void decodePages(std::vector<std::uint8_t>& bytes) const;
     // With the writer lock: a dead writer's journal played back, the file read again if someone changed it.
     Status catchUp();
@@ -278,7 +286,7 @@ private:
 
     struct Level {
         int id = -1;
-        std::size_t size = 0;                                     // bytes_ when the level started
+        std::size_t size = 0;                                     // size_ when the level started
         std::map<std::uint32_t, std::vector<std::uint8_t>> pages; // originals of pages changed since
         std::size_t keyLogAt = 0;
     };
@@ -304,7 +312,26 @@ private:
     std::vector<KeyOp> keyLog_; // index entry changes, undone by a rollback to a savepoint
     void undoKeys(std::size_t to);
 
-    std::vector<std::uint8_t> bytes_;
+    // Pages are read when first asked for and kept in a bounded cache; the pages of the open transaction (changed
+    // or new) are pinned there until it ends. A file in memory (openMemory) is served from memory_.
+    struct CachedPage {
+        std::vector<std::uint8_t> bytes;
+        bool pinned = false;
+        std::list<std::uint32_t>::iterator lru; // while not pinned
+    };
+    static constexpr std::size_t kCachePages = 1024;
+    const std::uint8_t* load(std::uint32_t n) const;
+    std::uint8_t* pin(std::uint32_t n);
+    void unpinAll();
+    void cutTo(std::size_t size); // pages from `size` on forgotten
+    void dropPages();
+    Status readSize();
+    mutable std::unordered_map<std::uint32_t, CachedPage> pages_;
+    mutable std::list<std::uint32_t> lru_; // unpinned pages, most recently used first
+    mutable os::Stamp cacheStamp_;         // the file as the cached pages show it
+    std::size_t size_ = 0;                 // bytes, with the open transaction's new pages
+    std::vector<std::uint8_t> memory_;
+    std::vector<std::uint8_t> head_; // page 0 as read at open
     std::vector<Table> tables_;
     std::uint16_t codePage_ = 0;
     std::uint32_t sortOrder_ = 0;

@@ -35,6 +35,9 @@ constexpr std::size_t kRecordV2 = 4 + kPageSize + 8;
 // removal) and shared while a reader reads the file. Order: writer, then commit.
 constexpr std::uint64_t kWriterLock = std::uint64_t(1) << 31;
 constexpr std::uint64_t kCommitLock = kWriterLock + 1;
+// Held exclusively by a writer waiting for the commit byte, shared for a moment by a reader before it takes the
+// commit byte: readers that keep coming cannot starve a commit.
+constexpr std::uint64_t kPendingLock = kWriterLock + 2;
 
 std::string journalPath(const std::string& path)
 {
@@ -101,7 +104,13 @@ Database::~Database()
 
 Status Database::lockCommit(bool exclusive)
 {
-    switch (file_->lock(kCommitLock, 1, exclusive, lockWaitMs())) {
+    const int wait = lockWaitMs();
+    os::Lock got = file_->lock(kPendingLock, 1, exclusive, wait);
+    if (got == os::Lock::Got) {
+        got = file_->lock(kCommitLock, 1, exclusive, wait);
+        file_->unlock(kPendingLock, 1);
+    }
+    switch (got) {
     case os::Lock::Got:
         commitLocked_ = true;
         return OK;
@@ -119,15 +128,101 @@ void Database::unlockCommit()
     commitLocked_ = false;
 }
 
-Status Database::readWhole(std::vector<std::uint8_t>& out)
+Status Database::readSize()
 {
-    stamp_ = os::stamp(path_);
     std::uint64_t size = 0;
     if (!file_->size(&size)) return fail(ERR_IO, "Cannot read '" + path_ + "'.");
     if (size > (std::uint64_t(1) << 31)) return fail(ERR_FORMAT, "'" + path_ + "' is larger than a Jet 4 file can be.");
-    out.resize(static_cast<std::size_t>(size));
-    if (size > 0 && !file_->read(out.data(), out.size(), 0)) return fail(ERR_IO, "Cannot read '" + path_ + "'.");
+    stamp_ = cacheStamp_ = os::stamp(path_);
+    size_ = static_cast<std::size_t>(size);
     return OK;
+}
+
+const std::uint8_t* Database::load(std::uint32_t n) const
+{
+    // Outside a transaction of ours a writer of ours may be committing: the page is read under the shared commit
+    // byte, and a file that changed since the cached pages were read drops them (all of one commit or none).
+    bool locked = false;
+    if (!inTransaction() && !commitLocked_) {
+        auto* self = const_cast<Database*>(this);
+        if (self->lockCommit(false) != OK) return nullptr;
+        self->commitLocked_ = false;
+        locked = true;
+        if (os::Stamp now = os::stamp(path_); now != cacheStamp_) {
+            for (auto it = lru_.begin(); it != lru_.end(); ++it)
+                pages_.erase(*it);
+            lru_.clear();
+            cacheStamp_ = now;
+            if (now.size >= 0) self->size_ = static_cast<std::size_t>(now.size);
+        }
+    }
+    std::vector<std::uint8_t> bytes(kPageSize);
+    bool ok = file_->read(bytes.data(), kPageSize, std::uint64_t(n) * kPageSize);
+    if (locked) file_->unlock(kCommitLock, 1);
+    if (!ok) {
+        const_cast<Database*>(this)->fail(ERR_IO, "Cannot read page " + std::to_string(n) + " of '" + fileName(path_) +
+                                                      "': " + os::lastError());
+        return nullptr;
+    }
+    if (dbKey_ != 0 && n != 0) {
+        std::uint32_t k = dbKey_ ^ n;
+        std::uint8_t key[4] = {std::uint8_t(k), std::uint8_t(k >> 8), std::uint8_t(k >> 16), std::uint8_t(k >> 24)};
+        rc4(key, 4, bytes.data(), kPageSize);
+    }
+    while (lru_.size() >= kCachePages) {
+        pages_.erase(lru_.back());
+        lru_.pop_back();
+    }
+    lru_.push_front(n);
+    CachedPage& c = pages_[n];
+    c.bytes = std::move(bytes);
+    c.lru = lru_.begin();
+    return c.bytes.data();
+}
+
+std::uint8_t* Database::pin(std::uint32_t n)
+{
+    const std::uint8_t* cur = page(n);
+    if (!cur) return nullptr;
+    auto it = pages_.find(n);
+    if (it == pages_.end())
+        it = pages_.emplace(n, CachedPage{std::vector<std::uint8_t>(cur, cur + kPageSize), true, {}}).first;
+    if (!it->second.pinned) {
+        lru_.erase(it->second.lru);
+        it->second.pinned = true;
+    }
+    return it->second.bytes.data();
+}
+
+void Database::unpinAll()
+{
+    for (auto it = pages_.begin(); it != pages_.end();) {
+        CachedPage& c = it->second;
+        if (c.pinned && path_.empty()) {
+            // a file in memory keeps what was written in itself
+            if (memory_.size() < size_) memory_.resize(size_, 0);
+            if (std::size_t(it->first) * kPageSize + kPageSize <= memory_.size())
+                std::memcpy(memory_.data() + std::size_t(it->first) * kPageSize, c.bytes.data(), kPageSize);
+            it = pages_.erase(it);
+            continue;
+        }
+        if (c.pinned) {
+            c.pinned = false;
+            lru_.push_front(it->first);
+            c.lru = lru_.begin();
+        }
+        ++it;
+    }
+    while (lru_.size() > kCachePages) {
+        pages_.erase(lru_.back());
+        lru_.pop_back();
+    }
+}
+
+void Database::dropPages()
+{
+    pages_.clear();
+    lru_.clear();
 }
 
 Status Database::open(const std::string& path, const std::string& password)
@@ -152,12 +247,19 @@ Status Database::open(const std::string& path, const std::string& password)
         unlockCommit();
         exclusive = true;
     }
-    std::vector<std::uint8_t> bytes;
     if (s == OK && exclusive) s = recoverJournal(false);
-    if (s == OK) s = readWhole(bytes);
+    dropPages();
+    memory_.clear();
+    if (s == OK) s = readSize();
+    if (s == OK) {
+        head_.assign(std::min(size_, kPageSize), 0);
+        if (!file_->read(head_.data(), head_.size(), 0)) s = fail(ERR_IO, "Cannot read '" + path + "'.");
+    }
+    tables_.clear();
+    if (s == OK) s = loadHeader(password);
+    if (s == OK) s = loadCatalogue(); // under the same lock: the catalogue of one commit
     unlockCommit();
-    if (s != OK) return s;
-    return openMemory(std::move(bytes), password);
+    return s;
 }
 
 Status Database::recoverJournal(bool ours)
@@ -236,18 +338,37 @@ Status Database::catchUp()
     notice_ = saved;
     if (s == OK && os::stamp(path_) != stamp_) {
         // Another program wrote the file since we read it: the write starts from what is on disk now.
-        std::vector<std::uint8_t> bytes;
-        s = readWhole(bytes);
-        if (s == OK && bytes.size() < kPageSize * 3) s = fail(ERR_CORRUPT, "The Jet database file is truncated.");
+        dropPages();
+        s = readSize();
+        if (s == OK && size_ < kPageSize * 3) s = fail(ERR_CORRUPT, "The Jet database file is truncated.");
         if (s == OK) {
-            decodePages(bytes);
-            bytes_ = std::move(bytes);
             forgetCaches();
             s = refreshTables();
         }
     }
     unlockCommit();
     return s;
+}
+
+Status Database::beginRead()
+{
+    if (path_.empty() || inTransaction() || commitLocked_) return OK;
+    if (Status s = lockCommit(false); s != OK) return s;
+    if (os::stamp(path_) == stamp_) return OK;
+    // another process committed since we read: start from what is on disk now
+    dropPages();
+    Status s = readSize();
+    if (s == OK) {
+        forgetCaches();
+        s = refreshTables();
+    }
+    if (s != OK) unlockCommit();
+    return s;
+}
+
+void Database::endRead()
+{
+    if (!inTransaction()) unlockCommit();
 }
 
 Status Database::begin()
@@ -280,7 +401,7 @@ Status Database::begin()
             return s;
         }
     }
-    levels_.push_back({-1, bytes_.size(), {}, 0});
+    levels_.push_back({-1, size_, {}, 0});
     keyLog_.clear();
     synced_ = false;
     journalLive_ = false;
@@ -290,25 +411,27 @@ Status Database::begin()
 std::uint8_t* Database::writable(std::uint32_t n)
 {
     std::size_t at = std::size_t(n) * kPageSize;
-    if (!inTransaction() || at + kPageSize > bytes_.size()) return nullptr;
+    if (!inTransaction() || at + kPageSize > size_) return nullptr;
+    std::uint8_t* d = pin(n);
+    if (!d) return nullptr;
     for (Level* l : {&levels_.front(), &levels_.back()})
-        if (at < l->size && !l->pages.count(n))
-            l->pages.emplace(n,
-                             std::vector<std::uint8_t>(bytes_.begin() + static_cast<std::ptrdiff_t>(at),
-                                                       bytes_.begin() + static_cast<std::ptrdiff_t>(at + kPageSize)));
-    return bytes_.data() + at;
+        if (at < l->size && !l->pages.count(n)) l->pages.emplace(n, std::vector<std::uint8_t>(d, d + kPageSize));
+    return d;
 }
 
 Status Database::allocPage(std::uint8_t type, std::uint32_t* n)
 {
     if (!inTransaction()) return fail(ERR_ARG, "No write transaction.");
-    if (bytes_.size() + kPageSize > (std::size_t(1) << 31))
+    if (size_ + kPageSize > (std::size_t(1) << 31))
         return fail(ERR_CONSTRAINT, "The database has reached the 2 GB a Jet 4 file can hold.");
-    *n = static_cast<std::uint32_t>(bytes_.size() / kPageSize);
-    bytes_.resize(bytes_.size() + kPageSize, 0);
-    std::uint8_t* d = bytes_.data() + std::size_t(*n) * kPageSize;
-    d[0] = type;
-    d[1] = 0x01;
+    *n = static_cast<std::uint32_t>(size_ / kPageSize);
+    size_ = (std::size_t(*n) + 1) * kPageSize;
+    CachedPage& c = pages_[*n];
+    if (!c.pinned && !c.bytes.empty()) lru_.erase(c.lru);
+    c.bytes.assign(kPageSize, 0);
+    c.pinned = true;
+    c.bytes[0] = type;
+    c.bytes[1] = 0x01;
     return OK;
 }
 
@@ -316,7 +439,7 @@ Status Database::savepoint(int id)
 {
     if (!inTransaction()) return OK;
     if (Status s = release(id); s != OK) return s;
-    levels_.push_back({id, bytes_.size(), {}, keyLog_.size()});
+    levels_.push_back({id, size_, {}, keyLog_.size()});
     return OK;
 }
 
@@ -343,8 +466,8 @@ Status Database::rollbackTo(int id)
     if (!inTransaction() || (k > 1 && levels_[k - 1].id != id)) return OK;
     for (std::size_t i = levels_.size(); i-- > k - 1;) {
         for (auto& [pg, orig] : levels_[i].pages)
-            std::memcpy(bytes_.data() + std::size_t(pg) * kPageSize, orig.data(), kPageSize);
-        bytes_.resize(levels_[i].size);
+            std::memcpy(pages_[pg].bytes.data(), orig.data(), kPageSize);
+        cutTo(levels_[i].size);
     }
     undoKeys(levels_[k - 1].keyLogAt);
     levels_.resize(k);
@@ -362,9 +485,9 @@ Status Database::writePages()
         return file_->write(diskPage(pg, enc), kPageSize, std::uint64_t(pg) * kPageSize);
     };
     for (const auto& [pg, orig] : txn.pages)
-        if (std::memcmp(orig.data(), bytes_.data() + std::size_t(pg) * kPageSize, kPageSize) != 0 && !put(pg))
+        if (std::memcmp(orig.data(), page(pg), kPageSize) != 0 && !put(pg))
             return fail(ERR_IO, "Cannot write '" + fileName(path_) + "': " + os::lastError());
-    for (std::size_t pg = txn.size / kPageSize; pg < bytes_.size() / kPageSize; ++pg)
+    for (std::size_t pg = txn.size / kPageSize; pg < size_ / kPageSize; ++pg)
         if (!put(static_cast<std::uint32_t>(pg)))
             return fail(ERR_IO, "Cannot write '" + fileName(path_) + "': " + os::lastError());
     return OK;
@@ -372,7 +495,7 @@ Status Database::writePages()
 
 const std::uint8_t* Database::diskPage(std::uint32_t pg, std::vector<std::uint8_t>& buf) const
 {
-    const std::uint8_t* src = bytes_.data() + std::size_t(pg) * kPageSize;
+    const std::uint8_t* src = page(pg);
     if (dbKey_ == 0 || pg == 0) return src;
     buf.assign(src, src + kPageSize);
     std::uint32_t k = dbKey_ ^ pg;
@@ -388,9 +511,8 @@ Status Database::sync()
     const Level& txn = levels_.front();
     std::vector<std::uint32_t> changed;
     for (const auto& [pg, orig] : txn.pages)
-        if (std::memcmp(orig.data(), bytes_.data() + std::size_t(pg) * kPageSize, kPageSize) != 0)
-            changed.push_back(pg);
-    if (changed.empty() && bytes_.size() == txn.size) return OK;
+        if (std::memcmp(orig.data(), page(pg), kPageSize) != 0) changed.push_back(pg);
+    if (changed.empty() && size_ == txn.size) return OK;
 
     if (!commitLocked_)
         if (Status s = lockCommit(true); s != OK) return s;
@@ -419,7 +541,7 @@ Status Database::sync()
     std::memcpy(h, kJournalMagic, sizeof kJournalMagic);
     put64(h + 12, txn.size);
     put32(h + 20, 2);
-    put64(h + 24, bytes_.size());
+    put64(h + 24, size_);
     put64(h + 32, static_cast<std::uint64_t>(stamp_.size));
     put64(h + 40, static_cast<std::uint64_t>(stamp_.mtimeNs));
     put64(h + 48, salt);
@@ -479,13 +601,22 @@ Status Database::commit()
     return OK;
 }
 
+void Database::cutTo(std::size_t size)
+{
+    // pages added since: pinned, never on disk
+    for (std::size_t pg = size / kPageSize; pg < size_ / kPageSize; ++pg)
+        pages_.erase(static_cast<std::uint32_t>(pg));
+    size_ = size;
+}
+
 void Database::endTransaction()
 {
     levels_.clear();
     synced_ = false;
+    unpinAll();
     if (path_.empty()) return;
     // The stamp of what we wrote is taken before another writer may start.
-    stamp_ = os::stamp(path_);
+    stamp_ = cacheStamp_ = os::stamp(path_);
     unlockCommit();
     if (ldb_) ldb_->leave();
     file_->unlock(kWriterLock, 1);
@@ -505,8 +636,8 @@ Status Database::rollback()
     }
     Level& txn = levels_.front();
     for (auto& [pg, orig] : txn.pages)
-        std::memcpy(bytes_.data() + std::size_t(pg) * kPageSize, orig.data(), kPageSize);
-    bytes_.resize(txn.size);
+        std::memcpy(pages_[pg].bytes.data(), orig.data(), kPageSize);
+    cutTo(txn.size);
     forgetCaches();
     endTransaction();
     // A journal that could not be played back stays; the next opener or writer plays it back.

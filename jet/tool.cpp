@@ -252,7 +252,13 @@ int dumpTable(const std::string& path, const std::string& password, const std::s
         if (error) *error = "No table '" + table + "' in '" + path + "'.";
         return ERR_NOT_FOUND;
     }
-    return dumpTable(db, *t, out, error);
+    if (Status s = db.beginRead(); s != OK) {
+        if (error) *error = db.error();
+        return s;
+    }
+    int r = dumpTable(db, *t, out, error);
+    db.endRead();
+    return r;
 }
 
 int listTables(const std::string& path, const std::string& password, std::ostream& out, std::string* error)
@@ -283,7 +289,11 @@ int checkFile(const std::string& path, const std::string& password, std::ostream
     Database db;
     std::vector<std::string> problems;
     Status s = db.open(path, password);
-    if (s == OK) s = db.check(problems);
+    if (s == OK) s = db.beginRead();
+    if (s == OK) {
+        s = db.check(problems);
+        db.endRead();
+    }
     if (s != OK) {
         if (error) *error = db.error();
         return s;
