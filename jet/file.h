@@ -53,6 +53,13 @@ private:
 };
 
 Stamp stamp(const std::string& path);
+// Which file a path names now (a copy put in its place is another file); false when it cannot be read.
+struct Identity {
+    std::uint64_t device = 0, inode = 0;
+    Stamp stamp;
+    bool operator==(const Identity&) const = default;
+};
+bool identity(const std::string& path, Identity* out);
 bool exists(const std::string& path);
 bool remove(const std::string& path);
 // The file's permissions forbid writing to everyone (a file marked read-only).

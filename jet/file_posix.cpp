@@ -145,6 +145,16 @@ Stamp stamp(const std::string& path)
     return {st.st_size, std::int64_t(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec};
 }
 
+bool identity(const std::string& path, Identity* out)
+{
+    struct stat st;
+    if (::stat(path.c_str(), &st) != 0) return false;
+    *out = {static_cast<std::uint64_t>(st.st_dev),
+            static_cast<std::uint64_t>(st.st_ino),
+            {st.st_size, std::int64_t(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec}};
+    return true;
+}
+
 bool exists(const std::string& path)
 {
     struct stat st;
