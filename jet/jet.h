@@ -320,6 +320,7 @@ private:
         std::list<std::uint32_t>::iterator lru; // while not pinned
     };
     static constexpr std::size_t kCachePages = 1024;
+    static constexpr std::uint32_t kReadAhead = 16;
     const std::uint8_t* load(std::uint32_t n) const;
     std::uint8_t* pin(std::uint32_t n);
     void unpinAll();

@@ -156,28 +156,37 @@ const std::uint8_t* Database::load(std::uint32_t n) const
             if (now.size >= 0) self->size_ = static_cast<std::size_t>(now.size);
         }
     }
-    std::vector<std::uint8_t> bytes(kPageSize);
-    bool ok = file_->read(bytes.data(), kPageSize, std::uint64_t(n) * kPageSize);
+    // A scan reads on: the pages after this one, up to the first one held, come in the same read.
+    std::uint32_t run = 1;
+    while (run < kReadAhead && std::size_t(n) + run < size_ / kPageSize && !pages_.count(n + run))
+        ++run;
+    std::vector<std::uint8_t> bytes(std::size_t(run) * kPageSize);
+    bool ok = file_->read(bytes.data(), bytes.size(), std::uint64_t(n) * kPageSize);
     if (locked) file_->unlock(kCommitLock, 1);
     if (!ok) {
-        const_cast<Database*>(this)->fail(ERR_IO, "Cannot read page " + std::to_string(n) + " of '" + fileName(path_) +
-                                                      "': " + os::lastError());
+        fail(ERR_IO, "Cannot read page " + std::to_string(n) + " of '" + fileName(path_) + "': " + os::lastError());
         return nullptr;
     }
-    if (dbKey_ != 0 && n != 0) {
-        std::uint32_t k = dbKey_ ^ n;
-        std::uint8_t key[4] = {std::uint8_t(k), std::uint8_t(k >> 8), std::uint8_t(k >> 16), std::uint8_t(k >> 24)};
-        rc4(key, 4, bytes.data(), kPageSize);
+    CachedPage* first = nullptr;
+    for (std::uint32_t i = run; i-- > 0;) {
+        std::uint32_t pg = n + i;
+        std::uint8_t* d = bytes.data() + std::size_t(i) * kPageSize;
+        if (dbKey_ != 0 && pg != 0) {
+            std::uint32_t k = dbKey_ ^ pg;
+            std::uint8_t key[4] = {std::uint8_t(k), std::uint8_t(k >> 8), std::uint8_t(k >> 16), std::uint8_t(k >> 24)};
+            rc4(key, 4, d, kPageSize);
+        }
+        while (lru_.size() >= kCachePages) {
+            pages_.erase(lru_.back());
+            lru_.pop_back();
+        }
+        lru_.push_front(pg);
+        CachedPage& c = pages_[pg];
+        c.bytes.assign(d, d + kPageSize);
+        c.lru = lru_.begin();
+        first = &c;
     }
-    while (lru_.size() >= kCachePages) {
-        pages_.erase(lru_.back());
-        lru_.pop_back();
-    }
-    lru_.push_front(n);
-    CachedPage& c = pages_[n];
-    c.bytes = std::move(bytes);
-    c.lru = lru_.begin();
-    return c.bytes.data();
+    return first->bytes.data();
 }
 
 std::uint8_t* Database::pin(std::uint32_t n)

@@ -203,7 +203,7 @@ TEST(Pages, ReadOnDemandWithinTheCache)
     ASSERT_EQ(cur.rewind(), jet::OK) << cur.error();
     jet::Value v;
     ASSERT_EQ(cur.column(0, v), jet::OK);
-    EXPECT_LT(db.pagesHeld(), 40u);
+    EXPECT_LT(db.pagesHeld(), 100u); // with the pages read on after each one asked for
     for (const jet::Table& each : db.tables()) {
         jet::Cursor all(db, each);
         jet::Status s = all.rewind();
