@@ -117,6 +117,8 @@ Status Database::lockCommit(bool exclusive)
     case os::Lock::Busy:
         return fail(ERR_BUSY, "'" + fileName(path_) + "' is being written by another program of ours; try again.");
     case os::Lock::Failed:
+        // a file system without byte-range locks: reading goes on unlocked, writing is refused
+        if (!exclusive) return OK;
         break;
     }
     return fail(ERR_IO, "Cannot lock '" + fileName(path_) + "': " + os::lastError());
@@ -146,8 +148,8 @@ const std::uint8_t* Database::load(std::uint32_t n) const
     if (!inTransaction() && !commitLocked_) {
         auto* self = const_cast<Database*>(this);
         if (self->lockCommit(false) != OK) return nullptr;
+        locked = commitLocked_;
         self->commitLocked_ = false;
-        locked = true;
         if (os::Stamp now = os::stamp(path_); now != cacheStamp_) {
             for (auto it = lru_.begin(); it != lru_.end(); ++it)
                 pages_.erase(*it);
@@ -388,6 +390,7 @@ Status Database::begin()
         if (os::markedReadOnly(path_)) return fail(ERR_READ_ONLY, "'" + fileName(path_) + "' is read-only.");
         if (!file_->writable() && !file_->open(path_, os::Mode::ReadWrite))
             return fail(ERR_READ_ONLY, "'" + fileName(path_) + "' cannot be written (" + os::lastError() + ").");
+        unlockCommit(); // a read held open (beginRead): the writer byte comes first
         // One writer at a time among our processes: the one writing now gets the wait limit to finish.
         switch (file_->lock(kWriterLock, 1, true, lockWaitMs())) {
         case os::Lock::Got:
