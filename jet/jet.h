@@ -260,7 +260,7 @@ private:
     void decodePages(std::vector<std::uint8_t>& bytes) const;
     // With the writer lock: a dead writer's journal played back, the file read again if someone changed it.
     Status catchUp();
-    void endTransaction();
+    void endTransaction(bool wrote);
     const std::uint8_t* diskPage(std::uint32_t pg, std::vector<std::uint8_t>& buf) const;
 
     std::uint8_t* writable(std::uint32_t n);

@@ -609,7 +609,7 @@ Status Database::commit()
     }
     keys_.clear();
     keyLog_.clear();
-    endTransaction();
+    endTransaction(synced_);
     return OK;
 }
 
@@ -621,14 +621,15 @@ void Database::cutTo(std::size_t size)
     size_ = size;
 }
 
-void Database::endTransaction()
+void Database::endTransaction(bool wrote)
 {
     levels_.clear();
     synced_ = false;
     unpinAll();
     if (path_.empty()) return;
-    // The stamp of what we wrote is taken before another writer may start.
-    stamp_ = cacheStamp_ = os::stamp(path_);
+    // The stamp of what we wrote is taken before another writer may start; without a write of ours the old one
+    // stays, so that what someone else wrote meanwhile is read again.
+    if (wrote) stamp_ = cacheStamp_ = os::stamp(path_);
     unlockCommit();
     if (ldb_) ldb_->leave();
     file_->unlock(kWriterLock, 1);
@@ -651,7 +652,7 @@ Status Database::rollback()
         std::memcpy(pages_[pg].bytes.data(), orig.data(), kPageSize);
     cutTo(txn.size);
     forgetCaches();
-    endTransaction();
+    endTransaction(false);
     // A journal that could not be played back stays; the next opener or writer plays it back.
     journalLive_ = false;
     Status r = refreshTables();

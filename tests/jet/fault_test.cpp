@@ -222,18 +222,23 @@ TEST(JetFault, CommitRechecksTheFileAndItsUsers)
         // what happens meanwhile; a lock it takes lasts as long as the File it gives back
         std::function<std::shared_ptr<jet::os::File>(const std::string&)> meanwhile;
         const char* error;
+        std::uint32_t rowsTheyAdded;
     };
     const Case cases[] = {
         {"another program wrote",
          [](const std::string& path) {
-             auto bytes = readFile(path);
+             // a row more, written elsewhere and copied over the file in place
+             std::string other = path + ".other";
+             std::filesystem::copy_file(path, other, std::filesystem::copy_options::overwrite_existing);
+             EXPECT_EQ(execOn(other, inserts(777777, 1)), "");
+             auto bytes = readFile(other);
              std::ofstream(path, std::ios::binary | std::ios::trunc)
                  .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
              std::filesystem::last_write_time(path,
                                               std::filesystem::file_time_type::clock::now() + std::chrono::seconds(5));
              return nullptr;
          },
-         "was changed by another program"},
+         "was changed by another program", 1},
         {"a user of the suite opened it",
          [](const std::string& path) {
              auto ldb = std::make_shared<jet::os::File>();
@@ -244,7 +249,7 @@ TEST(JetFault, CommitRechecksTheFileAndItsUsers)
              EXPECT_TRUE(ldb->write(slot, sizeof slot, 7 * jet::kLdbSlotSize));
              return ldb;
          },
-         "PC07 の Admin で使用中です"},
+         "PC07 の Admin で使用中です", 0},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
@@ -253,6 +258,7 @@ TEST(JetFault, CommitRechecksTheFileAndItsUsers)
         ASSERT_EQ(db.open(s.path, ""), jet::OK) << db.error();
         const jet::Table* t = db.table("Table2");
         ASSERT_TRUE(t);
+        const std::uint32_t rowsBefore = t->rowCount;
         ASSERT_EQ(db.begin(), jet::OK) << db.error();
         std::vector<jet::Value> v(t->columns.size());
         for (std::size_t k = 0; k < t->columns.size(); ++k)
@@ -269,6 +275,11 @@ TEST(JetFault, CommitRechecksTheFileAndItsUsers)
         EXPECT_EQ(db.rollback(), jet::OK) << db.error();
         EXPECT_EQ(readFile(s.path), theirs);
         EXPECT_FALSE(std::filesystem::exists(journalOf(s.path)));
+        // The next write starts from what they wrote: a changed file is read again, nothing kept from before.
+        holder.reset();
+        ASSERT_EQ(db.begin(), jet::OK) << db.error();
+        EXPECT_EQ(db.table("Table2")->rowCount, rowsBefore + c.rowsTheyAdded);
+        EXPECT_EQ(db.rollback(), jet::OK);
     }
 }
 
