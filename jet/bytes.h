@@ -87,6 +87,11 @@ inline void put32(std::uint8_t* p, std::uint32_t v)
     for (int i = 0; i < 4; ++i)
         p[i] = static_cast<std::uint8_t>(v >> (8 * i));
 }
+inline void put64(std::uint8_t* p, std::uint64_t v)
+{
+    put32(p, static_cast<std::uint32_t>(v));
+    put32(p + 4, static_cast<std::uint32_t>(v >> 32));
+}
 inline void append16(std::string& s, std::uint32_t v)
 {
     s += static_cast<char>(v & 0xFF);

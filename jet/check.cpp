@@ -70,8 +70,7 @@ Status Database::check(std::vector<std::string>& problems) const
         }
         if (t.freeMap != 0) {
             std::vector<std::uint32_t> free;
-            if (mapPages(t.freeMap, free) != OK)
-                report("free-space map unreadable: " + error());
+            if (mapPages(t.freeMap, free) != OK) report("free-space map unreadable: " + error());
             for (std::uint32_t pg : free)
                 if (!owned.count(pg))
                     report("free-space map lists page " + std::to_string(pg) + ", which the table does not own");
@@ -133,6 +132,7 @@ Status Database::check(std::vector<std::string>& problems) const
             std::vector<IndexEntry> entries, childEntries;
             std::vector<std::uint32_t> level{ri.rootPage};
             std::uint32_t firstLeaf = 0;
+            std::set<std::uint32_t> rightEdge{ri.rootPage};
             bool broken = false;
             for (int depth = 0; !level.empty() && !broken; ++depth) {
                 std::vector<std::uint32_t> below;
@@ -150,6 +150,24 @@ Status Database::check(std::vector<std::string>& problems) const
                         if (!firstLeaf) firstLeaf = pg;
                         continue;
                     }
+                    // Offset 20 of an intermediate page names the rightmost leaf below it; on the tree's right
+                    // edge that is the end of the leaf chain, past leaves no parent lists.
+                    std::uint32_t tail = entries.empty() ? 0 : entries.back().child;
+                    for (int down = 0; tail != 0 && down < 32; ++down) {
+                        const std::uint8_t* c = tail < total ? page(tail) : nullptr;
+                        std::vector<IndexEntry> last;
+                        if (!c || c[0] != 0x03 || !parseIndexPage(c, last) || last.empty()) break;
+                        tail = last.back().child;
+                    }
+                    for (std::size_t hops = 0; rightEdge.count(pg) && tail != 0 && hops < total; ++hops) {
+                        const std::uint8_t* c = tail < total ? page(tail) : nullptr;
+                        if (!c || c[0] != 0x04 || le32(c + 16) == 0) break;
+                        tail = le32(c + 16);
+                    }
+                    if (!entries.empty()) rightEdge.insert(entries.back().child);
+                    if (tail != le32(d + 20))
+                        ireport("page " + std::to_string(pg) + " names page " + std::to_string(le32(d + 20)) +
+                                " as its last leaf, not page " + std::to_string(tail));
                     for (const IndexEntry& e : entries) {
                         const std::uint8_t* c = e.child < total ? page(e.child) : nullptr;
                         if (!c || (c[0] != 0x03 && c[0] != 0x04) || !parseIndexPage(c, childEntries) ||
@@ -161,8 +179,8 @@ Status Database::check(std::vector<std::string>& problems) const
                         }
                         const IndexEntry& last = childEntries.back();
                         if (last.key != e.key || last.page != e.page || last.row != e.row)
-                            ireport("the entry of page " + std::to_string(pg) + " for page " +
-                                    std::to_string(e.child) + " is not that page's last entry");
+                            ireport("the entry of page " + std::to_string(pg) + " for page " + std::to_string(e.child) +
+                                    " is not that page's last entry");
                         below.push_back(e.child);
                     }
                 }
@@ -204,8 +222,8 @@ Status Database::check(std::vector<std::string>& problems) const
                     std::string key;
                     bool allNull = false;
                     if (rowKey(t, ri, values[at->second], key, &allNull, nullptr) && key != e.key)
-                        ireport("entry " + hex(e.key) + " of " + rowName(id) + " does not match its row (" +
-                                hex(key) + ")");
+                        ireport("entry " + hex(e.key) + " of " + rowName(id) + " does not match its row (" + hex(key) +
+                                ")");
                 }
                 pg = le32(d + 16);
             }

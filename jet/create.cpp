@@ -1,15 +1,13 @@
 // A new Jet 4 file: header, catalogue (MSysObjects) and the given tables with their indexes, no rows.
 #include "jet/bytes.h"
 #include "jet/create.h"
+#include "jet/file.h"
 #include "jet/keys.h"
 #include "jet/props.h"
 #include "jet/tool.h"
 
-#include <sys/stat.h>
-
 #include <cstring>
 #include <ctime>
-#include <fstream>
 #include <map>
 
 namespace jet
@@ -224,8 +222,7 @@ double nowDays()
 Status createDatabase(const std::string& path, const std::string& password, std::uint16_t sortOrder,
                       const std::vector<TableDef>& tables, std::string* error)
 {
-    struct stat st;
-    if (::stat(path.c_str(), &st) == 0) {
+    if (os::exists(path)) {
         if (error) *error = "'" + path + "' exists already.";
         return ERR_ARG;
     }
@@ -269,10 +266,15 @@ Status createDatabase(const std::string& path, const std::string& password, std:
     std::memcpy(h + kHeaderCryptOffset, block, kHeaderCryptLen);
 
     {
-        std::ofstream out(path, std::ios::binary | std::ios::trunc);
-        out.write(reinterpret_cast<const char*>(b.bytes.data()), static_cast<std::streamsize>(b.bytes.size()));
-        if (!out.flush()) {
-            if (error) *error = "Cannot write '" + path + "'.";
+        os::File out;
+        if (!out.open(path, os::Mode::CreateNew)) {
+            if (error) *error = "Cannot make '" + path + "': " + os::lastError();
+            return ERR_IO;
+        }
+        if (!out.write(b.bytes.data(), b.bytes.size(), 0) || !out.sync()) {
+            if (error) *error = "Cannot write '" + path + "': " + os::lastError();
+            out.close();
+            os::remove(path);
             return ERR_IO;
         }
     }
@@ -332,12 +334,12 @@ Status createDatabase(const std::string& path, const std::string& password, std:
     if (s == OK) s = db.commit();
     if (s != OK) {
         if (error) *error = db.error();
-        std::remove(path.c_str());
+        os::remove(path);
         return s;
     }
     if (!password.empty()) {
         if (int r = setPassword(path, password, error); r != OK) {
-            std::remove(path.c_str());
+            os::remove(path);
             return static_cast<Status>(r);
         }
     }

@@ -35,7 +35,6 @@ std::size_t typeSize(Type t)
 namespace
 {
 
-
 std::size_t fixedSize(const Column& c)
 {
     std::size_t n = typeSize(c.type);
@@ -78,7 +77,10 @@ Status Cursor::rewind()
 {
     byList_ = false;
     eof_ = true;
-    if (Status s = db_.dataPages(table_, pages_); s != OK) return fail(s, db_.error());
+    // The pages the usage map marks; each is looked at only when the scan reaches it (a page another table or
+    // nothing owns is skipped there), so a scan that stops early reads few pages.
+    if (Status s = db_.mapPages(table_.usageMap, pages_); s != OK)
+        return fail(s, "Usage map of table '" + table_.name + "': " + db_.error());
     pageIdx_ = 0;
     rowIdx_ = -1;
     return next();
@@ -135,7 +137,14 @@ Status Cursor::next()
         return END;
     }
     while (pageIdx_ < pages_.size()) {
-        const std::uint8_t* d = db_.page(pages_[pageIdx_]);
+        std::uint32_t pg = pages_[pageIdx_];
+        const std::uint8_t* d = pg == 0 ? nullptr : db_.page(pg);
+        if (!d && pg != 0 && pg < db_.pageCount()) return fail(ERR_IO, db_.error()); // there, but unreadable now
+        if (!d || d[0] != 0x01 || le32(d + 4) != table_.tdefPage) {
+            ++pageIdx_;
+            rowIdx_ = -1;
+            continue;
+        }
         unsigned count = le16(d + 12);
         if (14 + 2 * std::size_t(count) > kPageSize)
             return fail(ERR_CORRUPT, "Data page " + std::to_string(pages_[pageIdx_]) + " has too many rows.");

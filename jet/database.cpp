@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <fstream>
 #include <new>
 #include <unordered_set>
 
@@ -20,7 +19,6 @@ namespace
 {
 
 constexpr std::uint8_t kHeaderKey[4] = {0xC7, 0xDA, 0x39, 0x6B};
-constexpr std::size_t kMaxFileSize = std::size_t(1) << 31; // Jet 4 stops at 2 GB
 
 bool iequals(const std::string& a, const std::string& b)
 {
@@ -167,32 +165,17 @@ std::string Database::error() const
     return error_;
 }
 
-Status Database::open(const std::string& path, const std::string& password)
-{
-    path_ = path;
-    notice_.clear();
-    if (Status s = recoverJournal(path); s != OK) return s;
-    std::ifstream in(path, std::ios::binary);
-    if (!in) return fail(ERR_IO, "Cannot open '" + path + "'.");
-    in.seekg(0, std::ios::end);
-    std::streamoff size = in.tellg();
-    if (size < 0) return fail(ERR_IO, "Cannot read '" + path + "'.");
-    if (static_cast<std::uint64_t>(size) > kMaxFileSize)
-        return fail(ERR_FORMAT, "'" + path + "' is larger than a Jet 4 file can be.");
-    std::vector<std::uint8_t> bytes(static_cast<std::size_t>(size));
-    in.seekg(0);
-    if (!in.read(reinterpret_cast<char*>(bytes.data()), size)) return fail(ERR_IO, "Cannot read '" + path + "'.");
-    stampChanged(true);
-    return openMemory(std::move(bytes), password);
-}
-
 Status Database::openMemory(std::vector<std::uint8_t> bytes, const std::string& password)
 {
-    bytes_ = std::move(bytes);
-    tables_.clear();
+    dropPages();
+    memory_ = std::move(bytes);
     // A trailing partial page is ignored: nothing valid can point into it.
+    size_ = memory_.size();
+    head_.assign(memory_.begin(), memory_.begin() + static_cast<std::ptrdiff_t>(std::min(size_, kPageSize)));
+    tables_.clear();
     Status s = loadHeader(password);
     if (s != OK) return s;
+    decodePages(memory_);
     return loadCatalogue();
 }
 
@@ -200,14 +183,14 @@ Status Database::loadHeader(const std::string& password)
 {
     static const char jet[] = "Standard Jet DB";
     static const char ace[] = "Standard ACE DB";
-    if (bytes_.size() < kPageSize * 3) {
-        if (bytes_.size() >= 19 && std::memcmp(bytes_.data() + 4, ace, 15) == 0)
+    if (size_ < kPageSize * 3 || head_.size() < kPageSize) {
+        if (head_.size() >= 19 && std::memcmp(head_.data() + 4, ace, 15) == 0)
             return fail(ERR_FORMAT, "This is an ACE (accdb) database; only Jet 4 files are supported.");
-        if (bytes_.size() >= 19 && std::memcmp(bytes_.data() + 4, jet, 15) == 0)
+        if (head_.size() >= 19 && std::memcmp(head_.data() + 4, jet, 15) == 0)
             return fail(ERR_CORRUPT, "The Jet database file is truncated.");
         return fail(ERR_FORMAT, "Not a Jet database file.");
     }
-    std::uint8_t* h = bytes_.data();
+    const std::uint8_t* h = head_.data();
     if (std::memcmp(h + 4, ace, 15) == 0)
         return fail(ERR_FORMAT, "This is an ACE (accdb) database; only Jet 4 files are supported.");
     if (h[0] != 0 || std::memcmp(h + 4, jet, 15) != 0) return fail(ERR_FORMAT, "Not a Jet database file.");
@@ -237,24 +220,31 @@ Status Database::loadHeader(const std::string& password)
         if (le16(stored + 2 * k) != c) match = false;
     }
     if (!match) return fail(ERR_PASSWORD, "Not a valid password.");
-
-    if (dbKey_ != 0) {
-        // Encoded file: every page but the header is RC4 with (database key ^ page number).
-        std::uint32_t n = pageCount();
-        for (std::uint32_t pg = 1; pg < n; ++pg) {
-            std::uint32_t k = dbKey_ ^ pg;
-            std::uint8_t key[4] = {std::uint8_t(k), std::uint8_t(k >> 8), std::uint8_t(k >> 16), std::uint8_t(k >> 24)};
-            rc4(key, 4, bytes_.data() + std::size_t(pg) * kPageSize, kPageSize);
-        }
-    }
     return OK;
+}
+
+void Database::decodePages(std::vector<std::uint8_t>& bytes) const
+{
+    if (dbKey_ == 0) return;
+    // Encoded file: every page but the header is RC4 with (database key ^ page number).
+    std::uint32_t n = static_cast<std::uint32_t>(bytes.size() / kPageSize);
+    for (std::uint32_t pg = 1; pg < n; ++pg) {
+        std::uint32_t k = dbKey_ ^ pg;
+        std::uint8_t key[4] = {std::uint8_t(k), std::uint8_t(k >> 8), std::uint8_t(k >> 16), std::uint8_t(k >> 24)};
+        rc4(key, 4, bytes.data() + std::size_t(pg) * kPageSize, kPageSize);
+    }
 }
 
 const std::uint8_t* Database::page(std::uint32_t n) const
 {
     pageReads_.fetch_add(1, std::memory_order_relaxed);
-    if (std::size_t(n) >= bytes_.size() / kPageSize) return nullptr;
-    return bytes_.data() + std::size_t(n) * kPageSize;
+    if (std::size_t(n) >= size_ / kPageSize) return nullptr;
+    if (auto it = pages_.find(n); it != pages_.end()) {
+        if (!it->second.pinned) lru_.splice(lru_.begin(), lru_, it->second.lru);
+        return it->second.bytes.data();
+    }
+    if (path_.empty()) return memory_.data() + std::size_t(n) * kPageSize;
+    return load(n);
 }
 
 Status Database::rowBytes(std::uint32_t pg, unsigned row, const std::uint8_t** p, std::size_t* len, unsigned* flags,
@@ -291,7 +281,7 @@ Status Database::longValue(const std::uint8_t* f, std::size_t n, std::string& ou
         out.assign(reinterpret_cast<const char*>(f + 12), total);
         return OK;
     }
-    if (total > bytes_.size()) return fail(ERR_CORRUPT, "Long value is longer than the file.");
+    if (total > size_) return fail(ERR_CORRUPT, "Long value is longer than the file.");
     if (kind & 0x40) {
         const std::uint8_t* p;
         std::size_t len;
@@ -536,7 +526,8 @@ Status Database::dataPages(const Table& t, std::vector<std::uint32_t>& out) cons
 {
     std::vector<std::uint32_t> all;
     out.clear();
-    if (Status s = mapPages(t.usageMap, all); s != OK) return fail(s, "Usage map of table '" + t.name + "': " + error());
+    if (Status s = mapPages(t.usageMap, all); s != OK)
+        return fail(s, "Usage map of table '" + t.name + "': " + error());
     std::uint32_t total = pageCount();
     for (std::uint32_t pg : all) {
         if (pg == 0 || pg >= total) continue;

@@ -257,7 +257,7 @@ bool parseIndexPage(const std::uint8_t* d, std::vector<IndexEntry>& out)
 struct Database::KeyCache {
     std::set<std::string> entries;
     std::vector<std::uint32_t> pages; // the tree's pages when it was read, root first
-    bool dirty = false;
+    long changes = 0;                 // entries added or removed and not undone: the tree is written again when not 0
 };
 
 int Database::seekableIndex(const Table& t, int column) const
@@ -381,7 +381,6 @@ namespace jet
 
 using namespace detail;
 
-
 namespace
 {
 
@@ -407,6 +406,7 @@ void Database::undoKeys(std::size_t to)
             op.cache->entries.erase(op.entry);
         else
             op.cache->entries.insert(op.entry);
+        --op.cache->changes;
         keyLog_.pop_back();
     }
 }
@@ -426,8 +426,7 @@ Status Database::indexWrite(const Table& t, const std::vector<Value>* before, co
         auto keyOf = [&](const std::vector<Value>& v, std::string& key, bool& allNull) -> Status {
             std::string bad;
             if (rowKey(t, ri, v, key, &allNull, &bad)) return OK;
-            if (bad == "Yes/No")
-                return fail(ERR_KEY, t.name + "の索引 " + name + " にYes/No型のキーは書き込めません");
+            if (bad == "Yes/No") return fail(ERR_KEY, t.name + "の索引 " + name + " にYes/No型のキーは書き込めません");
             return fail(ERR_KEY, t.name + "の索引 " + name + " に書き込めない文字があります: " + bad);
         };
         std::string oldKey, newKey;
@@ -493,12 +492,16 @@ Status Database::indexWrite(const Table& t, const std::vector<Value>* before, co
             for (auto it = kc.entries.begin(); it != kc.entries.end(); ++it)
                 if (it->size() >= 4 && it->compare(it->size() - 4, 4, ptr) == 0) {
                     keyLog_.push_back({&kc, *it, false});
+                    ++kc.changes;
                     kc.entries.erase(it);
                     break;
                 }
         } else if (before && !(ignoreNull && oldNull)) {
             std::string e = oldKey + pointerBytes(id);
-            if (kc.entries.erase(e)) keyLog_.push_back({&kc, e, false});
+            if (kc.entries.erase(e)) {
+                keyLog_.push_back({&kc, e, false});
+                ++kc.changes;
+            }
         }
         if (after && !(ignoreNull && newNull)) {
             bool anyNull = false;
@@ -511,9 +514,11 @@ Status Database::indexWrite(const Table& t, const std::vector<Value>* before, co
                     return fail(ERR_CONSTRAINT, kDuplicate);
             }
             std::string e = newKey + pointerBytes(id);
-            if (kc.entries.insert(e).second) keyLog_.push_back({&kc, e, true});
+            if (kc.entries.insert(e).second) {
+                keyLog_.push_back({&kc, e, true});
+                ++kc.changes;
+            }
         }
-        kc.dirty = true;
     }
     return OK;
 }
@@ -521,7 +526,7 @@ Status Database::indexWrite(const Table& t, const std::vector<Value>* before, co
 Status Database::writeIndexes()
 {
     for (auto& [where, cache] : keys_) {
-        if (!cache->dirty) continue;
+        if (cache->changes == 0) continue;
         const Table* t = nullptr;
         for (const Table& x : tables_)
             if (x.tdefPage == where.first) t = &x;
@@ -571,7 +576,7 @@ Status Database::writeIndexes()
             return pages;
         };
         auto write = [&](std::uint32_t pg, std::uint8_t type, const Built& b, std::uint32_t prev, std::uint32_t next,
-                         std::size_t trailer) {
+                         std::size_t trailer, std::uint32_t tail) {
             std::size_t prefix = b.entries.empty() ? 0 : b.entries.front().size() - trailer;
             for (const std::string& e : b.entries) {
                 std::size_t cp = 0;
@@ -590,6 +595,7 @@ Status Database::writeIndexes()
             p32(4, t->tdefPage);
             p32(12, prev);
             p32(16, next);
+            p32(20, tail); // intermediate pages: the rightmost leaf below
             d[24] = static_cast<std::uint8_t>(prefix);
             d[25] = static_cast<std::uint8_t>(prefix >> 8);
             std::size_t at = kEntriesStart;
@@ -607,20 +613,30 @@ Status Database::writeIndexes()
         };
 
         std::vector<std::string> level(cache->entries.begin(), cache->entries.end());
+        std::vector<std::uint32_t> tails; // per entry of an upper level: the rightmost leaf below it
         std::size_t trailer = 4;
         std::uint8_t type = 0x04;
         for (;;) {
             std::vector<Built> pages = pack(level, trailer);
+            // the rightmost leaf below each page: a leaf names none
+            std::vector<std::uint32_t> pageTails(pages.size(), 0);
+            for (std::size_t i = 0, seen = 0; type == 0x03 && i < pages.size(); ++i) {
+                seen += pages[i].entries.size();
+                pageTails[i] = tails[seen - 1];
+            }
             if (pages.size() == 1) {
-                write(ri.rootPage, type, pages[0], 0, 0, trailer);
+                write(ri.rootPage, type, pages[0], 0, 0, trailer, pageTails[0]);
                 break;
             }
             std::vector<std::uint32_t> nums(pages.size());
             for (std::uint32_t& n : nums)
                 if (Status s = take(&n); s != OK) return s;
             std::vector<std::string> up;
+            std::vector<std::uint32_t> upTails;
             for (std::size_t i = 0; i < pages.size(); ++i) {
-                write(nums[i], type, pages[i], i ? nums[i - 1] : 0, i + 1 < nums.size() ? nums[i + 1] : 0, trailer);
+                write(nums[i], type, pages[i], i ? nums[i - 1] : 0, i + 1 < nums.size() ? nums[i + 1] : 0, trailer,
+                      pageTails[i]);
+                upTails.push_back(type == 0x04 ? nums[i] : pageTails[i]);
                 // The parent's entry: the child's last entry (key and row), then the child page.
                 std::string last = pages[i].entries.back().substr(0, pages[i].entries.back().size() - trailer + 4);
                 for (int b = 3; b >= 0; --b)
@@ -628,13 +644,14 @@ Status Database::writeIndexes()
                 up.push_back(std::move(last));
             }
             level = std::move(up);
+            tails = std::move(upTails);
             trailer = 8;
             type = 0x03;
         }
         // Pages the smaller tree no longer needs stay as empty leaves outside it.
         for (std::size_t i = used; i < pool.size(); ++i)
-            write(pool[i], 0x04, Built{}, 0, 0, 4);
-        cache->dirty = false;
+            write(pool[i], 0x04, Built{}, 0, 0, 4, 0);
+        cache->changes = 0;
     }
     return OK;
 }

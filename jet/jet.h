@@ -1,15 +1,18 @@
 #pragma once
 // Jet 4 engine: reads, and writes inside transactions. Status-code API: every call returns a Status; the text of the
 // last failure stays on the handle (Database::error()). Nothing here throws to the caller.
+#include "jet/file.h"
 #include "jet/ldb.h"
 
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <list>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -181,7 +184,7 @@ public:
     std::uint32_t sortOrder() const { return sortOrder_; }
     double creationDate() const { return creationDate_; }
     bool encoded() const { return dbKey_ != 0; }
-    std::uint32_t pageCount() const { return static_cast<std::uint32_t>(bytes_.size() / kPageSize); }
+    std::uint32_t pageCount() const { return static_cast<std::uint32_t>(size_ / kPageSize); }
 
     // Pages a table's usage map assigns to it (data pages of that table only).
     Status dataPages(const Table& t, std::vector<std::uint32_t>& out) const;
@@ -202,6 +205,8 @@ public:
     // Null when the page is outside the file. Counts every call (tests prove seeks read few pages).
     const std::uint8_t* page(std::uint32_t n) const;
     std::uint64_t pageReads() const { return pageReads_.load(std::memory_order_relaxed); }
+    // Pages held in memory now: the cache (bounded) and the open transaction's pages.
+    std::size_t pagesHeld() const { return pages_.size(); }
     void resetPageReads() { pageReads_.store(0, std::memory_order_relaxed); }
 
     // Bytes of the row at (page,row); flags of its offset entry in *flags.
@@ -215,15 +220,20 @@ public:
     const std::string& notice() const { return notice_; }
     const std::string& path() const { return path_; }
 
+    // A long read that must see one commit (a check, a dump): writers of ours wait for endRead() (up to their
+    // wait limit); what another process committed before is read first. Nothing to do inside a transaction.
+    Status beginRead();
+    void endRead();
+
     // Write transactions (jet/pager.cpp). Changes live in memory until sync(): the original of every page
     // about to change goes to a rollback journal beside the file ("<file>-pel008-journal"), forced to disk,
     // then the pages are written and the file is forced; commit() removes the journal, which is the moment
     // the transaction is durable. A crash at any point leaves a journal that the next open() plays back.
     Status begin();
     bool inTransaction() const { return !levels_.empty(); }
-    Status savepoint(int id);  // state saved as savepoint `id` (later ids are released)
-    Status release(int id);    // savepoints >= id forgotten, their changes kept
-    Status rollbackTo(int id); // back to the state of savepoint `id`, which stays
+    Status savepoint(int id);      // state saved as savepoint `id` (later ids are released)
+    Status release(int id);        // savepoints >= id forgotten, their changes kept
+    Status rollbackTo(int id);     // back to the state of savepoint `id`, which stays
     Status undoRowWrite(Status s); // a failed row write: its statement savepoint undone, its error kept
     Status sync();
     Status commit();
@@ -242,12 +252,20 @@ public:
 private:
     Status loadHeader(const std::string& password);
     Status loadCatalogue();
-    Status recoverJournal(const std::string& path);
-    bool stampChanged(bool take);
+    // Plays back a journal left beside the file; the commit lock must be held exclusively. `ours`: the journal of
+    // this engine's own failed commit, whose file is known to be the one it was written for.
+    Status recoverJournal(bool ours);
+    Status lockCommit(bool exclusive);
+    void unlockCommit();
+    void decodePages(std::vector<std::uint8_t>& bytes) const;
+    // With the writer lock: a dead writer's journal played back, the file read again if someone changed it.
+    Status catchUp();
+    void endTransaction(bool wrote);
+    const std::uint8_t* diskPage(std::uint32_t pg, std::vector<std::uint8_t>& buf) const;
 
     std::uint8_t* writable(std::uint32_t n);
     Status allocPage(std::uint8_t type, std::uint32_t* n);
-    Status writePages(int fd);
+    Status writePages();
     Status refreshTables();
     void forgetCaches();
     Table& mut(const Table& t) { return const_cast<Table&>(t); }
@@ -268,7 +286,7 @@ private:
 
     struct Level {
         int id = -1;
-        std::size_t size = 0;                                     // bytes_ when the level started
+        std::size_t size = 0;                                     // size_ when the level started
         std::map<std::uint32_t, std::vector<std::uint8_t>> pages; // originals of pages changed since
         std::size_t keyLogAt = 0;
     };
@@ -276,8 +294,10 @@ private:
 
     std::string path_;
     std::string notice_;
-    std::int64_t stampSize_ = -1, stampMtime_ = -1; // file as we last read or wrote it
-    int lockFd_ = -1;
+    os::Stamp stamp_; // the file as we last read or wrote it
+    std::unique_ptr<os::File> file_;
+    bool commitLocked_ = false;
+    bool journalLive_ = false;             // a journal is on disk and pages of this transaction may be too
     std::unique_ptr<LdbRegistration> ldb_; // our slot in the suite's lock file while we write
     bool synced_ = false;
     std::vector<Level> levels_;                         // [0]: the whole transaction
@@ -292,7 +312,27 @@ private:
     std::vector<KeyOp> keyLog_; // index entry changes, undone by a rollback to a savepoint
     void undoKeys(std::size_t to);
 
-    std::vector<std::uint8_t> bytes_;
+    // Pages are read when first asked for and kept in a bounded cache; the pages of the open transaction (changed
+    // or new) are pinned there until it ends. A file in memory (openMemory) is served from memory_.
+    struct CachedPage {
+        std::vector<std::uint8_t> bytes;
+        bool pinned = false;
+        std::list<std::uint32_t>::iterator lru; // while not pinned
+    };
+    static constexpr std::size_t kCachePages = 1024;
+    static constexpr std::uint32_t kReadAhead = 16;
+    const std::uint8_t* load(std::uint32_t n) const;
+    std::uint8_t* pin(std::uint32_t n);
+    void unpinAll();
+    void cutTo(std::size_t size); // pages from `size` on forgotten
+    void dropPages();
+    Status readSize();
+    mutable std::unordered_map<std::uint32_t, CachedPage> pages_;
+    mutable std::list<std::uint32_t> lru_; // unpinned pages, most recently used first
+    mutable os::Stamp cacheStamp_;         // the file as the cached pages show it
+    std::size_t size_ = 0;                 // bytes, with the open transaction's new pages
+    std::vector<std::uint8_t> memory_;
+    std::vector<std::uint8_t> head_; // page 0 as read at open
     std::vector<Table> tables_;
     std::uint16_t codePage_ = 0;
     std::uint32_t sortOrder_ = 0;
@@ -302,6 +342,10 @@ private:
     mutable std::mutex errorMutex_; // one engine serves every connection
     mutable std::string error_;
 };
+
+// How long a writer waits for another writer of ours, and a reader for a commit, before giving up
+// (PEL008_LOCK_WAIT_MS, 250 by default, as on the other backends).
+int lockWaitMs();
 
 // Header helpers shared with the password writer.
 void rc4(const std::uint8_t* key, std::size_t keyLen, std::uint8_t* data, std::size_t n);

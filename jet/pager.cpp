@@ -4,15 +4,12 @@
 #include "jet/jet.h"
 #include "jet/ldb.h"
 
-#include <fcntl.h>
-#include <signal.h>
-#include <sys/file.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include "jet/file.h"
 
-#include <cerrno>
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 namespace jet
 {
@@ -23,9 +20,24 @@ namespace
 {
 
 constexpr char kJournalMagic[12] = "pel008 jrnl";
-// magic (12), original file size (8), version (4), reserved (4), checksum of the 28 bytes before (4)
-constexpr std::size_t kJournalHeader = 32;
-constexpr std::size_t kRecord = 4 + kPageSize + 4;
+// Version 1 (older builds): magic (12), original file size (8), version (4), reserved (4), checksum (4).
+// Version 2 names its file: magic (12), original size (8), version (4), size after the commit (8), the file's
+// size (8) and modification time (8) before the commit, a salt (8), checksum of page 0 as on disk (4), checksum
+// of the bytes before (4). Checksums are seeded with the salt, so records of another journal never pass.
+constexpr std::size_t kHeaderV1 = 32;
+constexpr std::size_t kHeaderV2 = 64;
+// page (4), original as on disk (4096), [v2: checksum of the page as the commit writes it (4)], checksum (4)
+constexpr std::size_t kRecordV1 = 4 + kPageSize + 4;
+constexpr std::size_t kRecordV2 = 4 + kPageSize + 8;
+
+// Our lock bytes lie beyond the 2 GB a Jet 4 file can reach: no page is ever locked. The writer byte is held
+// for a whole write transaction; the commit byte exclusively while pages change on disk (journal, pages,
+// removal) and shared while a reader reads the file. Order: writer, then commit.
+constexpr std::uint64_t kWriterLock = std::uint64_t(1) << 31;
+constexpr std::uint64_t kCommitLock = kWriterLock + 1;
+// Held exclusively by a writer waiting for the commit byte, shared for a moment by a reader before it takes the
+// commit byte: readers that keep coming cannot starve a commit.
+constexpr std::uint64_t kPendingLock = kWriterLock + 2;
 
 std::string journalPath(const std::string& path)
 {
@@ -39,51 +51,25 @@ std::uint32_t checksum(const std::uint8_t* p, std::size_t n, std::uint32_t h = 2
     return h;
 }
 
-// Kill test: PEL008_JET_CRASH_AT=N ends the process abruptly at the Nth step of a commit's disk work.
+std::uint32_t seedOf(std::uint64_t salt)
+{
+    return 2166136261u ^ static_cast<std::uint32_t>(salt) ^ static_cast<std::uint32_t>(salt >> 32);
+}
+
+// Fault tests: PEL008_JET_CRASH_AT=N ends the process abruptly at the Nth step of a commit's disk work;
+// "N:stop" stops it there instead (SIGSTOP), holding its locks, until it is continued.
 void crashPoint()
 {
-    static const long at = [] {
-        const char* e = std::getenv("PEL008_JET_CRASH_AT");
-        return e ? std::strtol(e, nullptr, 10) : 0L;
-    }();
+    // read at each step: a test's parent may have committed before it set the variable for its child
+    static std::string armed;
     static long step = 0;
-    if (at > 0 && ++step == at) ::raise(SIGKILL);
-}
-
-bool writeAll(int fd, const std::uint8_t* p, std::size_t n, off_t at)
-{
-    while (n > 0) {
-        ssize_t k = ::pwrite(fd, p, n, at);
-        if (k < 0 && errno == EINTR) continue;
-        if (k <= 0) return false;
-        p += k;
-        n -= static_cast<std::size_t>(k);
-        at += k;
+    const char* e = std::getenv("PEL008_JET_CRASH_AT");
+    if (!e || !*e) return;
+    if (armed != e) {
+        armed = e;
+        step = 0;
     }
-    return true;
-}
-
-bool readAll(int fd, std::uint8_t* p, std::size_t n, off_t at)
-{
-    while (n > 0) {
-        ssize_t k = ::pread(fd, p, n, at);
-        if (k < 0 && errno == EINTR) continue;
-        if (k <= 0) return false;
-        p += k;
-        n -= static_cast<std::size_t>(k);
-        at += k;
-    }
-    return true;
-}
-
-void syncDir(const std::string& path)
-{
-    std::string dir = path.find('/') == std::string::npos ? "." : path.substr(0, path.rfind('/') + 1);
-    int fd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY);
-    if (fd >= 0) {
-        ::fsync(fd);
-        ::close(fd);
-    }
+    if (++step == std::strtol(e, nullptr, 10)) os::endAbruptly(std::strstr(e, ":stop") != nullptr);
 }
 
 std::string fileName(const std::string& path)
@@ -92,69 +78,308 @@ std::string fileName(const std::string& path)
     return k == std::string::npos ? path : path.substr(k + 1);
 }
 
+std::string inUseText(const std::string& path, const std::vector<LdbUser>& others)
+{
+    std::string names;
+    for (const LdbUser& u : others)
+        names += (names.empty() ? "" : "、") + u.computer + " の " + u.user;
+    return fileName(path) + " は " + names + " で使用中です";
+}
+
 } // namespace
+
+int lockWaitMs()
+{
+    const char* e = std::getenv("PEL008_LOCK_WAIT_MS");
+    if (!e || !*e) return 250;
+    char* end = nullptr;
+    long ms = std::strtol(e, &end, 10);
+    return *end == 0 && ms >= 0 && ms <= 3600000 ? static_cast<int>(ms) : 250;
+}
 
 Database::~Database()
 {
     if (inTransaction()) (void)rollback();
-    if (lockFd_ >= 0) ::close(lockFd_);
 }
 
-bool Database::stampChanged(bool take)
+Status Database::lockCommit(bool exclusive)
 {
-    struct stat st;
-    std::int64_t size = -1, mtime = -1;
-    if (!path_.empty() && ::stat(path_.c_str(), &st) == 0) {
-        size = st.st_size;
-        mtime = std::int64_t(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec;
+    const int wait = lockWaitMs();
+    os::Lock got = file_->lock(kPendingLock, 1, exclusive, wait);
+    if (got == os::Lock::Got) {
+        got = file_->lock(kCommitLock, 1, exclusive, wait);
+        file_->unlock(kPendingLock, 1);
     }
-    bool changed = size != stampSize_ || mtime != stampMtime_;
-    if (take) {
-        stampSize_ = size;
-        stampMtime_ = mtime;
+    switch (got) {
+    case os::Lock::Got:
+        commitLocked_ = true;
+        return OK;
+    case os::Lock::Busy:
+        return fail(ERR_BUSY, "'" + fileName(path_) + "' is being written by another program of ours; try again.");
+    case os::Lock::Failed:
+        // a file system without byte-range locks: reading goes on unlocked, writing is refused
+        if (!exclusive) return OK;
+        break;
     }
-    return changed;
+    return fail(ERR_IO, "Cannot lock '" + fileName(path_) + "': " + os::lastError());
 }
 
-Status Database::recoverJournal(const std::string& path)
+void Database::unlockCommit()
 {
-    std::string jp = journalPath(path);
-    int jfd = ::open(jp.c_str(), O_RDONLY);
-    if (jfd < 0) return errno == ENOENT ? OK : fail(ERR_IO, "Cannot read the journal '" + jp + "'.");
-    std::uint8_t h[kJournalHeader];
-    bool valid = readAll(jfd, h, sizeof h, 0) && std::memcmp(h, kJournalMagic, sizeof kJournalMagic) == 0 &&
-                 le32(h + 20) == 1 && le32(h + 28) == checksum(h, 28);
-    if (!valid) {
+    if (commitLocked_) file_->unlock(kCommitLock, 1);
+    commitLocked_ = false;
+}
+
+Status Database::readSize()
+{
+    std::uint64_t size = 0;
+    if (!file_->size(&size)) return fail(ERR_IO, "Cannot read '" + path_ + "'.");
+    if (size > (std::uint64_t(1) << 31)) return fail(ERR_FORMAT, "'" + path_ + "' is larger than a Jet 4 file can be.");
+    stamp_ = cacheStamp_ = os::stamp(path_);
+    size_ = static_cast<std::size_t>(size);
+    return OK;
+}
+
+const std::uint8_t* Database::load(std::uint32_t n) const
+{
+    // Outside a transaction of ours a writer of ours may be committing: the page is read under the shared commit
+    // byte, and a file that changed since the cached pages were read drops them (all of one commit or none).
+    bool locked = false;
+    if (!inTransaction() && !commitLocked_) {
+        auto* self = const_cast<Database*>(this);
+        if (self->lockCommit(false) != OK) return nullptr;
+        locked = commitLocked_;
+        self->commitLocked_ = false;
+        if (os::Stamp now = os::stamp(path_); now != cacheStamp_) {
+            for (auto it = lru_.begin(); it != lru_.end(); ++it)
+                pages_.erase(*it);
+            lru_.clear();
+            cacheStamp_ = now;
+            if (now.size >= 0) self->size_ = static_cast<std::size_t>(now.size);
+        }
+    }
+    // A scan reads on: the pages after this one, up to the first one held, come in the same read.
+    std::uint32_t run = 1;
+    while (run < kReadAhead && std::size_t(n) + run < size_ / kPageSize && !pages_.count(n + run))
+        ++run;
+    std::vector<std::uint8_t> bytes(std::size_t(run) * kPageSize);
+    bool ok = file_->read(bytes.data(), bytes.size(), std::uint64_t(n) * kPageSize);
+    if (locked) file_->unlock(kCommitLock, 1);
+    if (!ok) {
+        fail(ERR_IO, "Cannot read page " + std::to_string(n) + " of '" + fileName(path_) + "': " + os::lastError());
+        return nullptr;
+    }
+    CachedPage* first = nullptr;
+    for (std::uint32_t i = run; i-- > 0;) {
+        std::uint32_t pg = n + i;
+        std::uint8_t* d = bytes.data() + std::size_t(i) * kPageSize;
+        if (dbKey_ != 0 && pg != 0) {
+            std::uint32_t k = dbKey_ ^ pg;
+            std::uint8_t key[4] = {std::uint8_t(k), std::uint8_t(k >> 8), std::uint8_t(k >> 16), std::uint8_t(k >> 24)};
+            rc4(key, 4, d, kPageSize);
+        }
+        while (lru_.size() >= kCachePages) {
+            pages_.erase(lru_.back());
+            lru_.pop_back();
+        }
+        lru_.push_front(pg);
+        CachedPage& c = pages_[pg];
+        c.bytes.assign(d, d + kPageSize);
+        c.lru = lru_.begin();
+        first = &c;
+    }
+    return first->bytes.data();
+}
+
+std::uint8_t* Database::pin(std::uint32_t n)
+{
+    const std::uint8_t* cur = page(n);
+    if (!cur) return nullptr;
+    auto it = pages_.find(n);
+    if (it == pages_.end())
+        it = pages_.emplace(n, CachedPage{std::vector<std::uint8_t>(cur, cur + kPageSize), true, {}}).first;
+    if (!it->second.pinned) {
+        lru_.erase(it->second.lru);
+        it->second.pinned = true;
+    }
+    return it->second.bytes.data();
+}
+
+void Database::unpinAll()
+{
+    for (auto it = pages_.begin(); it != pages_.end();) {
+        CachedPage& c = it->second;
+        if (c.pinned && path_.empty()) {
+            // a file in memory keeps what was written in itself
+            if (memory_.size() < size_) memory_.resize(size_, 0);
+            if (std::size_t(it->first) * kPageSize + kPageSize <= memory_.size())
+                std::memcpy(memory_.data() + std::size_t(it->first) * kPageSize, c.bytes.data(), kPageSize);
+            it = pages_.erase(it);
+            continue;
+        }
+        if (c.pinned) {
+            c.pinned = false;
+            lru_.push_front(it->first);
+            c.lru = lru_.begin();
+        }
+        ++it;
+    }
+    while (lru_.size() > kCachePages) {
+        pages_.erase(lru_.back());
+        lru_.pop_back();
+    }
+}
+
+void Database::dropPages()
+{
+    pages_.clear();
+    lru_.clear();
+}
+
+Status Database::open(const std::string& path, const std::string& password)
+{
+    path_ = path;
+    notice_.clear();
+    file_ = std::make_unique<os::File>();
+    if (!file_->open(path, os::Mode::ReadWrite) && !file_->open(path, os::Mode::Read))
+        return fail(ERR_IO, "Cannot open '" + path + "'.");
+    // Pages are read while no writer of ours changes them; a journal is looked at only while it cannot be its
+    // writer's live one (the commit lock held exclusively).
+    bool exclusive = false;
+    Status s = OK;
+    for (;;) {
+        if (exclusive && !file_->writable()) {
+            s = fail(ERR_IO, "'" + path + "' has the journal of an interrupted write and cannot be restored (" +
+                                 "no write access).");
+            break;
+        }
+        if ((s = lockCommit(exclusive)) != OK) break;
+        if (exclusive || !os::exists(journalPath(path))) break;
+        unlockCommit();
+        exclusive = true;
+    }
+    if (s == OK && exclusive) s = recoverJournal(false);
+    dropPages();
+    memory_.clear();
+    if (s == OK) s = readSize();
+    if (s == OK) {
+        head_.assign(std::min(size_, kPageSize), 0);
+        if (!file_->read(head_.data(), head_.size(), 0)) s = fail(ERR_IO, "Cannot read '" + path + "'.");
+    }
+    tables_.clear();
+    if (s == OK) s = loadHeader(password);
+    if (s == OK) s = loadCatalogue(); // under the same lock: the catalogue of one commit
+    unlockCommit();
+    return s;
+}
+
+Status Database::recoverJournal(bool ours)
+{
+    std::string jp = journalPath(path_);
+    os::File j;
+    if (!j.open(jp, os::Mode::Read)) return os::exists(jp) ? fail(ERR_IO, "Cannot read the journal '" + jp + "'.") : OK;
+    std::uint8_t h[kHeaderV2] = {};
+    bool v1 = false, v2 = false;
+    if (j.read(h, kHeaderV1, 0) && std::memcmp(h, kJournalMagic, sizeof kJournalMagic) == 0) {
+        v1 = le32(h + 20) == 1 && le32(h + 28) == checksum(h, 28);
+        v2 = le32(h + 20) == 2 && j.read(h, kHeaderV2, 0) && le32(h + 60) == checksum(h, 60, seedOf(le64(h + 48)));
+    }
+    if (!v1 && !v2) {
         // The header never reached the disk whole: the file was not touched yet.
-        ::close(jfd);
-        if (::unlink(jp.c_str()) != 0) return fail(ERR_IO, "Cannot remove the journal '" + jp + "'.");
+        j.close();
+        if (!os::remove(jp)) return fail(ERR_IO, "Cannot remove the journal '" + jp + "'.");
         return OK;
     }
-    int fd = ::open(path.c_str(), O_RDWR);
-    if (fd < 0) {
-        ::close(jfd);
-        return fail(ERR_IO, "'" + path + "' has the journal of an interrupted write and cannot be restored (" +
-                                std::strerror(errno) + ").");
-    }
-    auto origSize = static_cast<off_t>(le64(h + 12) & 0x7FFFFFFFFFFFll);
-    std::vector<std::uint8_t> rec(kRecord);
-    bool ok = true;
-    for (off_t at = kJournalHeader; readAll(jfd, rec.data(), kRecord, at); at += static_cast<off_t>(kRecord)) {
-        std::uint32_t pg = le32(rec.data());
+    if (!file_->writable())
+        return fail(ERR_IO, "'" + path_ + "' has the journal of an interrupted write and cannot be restored (" +
+                                "no write access).");
+    const std::uint64_t origSize = le64(h + 12) & 0x7FFFFFFFFFFFull;
+    const std::uint32_t seed = v2 ? seedOf(le64(h + 48)) : 2166136261u;
+    const std::size_t recLen = v2 ? kRecordV2 : kRecordV1;
+    std::vector<std::vector<std::uint8_t>> records;
+    for (std::uint64_t at = v2 ? kHeaderV2 : kHeaderV1;; at += recLen) {
+        std::vector<std::uint8_t> rec(recLen);
         // A torn last record is one whose page was not written yet.
-        if (le32(rec.data() + 4 + kPageSize) != checksum(rec.data(), 4 + kPageSize)) break;
-        if (!writeAll(fd, rec.data() + 4, kPageSize, static_cast<off_t>(pg) * static_cast<off_t>(kPageSize)))
-            ok = false;
+        if (!j.read(rec.data(), recLen, at) || le32(rec.data() + recLen - 4) != checksum(rec.data(), recLen - 4, seed))
+            break;
+        records.push_back(std::move(rec));
     }
-    ok = ok && ::ftruncate(fd, origSize) == 0 && ::fsync(fd) == 0;
-    ::close(fd);
-    ::close(jfd);
-    if (!ok) return fail(ERR_IO, "'" + path + "' could not be restored from its journal.");
-    if (::unlink(jp.c_str()) != 0) return fail(ERR_IO, "Cannot remove the journal '" + jp + "'.");
-    syncDir(path);
+    if (v2 && !ours) {
+        // The journal's own file, between the commit's first and last write: every page it names holds either
+        // its original or what the commit wrote, page 0 is unchanged and the size lies between the two.
+        std::uint64_t size = 0;
+        const std::uint64_t newSize = le64(h + 24);
+        bool same = file_->size(&size) && size >= origSize && size <= std::max(origSize, newSize);
+        std::vector<std::uint8_t> pg(kPageSize);
+        bool page0 = false;
+        for (const auto& rec : records) {
+            std::uint32_t n = le32(rec.data());
+            page0 = page0 || n == 0;
+            std::uint32_t now =
+                file_->read(pg.data(), kPageSize, std::uint64_t(n) * kPageSize) ? checksum(pg.data(), kPageSize) : 0;
+            same = same && (now == checksum(rec.data() + 4, kPageSize) || now == le32(rec.data() + 4 + kPageSize));
+        }
+        if (same && !page0)
+            same = file_->read(pg.data(), kPageSize, 0) && checksum(pg.data(), kPageSize) == le32(h + 56);
+        if (!same)
+            return fail(ERR_CORRUPT, "'" + fileName(path_) + "' is not the file its journal '" + jp +
+                                         "' was written for (a copy or a compacted file put in its place): the "
+                                         "journal was not played back. Remove it to use this file.");
+    }
+    bool ok = true;
+    for (const auto& rec : records)
+        ok = file_->write(rec.data() + 4, kPageSize, std::uint64_t(le32(rec.data())) * kPageSize) && ok;
+    ok = ok && file_->truncate(origSize) && file_->sync();
+    if (!ok) return fail(ERR_IO, "'" + path_ + "' could not be restored from its journal: " + os::lastError());
+    j.close();
+    if (!os::remove(jp)) return fail(ERR_IO, "Cannot remove the journal '" + jp + "'.");
+    os::syncDirectoryOf(path_);
     notice_ =
-        "An interrupted write was undone from its journal: '" + fileName(path) + "' is as it was before that write.";
+        "An interrupted write was undone from its journal: '" + fileName(path_) + "' is as it was before that write.";
     return OK;
+}
+
+Status Database::catchUp()
+{
+    bool journal = os::exists(journalPath(path_));
+    if (!journal && os::stamp(path_) == stamp_) return OK;
+    if (Status s = lockCommit(journal); s != OK) return s;
+    std::string saved = notice_;
+    Status s = journal ? recoverJournal(false) : OK;
+    notice_ = saved;
+    if (s == OK && os::stamp(path_) != stamp_) {
+        // Another program wrote the file since we read it: the write starts from what is on disk now.
+        dropPages();
+        s = readSize();
+        if (s == OK && size_ < kPageSize * 3) s = fail(ERR_CORRUPT, "The Jet database file is truncated.");
+        if (s == OK) {
+            forgetCaches();
+            s = refreshTables();
+        }
+    }
+    unlockCommit();
+    return s;
+}
+
+Status Database::beginRead()
+{
+    if (path_.empty() || inTransaction() || commitLocked_) return OK;
+    if (Status s = lockCommit(false); s != OK) return s;
+    if (os::stamp(path_) == stamp_) return OK;
+    // another process committed since we read: start from what is on disk now
+    dropPages();
+    Status s = readSize();
+    if (s == OK) {
+        forgetCaches();
+        s = refreshTables();
+    }
+    if (s != OK) unlockCommit();
+    return s;
+}
+
+void Database::endRead()
+{
+    if (!inTransaction()) unlockCommit();
 }
 
 Status Database::begin()
@@ -162,60 +387,63 @@ Status Database::begin()
     if (inTransaction()) return fail(ERR_BUSY, "A write transaction is already open on this file.");
     if (!path_.empty()) {
         // A file marked read-only stays so, whoever we run as.
-        struct stat st;
-        if (::stat(path_.c_str(), &st) == 0 && !(st.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH)))
-            return fail(ERR_READ_ONLY, "'" + fileName(path_) + "' is read-only.");
-        if (lockFd_ < 0) lockFd_ = ::open(path_.c_str(), O_RDWR);
-        if (lockFd_ < 0)
-            return fail(ERR_READ_ONLY, "'" + fileName(path_) + "' cannot be written (" + std::strerror(errno) + ").");
-        // One writer at a time among our processes; the lock goes with the descriptor.
-        if (::flock(lockFd_, LOCK_EX | LOCK_NB) != 0)
+        if (os::markedReadOnly(path_)) return fail(ERR_READ_ONLY, "'" + fileName(path_) + "' is read-only.");
+        if (!file_->writable() && !file_->open(path_, os::Mode::ReadWrite))
+            return fail(ERR_READ_ONLY, "'" + fileName(path_) + "' cannot be written (" + os::lastError() + ").");
+        unlockCommit(); // a read held open (beginRead): the writer byte comes first
+        // One writer at a time among our processes: the one writing now gets the wait limit to finish.
+        switch (file_->lock(kWriterLock, 1, true, lockWaitMs())) {
+        case os::Lock::Got:
+            break;
+        case os::Lock::Busy:
             return fail(ERR_BUSY, "'" + fileName(path_) + "' is being written by another program of ours.");
-        if (stampChanged(false)) {
-            ::flock(lockFd_, LOCK_UN);
-            return fail(ERR_BUSY,
-                        "'" + fileName(path_) + "' was changed by another program since it was opened; open it again.");
+        case os::Lock::Failed:
+            return fail(ERR_IO, "Cannot lock '" + fileName(path_) + "': " + os::lastError());
         }
+        Status s = catchUp();
         // The suite's users hold the file through its lock file; we register there while we write.
-        if (!ldb_) ldb_ = std::make_unique<LdbRegistration>();
-        std::vector<LdbUser> others;
-        if (std::string why = ldb_->enter(path_, &others); !why.empty()) {
-            ::flock(lockFd_, LOCK_UN);
-            if (others.empty()) return fail(ERR_IO, why);
-            std::string names;
-            for (const LdbUser& u : others)
-                names += (names.empty() ? "" : "、") + u.computer + " の " + u.user;
-            return fail(ERR_BUSY, fileName(path_) + " は " + names + " で使用中です");
+        if (s == OK) {
+            if (!ldb_) ldb_ = std::make_unique<LdbRegistration>();
+            std::vector<LdbUser> others;
+            if (std::string why = ldb_->enter(path_, &others); !why.empty())
+                s = others.empty() ? fail(ERR_IO, why) : fail(ERR_BUSY, inUseText(path_, others));
+        }
+        if (s != OK) {
+            file_->unlock(kWriterLock, 1);
+            return s;
         }
     }
-    levels_.push_back({-1, bytes_.size(), {}, 0});
+    levels_.push_back({-1, size_, {}, 0});
     keyLog_.clear();
     synced_ = false;
+    journalLive_ = false;
     return OK;
 }
 
 std::uint8_t* Database::writable(std::uint32_t n)
 {
     std::size_t at = std::size_t(n) * kPageSize;
-    if (!inTransaction() || at + kPageSize > bytes_.size()) return nullptr;
+    if (!inTransaction() || at + kPageSize > size_) return nullptr;
+    std::uint8_t* d = pin(n);
+    if (!d) return nullptr;
     for (Level* l : {&levels_.front(), &levels_.back()})
-        if (at < l->size && !l->pages.count(n))
-            l->pages.emplace(n,
-                             std::vector<std::uint8_t>(bytes_.begin() + static_cast<std::ptrdiff_t>(at),
-                                                       bytes_.begin() + static_cast<std::ptrdiff_t>(at + kPageSize)));
-    return bytes_.data() + at;
+        if (at < l->size && !l->pages.count(n)) l->pages.emplace(n, std::vector<std::uint8_t>(d, d + kPageSize));
+    return d;
 }
 
 Status Database::allocPage(std::uint8_t type, std::uint32_t* n)
 {
     if (!inTransaction()) return fail(ERR_ARG, "No write transaction.");
-    if (bytes_.size() + kPageSize > (std::size_t(1) << 31))
+    if (size_ + kPageSize > (std::size_t(1) << 31))
         return fail(ERR_CONSTRAINT, "The database has reached the 2 GB a Jet 4 file can hold.");
-    *n = static_cast<std::uint32_t>(bytes_.size() / kPageSize);
-    bytes_.resize(bytes_.size() + kPageSize, 0);
-    std::uint8_t* d = bytes_.data() + std::size_t(*n) * kPageSize;
-    d[0] = type;
-    d[1] = 0x01;
+    *n = static_cast<std::uint32_t>(size_ / kPageSize);
+    size_ = (std::size_t(*n) + 1) * kPageSize;
+    CachedPage& c = pages_[*n];
+    if (!c.pinned && !c.bytes.empty()) lru_.erase(c.lru);
+    c.bytes.assign(kPageSize, 0);
+    c.pinned = true;
+    c.bytes[0] = type;
+    c.bytes[1] = 0x01;
     return OK;
 }
 
@@ -223,7 +451,7 @@ Status Database::savepoint(int id)
 {
     if (!inTransaction()) return OK;
     if (Status s = release(id); s != OK) return s;
-    levels_.push_back({id, bytes_.size(), {}, keyLog_.size()});
+    levels_.push_back({id, size_, {}, keyLog_.size()});
     return OK;
 }
 
@@ -245,41 +473,47 @@ Status Database::rollbackTo(int id)
     std::size_t k = levels_.size();
     while (k > 1 && levels_[k - 1].id > id)
         --k;
-    if (k <= 1 || levels_[k - 1].id != id) return OK; // unknown savepoint: nothing of ours to undo
+    // A savepoint made after ours that we never saw holds nothing of ours; one made before this file joined the
+    // transaction (older than all of ours) takes everything back to the join.
+    if (!inTransaction() || (k > 1 && levels_[k - 1].id != id)) return OK;
     for (std::size_t i = levels_.size(); i-- > k - 1;) {
         for (auto& [pg, orig] : levels_[i].pages)
-            std::memcpy(bytes_.data() + std::size_t(pg) * kPageSize, orig.data(), kPageSize);
-        bytes_.resize(levels_[i].size);
+            std::memcpy(pages_[pg].bytes.data(), orig.data(), kPageSize);
+        cutTo(levels_[i].size);
     }
     undoKeys(levels_[k - 1].keyLogAt);
     levels_.resize(k);
     levels_.back().pages.clear();
+    if (k == 1) forgetCaches(); // pages they name may be gone
     return refreshTables();
 }
 
-Status Database::writePages(int fd)
+Status Database::writePages()
 {
     const Level& txn = levels_.front();
     std::vector<std::uint8_t> enc(kPageSize);
     auto put = [&](std::uint32_t pg) {
-        const std::uint8_t* src = bytes_.data() + std::size_t(pg) * kPageSize;
-        if (dbKey_ != 0 && pg != 0) {
-            std::memcpy(enc.data(), src, kPageSize);
-            std::uint32_t k = dbKey_ ^ pg;
-            std::uint8_t key[4] = {std::uint8_t(k), std::uint8_t(k >> 8), std::uint8_t(k >> 16), std::uint8_t(k >> 24)};
-            rc4(key, 4, enc.data(), kPageSize);
-            src = enc.data();
-        }
         crashPoint();
-        return writeAll(fd, src, kPageSize, static_cast<off_t>(pg) * static_cast<off_t>(kPageSize));
+        return file_->write(diskPage(pg, enc), kPageSize, std::uint64_t(pg) * kPageSize);
     };
     for (const auto& [pg, orig] : txn.pages)
-        if (std::memcmp(orig.data(), bytes_.data() + std::size_t(pg) * kPageSize, kPageSize) != 0 && !put(pg))
-            return fail(ERR_IO, "Cannot write '" + fileName(path_) + "': " + std::strerror(errno));
-    for (std::size_t pg = txn.size / kPageSize; pg < bytes_.size() / kPageSize; ++pg)
+        if (std::memcmp(orig.data(), page(pg), kPageSize) != 0 && !put(pg))
+            return fail(ERR_IO, "Cannot write '" + fileName(path_) + "': " + os::lastError());
+    for (std::size_t pg = txn.size / kPageSize; pg < size_ / kPageSize; ++pg)
         if (!put(static_cast<std::uint32_t>(pg)))
-            return fail(ERR_IO, "Cannot write '" + fileName(path_) + "': " + std::strerror(errno));
+            return fail(ERR_IO, "Cannot write '" + fileName(path_) + "': " + os::lastError());
     return OK;
+}
+
+const std::uint8_t* Database::diskPage(std::uint32_t pg, std::vector<std::uint8_t>& buf) const
+{
+    const std::uint8_t* src = page(pg);
+    if (dbKey_ == 0 || pg == 0) return src;
+    buf.assign(src, src + kPageSize);
+    std::uint32_t k = dbKey_ ^ pg;
+    std::uint8_t key[4] = {std::uint8_t(k), std::uint8_t(k >> 8), std::uint8_t(k >> 16), std::uint8_t(k >> 24)};
+    rc4(key, 4, buf.data(), kPageSize);
+    return buf.data();
 }
 
 Status Database::sync()
@@ -289,47 +523,74 @@ Status Database::sync()
     const Level& txn = levels_.front();
     std::vector<std::uint32_t> changed;
     for (const auto& [pg, orig] : txn.pages)
-        if (std::memcmp(orig.data(), bytes_.data() + std::size_t(pg) * kPageSize, kPageSize) != 0)
-            changed.push_back(pg);
-    if (changed.empty() && bytes_.size() == txn.size) return OK;
+        if (std::memcmp(orig.data(), page(pg), kPageSize) != 0) changed.push_back(pg);
+    if (changed.empty() && size_ == txn.size) return OK;
+
+    if (!commitLocked_)
+        if (Status s = lockCommit(true); s != OK) return s;
+    // What begin() saw may be old by now (a long transaction): nothing of another program is overwritten.
+    if (os::stamp(path_) != stamp_)
+        return fail(ERR_BUSY,
+                    "'" + fileName(path_) + "' was changed by another program during this write; nothing was saved.");
+    if (std::vector<LdbUser> others = ldb_ ? ldb_->others() : std::vector<LdbUser>{}; !others.empty())
+        return fail(ERR_BUSY, inUseText(path_, others));
 
     std::string jp = journalPath(path_);
-    int jfd = ::open(jp.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0644);
-    if (jfd < 0) return fail(ERR_IO, "Cannot create the journal '" + jp + "': " + std::strerror(errno));
+    os::File j;
+    // A journal still there holds an undo the file needs: never emptied, the write refused.
+    if (!j.open(jp, os::Mode::CreateNew))
+        return fail(ERR_IO, "Cannot create the journal '" + jp + "': " + os::lastError());
     auto failJ = [&](const std::string& what) {
-        ::close(jfd);
-        ::unlink(jp.c_str());
-        return fail(ERR_IO, what + ": " + std::strerror(errno));
+        std::string why = what + ": " + os::lastError();
+        j.close();
+        os::remove(jp);
+        return fail(ERR_IO, why);
     };
-    std::uint8_t h[kJournalHeader] = {};
+    const std::uint64_t salt = os::randomWord();
+    const std::uint32_t seed = seedOf(salt);
+    std::vector<std::uint8_t> buf(kRecordV2);
+    std::uint8_t h[kHeaderV2] = {};
     std::memcpy(h, kJournalMagic, sizeof kJournalMagic);
-    std::uint64_t size = txn.size;
-    put32(h + 12, static_cast<std::uint32_t>(size));
-    put32(h + 16, static_cast<std::uint32_t>(size >> 32));
-    put32(h + 20, 1);
-    put32(h + 28, checksum(h, 28));
+    put64(h + 12, txn.size);
+    put32(h + 20, 2);
+    put64(h + 24, size_);
+    put64(h + 32, static_cast<std::uint64_t>(stamp_.size));
+    put64(h + 40, static_cast<std::uint64_t>(stamp_.mtimeNs));
+    put64(h + 48, salt);
+    if (!file_->read(buf.data(), kPageSize, 0)) return failJ("Cannot read '" + fileName(path_) + "'");
+    put32(h + 56, checksum(buf.data(), kPageSize));
+    put32(h + 60, checksum(h, 60, seed));
     crashPoint();
-    if (!writeAll(jfd, h, sizeof h, 0)) return failJ("Cannot write the journal '" + jp + "'");
-    std::vector<std::uint8_t> rec(kRecord);
-    off_t at = kJournalHeader;
+    if (!j.write(h, sizeof h, 0)) return failJ("Cannot write the journal '" + jp + "'");
+    std::vector<std::uint8_t> enc(kPageSize);
+    std::uint64_t at = kHeaderV2;
     for (std::uint32_t pg : changed) {
-        put32(rec.data(), pg);
+        put32(buf.data(), pg);
         // The page as the disk holds it (encoded files stay encoded).
-        if (!readAll(lockFd_, rec.data() + 4, kPageSize, static_cast<off_t>(pg) * static_cast<off_t>(kPageSize)))
+        if (!file_->read(buf.data() + 4, kPageSize, std::uint64_t(pg) * kPageSize))
             return failJ("Cannot read '" + fileName(path_) + "'");
-        put32(rec.data() + 4 + kPageSize, checksum(rec.data(), 4 + kPageSize));
+        put32(buf.data() + 4 + kPageSize, checksum(diskPage(pg, enc), kPageSize));
+        put32(buf.data() + 8 + kPageSize, checksum(buf.data(), kRecordV2 - 4, seed));
         crashPoint();
-        if (!writeAll(jfd, rec.data(), kRecord, at)) return failJ("Cannot write the journal '" + jp + "'");
-        at += static_cast<off_t>(kRecord);
+        if (!j.write(buf.data(), kRecordV2, at)) return failJ("Cannot write the journal '" + jp + "'");
+        at += kRecordV2;
     }
     crashPoint();
-    if (::fsync(jfd) != 0) return failJ("Cannot force the journal '" + jp + "' to disk");
-    ::close(jfd);
-    syncDir(path_);
+    if (!j.sync()) return failJ("Cannot force the journal '" + jp + "' to disk");
+    j.close();
+    os::syncDirectoryOf(path_);
+    journalLive_ = true;
     crashPoint();
-    if (Status s = writePages(lockFd_); s != OK) return s; // the journal stays: rollback() plays it back
+    Status s = writePages();
     crashPoint();
-    if (::fsync(lockFd_) != 0) return fail(ERR_IO, "Cannot force '" + fileName(path_) + "' to disk.");
+    if (s == OK && !file_->sync()) s = fail(ERR_IO, "Cannot force '" + fileName(path_) + "' to disk.");
+    if (s != OK) {
+        // Some pages may be on disk: the originals go back now, and the journal stays until they have.
+        std::string why = error(), saved = notice_;
+        if (recoverJournal(true) == OK) journalLive_ = false;
+        notice_ = saved;
+        return fail(s, why);
+    }
     synced_ = true;
     return OK;
 }
@@ -340,41 +601,60 @@ Status Database::commit()
     if (Status s = sync(); s != OK) return s;
     if (synced_) {
         crashPoint();
-        if (::unlink(journalPath(path_).c_str()) != 0)
+        if (!os::remove(journalPath(path_)))
             return fail(ERR_IO, "Cannot remove the journal of '" + fileName(path_) + "'.");
-        syncDir(path_);
+        journalLive_ = false;
+        os::syncDirectoryOf(path_);
         crashPoint();
     }
-    levels_.clear();
-    synced_ = false;
     keys_.clear();
     keyLog_.clear();
-    if (ldb_) ldb_->leave();
-    if (lockFd_ >= 0) ::flock(lockFd_, LOCK_UN);
-    stampChanged(true);
+    endTransaction(synced_);
     return OK;
+}
+
+void Database::cutTo(std::size_t size)
+{
+    // pages added since: pinned, never on disk
+    for (std::size_t pg = size / kPageSize; pg < size_ / kPageSize; ++pg)
+        pages_.erase(static_cast<std::uint32_t>(pg));
+    size_ = size;
+}
+
+void Database::endTransaction(bool wrote)
+{
+    levels_.clear();
+    synced_ = false;
+    unpinAll();
+    if (path_.empty()) return;
+    // The stamp of what we wrote is taken before another writer may start; without a write of ours the old one
+    // stays, so that what someone else wrote meanwhile is read again.
+    if (wrote) stamp_ = cacheStamp_ = os::stamp(path_);
+    unlockCommit();
+    if (ldb_) ldb_->leave();
+    file_->unlock(kWriterLock, 1);
 }
 
 Status Database::rollback()
 {
     if (!inTransaction()) return OK;
     Status result = OK;
-    if (synced_) {
-        // The pages are on disk already: the journal puts the originals back.
+    if (journalLive_) {
+        // Pages may be on disk already: the journal puts the originals back.
         std::string saved = notice_;
-        result = recoverJournal(path_);
+        if (!commitLocked_) result = lockCommit(true);
+        if (result == OK) result = recoverJournal(true);
+        if (result == OK) journalLive_ = false;
         notice_ = saved;
     }
     Level& txn = levels_.front();
     for (auto& [pg, orig] : txn.pages)
-        std::memcpy(bytes_.data() + std::size_t(pg) * kPageSize, orig.data(), kPageSize);
-    bytes_.resize(txn.size);
-    levels_.clear();
-    synced_ = false;
+        std::memcpy(pages_[pg].bytes.data(), orig.data(), kPageSize);
+    cutTo(txn.size);
     forgetCaches();
-    if (ldb_) ldb_->leave();
-    if (lockFd_ >= 0) ::flock(lockFd_, LOCK_UN);
-    stampChanged(true);
+    endTransaction(false);
+    // A journal that could not be played back stays; the next opener or writer plays it back.
+    journalLive_ = false;
     Status r = refreshTables();
     return result != OK ? result : r;
 }

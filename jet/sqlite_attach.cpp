@@ -5,7 +5,6 @@
 #include "jet/tool.h"
 
 #include <sqlite3.h>
-#include <sys/stat.h>
 
 #include <array>
 #include <climits>
@@ -13,7 +12,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <map>
 #include <mutex>
 
@@ -26,21 +24,17 @@ namespace
 // One engine per file per process; connections share it and the last one to close releases it.
 // A file that changed since it was opened (a copy put in its place, a new password) gets a new engine.
 struct FileId {
-    dev_t dev = 0;
-    ino_t ino = 0;
-    off_t size = 0;
-    std::int64_t mtimeNs = 0;
+    os::Identity file;
     std::array<char, kHeaderCryptOffset + kHeaderCryptLen> header{}; // a password write may keep size and time
     bool operator==(const FileId&) const = default;
 };
 
 bool fileId(const std::string& path, FileId& out)
 {
-    struct stat st;
-    if (::stat(path.c_str(), &st) != 0) return false;
-    out = {st.st_dev, st.st_ino, st.st_size, std::int64_t(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec, {}};
-    std::ifstream in(path, std::ios::binary);
-    in.read(out.header.data(), static_cast<std::streamsize>(out.header.size()));
+    out = {};
+    if (!os::identity(path, &out.file)) return false;
+    os::File f;
+    if (f.open(path, os::Mode::Read)) (void)f.read(out.header.data(), out.header.size(), 0);
     return true;
 }
 

@@ -5,7 +5,6 @@
 #include <charconv>
 #include <cmath>
 #include <cstdio>
-#include <fstream>
 
 namespace jet
 {
@@ -253,7 +252,13 @@ int dumpTable(const std::string& path, const std::string& password, const std::s
         if (error) *error = "No table '" + table + "' in '" + path + "'.";
         return ERR_NOT_FOUND;
     }
-    return dumpTable(db, *t, out, error);
+    if (Status s = db.beginRead(); s != OK) {
+        if (error) *error = db.error();
+        return s;
+    }
+    int r = dumpTable(db, *t, out, error);
+    db.endRead();
+    return r;
 }
 
 int listTables(const std::string& path, const std::string& password, std::ostream& out, std::string* error)
@@ -284,7 +289,11 @@ int checkFile(const std::string& path, const std::string& password, std::ostream
     Database db;
     std::vector<std::string> problems;
     Status s = db.open(path, password);
-    if (s == OK) s = db.check(problems);
+    if (s == OK) s = db.beginRead();
+    if (s == OK) {
+        s = db.check(problems);
+        db.endRead();
+    }
     if (s != OK) {
         if (error) *error = db.error();
         return s;
@@ -305,11 +314,10 @@ int setPassword(const std::string& path, const std::string& newPassword, std::st
     };
     std::u16string pw = utf8ToUtf16(newPassword);
     if (pw.size() > kPasswordLen / 2) return failWith(ERR_ARG, "A database password has at most 20 characters.");
-    std::fstream f(path, std::ios::in | std::ios::out | std::ios::binary);
-    if (!f) return failWith(ERR_IO, "Cannot open '" + path + "' for writing.");
+    os::File f;
+    if (!f.open(path, os::Mode::ReadWrite)) return failWith(ERR_IO, "Cannot open '" + path + "' for writing.");
     std::uint8_t head[kHeaderCryptOffset + kHeaderCryptLen];
-    if (!f.read(reinterpret_cast<char*>(head), sizeof head))
-        return failWith(ERR_FORMAT, "'" + path + "' is not a Jet database file.");
+    if (!f.read(head, sizeof head, 0)) return failWith(ERR_FORMAT, "'" + path + "' is not a Jet database file.");
     if (head[0] != 0 || std::memcmp(head + 4, "Standard Jet DB", 15) != 0)
         return failWith(ERR_FORMAT, "'" + path + "' is not a Jet database file.");
     if (head[0x14] != 1) return failWith(ERR_FORMAT, "'" + path + "' is not a Jet 4 database.");
@@ -328,8 +336,7 @@ int setPassword(const std::string& path, const std::string& newPassword, std::st
         pwd[i] = static_cast<std::uint8_t>(plain ^ (mask >> (8 * (i % 4)) & 0xFF));
     }
     rc4(key, 4, hdr, kHeaderCryptLen);
-    f.seekp(static_cast<std::streamoff>(kHeaderCryptOffset));
-    if (!f.write(reinterpret_cast<const char*>(hdr), kHeaderCryptLen) || !f.flush())
+    if (!f.write(hdr, kHeaderCryptLen, kHeaderCryptOffset) || !f.sync())
         return failWith(ERR_IO, "Cannot write '" + path + "'.");
     return OK;
 }

@@ -190,6 +190,30 @@ INSTANTIATE_TEST_SUITE_P(Corpus, CorpusFile, ::testing::ValuesIn(corpusFiles()),
     return n;
 });
 
+// Pages are read when needed: opening a file and reading one row holds a few pages, not the file; a full scan of
+// every table holds no more than the cache.
+TEST(Pages, ReadOnDemandWithinTheCache)
+{
+    jet::Database db;
+    ASSERT_EQ(db.open(corpus("testV2000.mdb"), ""), jet::OK) << db.error();
+    ASSERT_GT(db.pageCount(), 500u);
+    const jet::Table* t = db.table("Table1");
+    ASSERT_TRUE(t);
+    jet::Cursor cur(db, *t);
+    ASSERT_EQ(cur.rewind(), jet::OK) << cur.error();
+    jet::Value v;
+    ASSERT_EQ(cur.column(0, v), jet::OK);
+    EXPECT_LT(db.pagesHeld(), 100u); // with the pages read on after each one asked for
+    for (const jet::Table& each : db.tables()) {
+        jet::Cursor all(db, each);
+        jet::Status s = all.rewind();
+        while (s == jet::OK)
+            s = all.next();
+        EXPECT_EQ(s, jet::END) << all.error();
+    }
+    EXPECT_LE(db.pagesHeld(), std::size_t(1024));
+}
+
 TEST(Password, OpenChecksThePassword)
 {
     struct Case {

@@ -1,5 +1,6 @@
 // The suite's lock file: another user holding it refuses our writes by name; we register while we write and
-// leave no trace afterwards; slots left without their lock do not count.
+// clear our slot afterwards (the lock file stays: a user may have just opened it); slots left without their
+// lock do not count.
 #include "jet/create.h"
 #include "jet/ldb.h"
 #include "jet/sqlite_attach.h"
@@ -89,7 +90,7 @@ TEST(JetLdb, OtherUsersRefuseWritesOurSlotComesAndGoes)
     t[0].columns = {{"kubun", jet::Type::Int}, {"top", jet::Type::Float}};
     std::string err;
     ASSERT_EQ(jet::createDatabase(path, "", jet::kSortJapanese, t, &err), jet::OK) << err;
-    EXPECT_FALSE(std::filesystem::exists(ldb)); // making the file registers nobody
+    EXPECT_TRUE(jet::ldbUsers(path).empty()); // making the file leaves nobody registered
     sqlite3* db = nullptr;
     sqlite3_open(":memory:", &db);
     ASSERT_EQ(jet::attach(db, path, "", &err), 0) << err;
@@ -109,7 +110,23 @@ TEST(JetLdb, OtherUsersRefuseWritesOurSlotComesAndGoes)
         EXPECT_EQ(status, 0) << "another process does not see us";
     }
     EXPECT_EQ(exec(db, "COMMIT"), "");
-    EXPECT_FALSE(std::filesystem::exists(ldb));
+    EXPECT_EQ(readFile(ldb), std::vector<std::uint8_t>(64, 0)); // our slot cleared, the file kept
+
+    // A user who opened the lock file while we left keeps the slot they fill there.
+    {
+        EXPECT_EQ(exec(db, "BEGIN; INSERT INTO offset VALUES (5, 6)"), "");
+        int early = ::open(ldb.c_str(), O_RDWR);
+        EXPECT_EQ(exec(db, "COMMIT"), "");
+        unsigned char slot[jet::kLdbSlotSize] = "LATE-PC";
+        EXPECT_EQ(::pwrite(early, slot, sizeof slot, 4 * jet::kLdbSlotSize), jet::kLdbSlotSize);
+        OtherUser late(ldb, jet::kLdbLockBase + 4);
+        auto users = jet::ldbUsers(path);
+        ASSERT_EQ(users.size(), 1u);
+        EXPECT_EQ(users[0].computer, "LATE-PC");
+        ::close(early);
+    }
+    EXPECT_EQ(exec(db, "DELETE FROM offset WHERE kubun = 5"), "");
+    writeSlot(ldb, 4, "", "");
 
     // The suite's users: two slots, one lock beyond them held by another process.
     writeSlot(ldb, 0, "OFFICE-PC", "Admin");

@@ -195,6 +195,32 @@ TEST(JetWrite, TransactionsAndSavepoints)
     EXPECT_EQ(checkProblems(path), "");
 }
 
+// Writes taken back inside a transaction leave the file as it was at COMMIT: a savepoint older than the Jet
+// table's joining the transaction, and a row refused by an index (its index entries undone, nothing rewritten).
+TEST(JetWrite, UndoneWritesLeaveNothingAtCommit)
+{
+    struct Case {
+        const char* what;
+        const char* sql;
+    };
+    const Case cases[] = {
+        {"savepoint older than the join", "BEGIN; SAVEPOINT a; SAVEPOINT b; INSERT INTO Table1 (A, B, E, I) VALUES "
+                                          "('new one', 'new one', 1, 0); ROLLBACK TO a"},
+        {"second key that cannot be written",
+         "BEGIN; INSERT INTO Table1 (A, B, E, I) VALUES ('new one', 'zebra', 1, 0)"},
+    };
+    for (const Case& k : cases) {
+        SCOPED_TRACE(k.what);
+        std::string path = scratchCopy("testV2000.mdb", "undone.mdb");
+        auto original = readFile(path);
+        Conn c(path);
+        c.exec(k.sql);
+        EXPECT_EQ(c.query("SELECT count(*) FROM Table1 WHERE 'new one' IN (A, B)"), "0\n");
+        ASSERT_EQ(c.exec("COMMIT"), "");
+        EXPECT_EQ(readFile(path), original);
+    }
+}
+
 TEST(JetWrite, NumericIndexesStayConsistent)
 {
     std::string path = scratchCopy("indexTestV2000.mdb", "index.mdb");
@@ -258,8 +284,8 @@ void makeJapanese(const std::string& path, const std::string& table)
             c[12] = 0x04;
         }
     }
-    std::ofstream(path, std::ios::binary | std::ios::trunc).write(reinterpret_cast<const char*>(bytes.data()),
-                                                                 static_cast<std::streamsize>(bytes.size()));
+    std::ofstream(path, std::ios::binary | std::ios::trunc)
+        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
 }
 
 // Text keys: written for the characters whose key bytes are confirmed, refused (file untouched) for any other.
@@ -291,8 +317,8 @@ TEST(JetWrite, TextKeysGeneralAndJapanese)
             SCOPED_TRACE(k.a);
             Conn& c = k.japanese ? j : g;
             auto before = readFile(k.japanese ? japanese : general);
-            std::string got = c.exec(std::string("INSERT INTO Table1 (A, B, E, I) VALUES ('") + k.a + "', '" + k.a +
-                                     "', 1, 0)");
+            std::string got =
+                c.exec(std::string("INSERT INTO Table1 (A, B, E, I) VALUES ('") + k.a + "', '" + k.a + "', 1, 0)");
             if (*k.error == 0) {
                 EXPECT_EQ(got, "");
                 // Found again through the index seek.

@@ -1,0 +1,372 @@
+// Several writers and readers of one file, and commits that fail part-way: a journal is played back only by whoever
+// holds the file, a failed commit leaves the file as it was, a journal never lands on another file, and what
+// another program wrote meanwhile is never overwritten.
+#include "jet/jet.h"
+#include "jet/ldb.h"
+#include "jet/sqlite_attach.h"
+#include "jet/tool.h"
+#include "test_util.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sqlite3.h>
+#include <sys/resource.h>
+#include <sys/select.h>
+#include <sys/wait.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <sstream>
+
+namespace
+{
+
+using namespace jettest;
+
+std::string journalOf(const std::string& path)
+{
+    return path + "-pel008-journal";
+}
+
+// "" when the statements ran, else SQLite's message.
+std::string execOn(const std::string& path, const std::string& sql)
+{
+    sqlite3* db = nullptr;
+    sqlite3_open(":memory:", &db);
+    std::string err;
+    if (jet::attach(db, path, "", &err) != 0) {
+        sqlite3_close(db);
+        return "attach: " + err;
+    }
+    char* msg = nullptr;
+    if (sqlite3_exec(db, sql.c_str(), nullptr, nullptr, &msg) != SQLITE_OK) err = msg ? msg : "error";
+    sqlite3_free(msg);
+    sqlite3_close(db);
+    return err;
+}
+
+std::string inserts(int from, int count)
+{
+    std::string sql = "BEGIN;";
+    for (int i = 0; i < count; ++i)
+        sql += "INSERT INTO Table2 (id) VALUES (" + std::to_string(from + i) + ");";
+    return sql + "COMMIT;";
+}
+
+std::size_t rows(const std::string& path)
+{
+    std::ostringstream out;
+    std::string err;
+    EXPECT_EQ(jet::dumpTable(path, "", "Table2", out, &err), 0) << err;
+    std::string s = out.str();
+    return static_cast<std::size_t>(std::count(s.begin(), s.end(), '\n'));
+}
+
+// A child running `sql` on `path` with the given environment; its pid.
+pid_t writer(const std::string& path, const std::string& sql, const char* crashAt)
+{
+    pid_t pid = ::fork();
+    if (pid == 0) {
+        if (crashAt) ::setenv("PEL008_JET_CRASH_AT", crashAt, 1);
+        ::_exit(execOn(path, sql).empty() ? 0 : 4);
+    }
+    return pid;
+}
+
+struct Scratch {
+    std::string base, path;
+    explicit Scratch(const std::string& name)
+    {
+        base = scratchCopy("indexTestV2000.mdb", name);
+        path = base + ".work";
+        std::filesystem::copy_file(base, path, std::filesystem::copy_options::overwrite_existing);
+        std::filesystem::remove(journalOf(path));
+    }
+};
+
+// Pages that were in the file before and that the 300 inserts below change.
+long changedPages(const Scratch& s)
+{
+    std::string probe = s.base + ".probe";
+    std::filesystem::copy_file(s.base, probe, std::filesystem::copy_options::overwrite_existing);
+    EXPECT_EQ(execOn(probe, inserts(700000, 300)), "");
+    auto before = readFile(s.base), after = readFile(probe);
+    long changed = 0;
+    for (std::size_t at = 0; at < before.size(); at += jet::kPageSize)
+        changed += std::memcmp(&after[at], &before[at], jet::kPageSize) != 0;
+    return changed;
+}
+
+// A writer stopped mid-commit (journal forced, some pages written) holds the file: an opener and a check wait
+// for it and give up after the wait limit without touching its journal; continued, the writer commits.
+TEST(JetFault, OpenerLeavesTheJournalOfALiveWriter)
+{
+    Scratch s("live.mdb");
+    std::size_t before = rows(s.path);
+    // stopped after the journal is forced and the first page is written
+    std::string stop = std::to_string(changedPages(s) + 4) + ":stop";
+    pid_t pid = writer(s.path, inserts(700000, 300), stop.c_str());
+    int status = 0;
+    ASSERT_EQ(::waitpid(pid, &status, WUNTRACED), pid);
+    ASSERT_TRUE(WIFSTOPPED(status));
+    ASSERT_TRUE(std::filesystem::exists(journalOf(s.path)));
+    auto midway = readFile(s.path);
+
+    ::setenv("PEL008_LOCK_WAIT_MS", "100", 1);
+    jet::Database reader;
+    EXPECT_EQ(reader.open(s.path, ""), jet::ERR_BUSY) << reader.error();
+    std::ostringstream problems;
+    std::string err;
+    EXPECT_NE(jet::checkFile(s.path, "", problems, &err), 0);
+    EXPECT_EQ(problems.str(), "");
+    ::unsetenv("PEL008_LOCK_WAIT_MS");
+    EXPECT_TRUE(std::filesystem::exists(journalOf(s.path)));
+    EXPECT_EQ(readFile(s.path), midway);
+
+    ::kill(pid, SIGCONT);
+    ASSERT_EQ(::waitpid(pid, &status, 0), pid);
+    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    jet::Database after;
+    ASSERT_EQ(after.open(s.path, ""), jet::OK) << after.error();
+    EXPECT_EQ(after.notice(), "");
+    EXPECT_EQ(rows(s.path), before + 300);
+    EXPECT_EQ(checkProblems(s.path), "");
+}
+
+// A commit whose file cannot grow (the size limit stands for a full disk): the pages it wrote go back, the
+// journal goes, and the next commit of the same process works.
+TEST(JetFault, CommitThatCannotWriteLeavesTheFileAsItWas)
+{
+    Scratch s("full.mdb");
+    auto original = readFile(s.path);
+    pid_t pid = ::fork();
+    if (pid == 0) {
+        ::signal(SIGXFSZ, SIG_IGN);
+        sqlite3* db = nullptr;
+        sqlite3_open(":memory:", &db);
+        std::string err;
+        if (jet::attach(db, s.path, "", &err) != 0) ::_exit(2);
+        struct rlimit lim {
+        };
+        ::getrlimit(RLIMIT_FSIZE, &lim);
+        struct rlimit tight = lim;
+        tight.rlim_cur = std::filesystem::file_size(s.path);
+        ::setrlimit(RLIMIT_FSIZE, &tight);
+        // many new pages: the file must grow, the journal of the few changed ones fits
+        if (sqlite3_exec(db, inserts(800000, 3000).c_str(), nullptr, nullptr, nullptr) == SQLITE_OK) ::_exit(3);
+        sqlite3_exec(db, "ROLLBACK", nullptr, nullptr, nullptr);
+        if (readFile(s.path) != original) ::_exit(4);
+        if (std::filesystem::exists(journalOf(s.path))) ::_exit(5);
+        ::setrlimit(RLIMIT_FSIZE, &lim);
+        if (sqlite3_exec(db, inserts(800000, 3000).c_str(), nullptr, nullptr, nullptr) != SQLITE_OK) ::_exit(6);
+        sqlite3_close(db);
+        ::_exit(0);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(pid, &status, 0), pid);
+    ASSERT_TRUE(WIFEXITED(status)) << status;
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+    EXPECT_EQ(checkProblems(s.path), "");
+    EXPECT_FALSE(std::filesystem::exists(journalOf(s.path)));
+}
+
+// A journal a crash left is played back only on the file it was written for: a restored backup or a compacted
+// file under the same name is refused and both stay as they are.
+TEST(JetFault, JournalIsRefusedForAnotherFile)
+{
+    struct Case {
+        const char* what;
+        std::function<void(const Scratch&)> replace;
+    };
+    const Case cases[] = {
+        {"a backup of the day before",
+         [](const Scratch& s) {
+             std::string old = s.base + ".old";
+             std::filesystem::copy_file(s.base, old, std::filesystem::copy_options::overwrite_existing);
+             ASSERT_EQ(execOn(old, inserts(900000, 20)), "");
+             std::filesystem::copy_file(old, s.path, std::filesystem::copy_options::overwrite_existing);
+         }},
+        {"another file (a compacted one)",
+         [](const Scratch& s) {
+             std::filesystem::copy_file(corpus("bigIndexTestV2000.mdb"), s.path,
+                                        std::filesystem::copy_options::overwrite_existing);
+         }},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        Scratch s("other.mdb");
+        pid_t pid = writer(s.path, inserts(700000, 300), "6");
+        int status = 0;
+        ::waitpid(pid, &status, 0);
+        ASSERT_TRUE(WIFSIGNALED(status));
+        ASSERT_TRUE(std::filesystem::exists(journalOf(s.path)));
+        c.replace(s);
+        auto replaced = readFile(s.path);
+        jet::Database db;
+        EXPECT_EQ(db.open(s.path, ""), jet::ERR_CORRUPT) << db.error();
+        EXPECT_NE(db.error().find("not the file its journal"), std::string::npos) << db.error();
+        EXPECT_TRUE(std::filesystem::exists(journalOf(s.path)));
+        EXPECT_EQ(readFile(s.path), replaced);
+    }
+}
+
+// What begin() saw is checked again before the journal: a change by another program, or a user of the suite who
+// came meanwhile, refuses the commit and leaves their file alone.
+TEST(JetFault, CommitRechecksTheFileAndItsUsers)
+{
+    struct Case {
+        const char* what;
+        // what happens meanwhile; a lock it takes lasts as long as the File it gives back
+        std::function<std::shared_ptr<jet::os::File>(const std::string&)> meanwhile;
+        const char* error;
+        std::uint32_t rowsTheyAdded;
+    };
+    const Case cases[] = {
+        {"another program wrote",
+         [](const std::string& path) {
+             // a row more, written elsewhere and copied over the file in place
+             std::string other = path + ".other";
+             std::filesystem::copy_file(path, other, std::filesystem::copy_options::overwrite_existing);
+             EXPECT_EQ(execOn(other, inserts(777777, 1)), "");
+             auto bytes = readFile(other);
+             std::ofstream(path, std::ios::binary | std::ios::trunc)
+                 .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+             std::filesystem::last_write_time(path,
+                                              std::filesystem::file_time_type::clock::now() + std::chrono::seconds(5));
+             return nullptr;
+         },
+         "was changed by another program", 1},
+        {"a user of the suite opened it",
+         [](const std::string& path) {
+             auto ldb = std::make_shared<jet::os::File>();
+             EXPECT_TRUE(ldb->open(jet::ldbPath(path), jet::os::Mode::ReadWrite));
+             EXPECT_EQ(ldb->lock(jet::kLdbLockBase + 7, 1, true, 0), jet::os::Lock::Got);
+             char slot[jet::kLdbSlotSize] = "PC07";
+             std::memcpy(slot + 32, "Admin", 5);
+             EXPECT_TRUE(ldb->write(slot, sizeof slot, 7 * jet::kLdbSlotSize));
+             return ldb;
+         },
+         "PC07 の Admin で使用中です", 0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        Scratch s("recheck.mdb");
+        jet::Database db;
+        ASSERT_EQ(db.open(s.path, ""), jet::OK) << db.error();
+        const jet::Table* t = db.table("Table2");
+        ASSERT_TRUE(t);
+        const std::uint32_t rowsBefore = t->rowCount;
+        ASSERT_EQ(db.begin(), jet::OK) << db.error();
+        std::vector<jet::Value> v(t->columns.size());
+        for (std::size_t k = 0; k < t->columns.size(); ++k)
+            if (t->columns[k].name == "id") {
+                v[k].null = false;
+                v[k].i = 123456;
+            }
+        jet::RowId id = 0;
+        ASSERT_EQ(db.insertRow(*t, v, &id), jet::OK) << db.error();
+        auto holder = c.meanwhile(s.path);
+        auto theirs = readFile(s.path);
+        EXPECT_EQ(db.commit(), jet::ERR_BUSY);
+        EXPECT_NE(db.error().find(c.error), std::string::npos) << db.error();
+        EXPECT_EQ(db.rollback(), jet::OK) << db.error();
+        EXPECT_EQ(readFile(s.path), theirs);
+        EXPECT_FALSE(std::filesystem::exists(journalOf(s.path)));
+        // The next write starts from what they wrote: a changed file is read again, nothing kept from before.
+        holder.reset();
+        ASSERT_EQ(db.begin(), jet::OK) << db.error();
+        EXPECT_EQ(db.table("Table2")->rowCount, rowsBefore + c.rowsTheyAdded);
+        EXPECT_EQ(db.rollback(), jet::OK);
+    }
+}
+
+} // namespace
+
+namespace
+{
+
+// Three writers of one file at once, each committing its own rows, one keeping its connection open throughout, the
+// others opening the file for every save; a fourth process checks the file meanwhile. Every commit is waited for,
+// not refused; every row reported saved is there; every check finds the file whole.
+TEST(JetFault, WritersWaitForEachOtherAndChecksStayClean)
+{
+    Scratch s("stress.mdb");
+    ::setenv("PEL008_LOCK_WAIT_MS", "20000", 1);
+    std::size_t before = rows(s.path);
+    constexpr int kWriters = 3, kSaves = 40;
+    std::vector<pid_t> writers;
+    for (int w = 0; w < kWriters; ++w) {
+        pid_t pid = ::fork();
+        if (pid == 0) {
+            int failed = 0;
+            sqlite3* kept = nullptr;
+            std::string err;
+            if (w == 0) {
+                sqlite3_open(":memory:", &kept);
+                if (jet::attach(kept, s.path, "", &err) != 0) ::_exit(100);
+            }
+            for (int i = 0; i < kSaves; ++i) {
+                std::string sql = inserts(1000000 + w * 1000 + i * 2, 2);
+                if (kept) {
+                    char* msg = nullptr;
+                    if (sqlite3_exec(kept, sql.c_str(), nullptr, nullptr, &msg) != SQLITE_OK) {
+                        std::fprintf(stderr, "writer %d: %s\n", w, msg ? msg : "?");
+                        sqlite3_exec(kept, "ROLLBACK", nullptr, nullptr, nullptr);
+                        ++failed;
+                    }
+                    sqlite3_free(msg);
+                } else if (std::string e = execOn(s.path, sql); !e.empty()) {
+                    std::fprintf(stderr, "writer %d: %s\n", w, e.c_str());
+                    ++failed;
+                }
+            }
+            if (kept) sqlite3_close(kept);
+            ::_exit(failed);
+        }
+        writers.push_back(pid);
+    }
+    int pipeFd[2];
+    ASSERT_EQ(::pipe(pipeFd), 0);
+    pid_t checker = ::fork();
+    if (checker == 0) {
+        ::close(pipeFd[1]);
+        int bad = 0, checks = 0;
+        char c;
+        // until the writers are done (the pipe closes)
+        for (;;) {
+            std::ostringstream problems;
+            std::string err;
+            if (jet::checkFile(s.path, "", problems, &err) != 0) {
+                std::fprintf(stderr, "check: %s\n%s", err.c_str(), problems.str().c_str());
+                ++bad;
+            }
+            ++checks;
+            struct timeval tv {
+            };
+            fd_set set;
+            FD_ZERO(&set);
+            FD_SET(pipeFd[0], &set);
+            if (::select(pipeFd[0] + 1, &set, nullptr, nullptr, &tv) > 0 && ::read(pipeFd[0], &c, 1) <= 0) break;
+        }
+        ::_exit(checks > 1 && bad == 0 ? 0 : 1);
+    }
+    ::close(pipeFd[0]);
+    for (pid_t pid : writers) {
+        int status = 0;
+        ASSERT_EQ(::waitpid(pid, &status, 0), pid);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "saves refused: " << WEXITSTATUS(status);
+    }
+    ::close(pipeFd[1]);
+    int status = 0;
+    ASSERT_EQ(::waitpid(checker, &status, 0), checker);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "a check found damage or never ran";
+    ::unsetenv("PEL008_LOCK_WAIT_MS");
+    EXPECT_EQ(rows(s.path), before + kWriters * kSaves * 2);
+    EXPECT_EQ(checkProblems(s.path), "");
+    EXPECT_FALSE(std::filesystem::exists(journalOf(s.path)));
+}
+
+} // namespace
