@@ -1,15 +1,13 @@
 // A new Jet 4 file: header, catalogue (MSysObjects) and the given tables with their indexes, no rows.
-#include "jet/bytes.h"
 #include "jet/create.h"
+#include "jet/bytes.h"
+#include "jet/file.h"
 #include "jet/keys.h"
 #include "jet/props.h"
 #include "jet/tool.h"
 
-#include <sys/stat.h>
-
 #include <cstring>
 #include <ctime>
-#include <fstream>
 #include <map>
 
 namespace jet
@@ -202,14 +200,22 @@ TableDef catalogueDef()
 {
     TableDef s;
     s.name = "MSysObjects";
-    s.columns = {{"Id", Type::Long, 0, true},           {"ParentId", Type::Long, 0, true},
-                 {"Name", Type::Text, 128, true},       {"Type", Type::Int, 0, true},
-                 {"DateCreate", Type::DateTime, 0, true}, {"DateUpdate", Type::DateTime, 0, true},
-                 {"Owner", Type::Binary, 255, false},   {"Flags", Type::Long, 0, false},
-                 {"Database", Type::Memo, 0, false},    {"Connect", Type::Memo, 0, false},
-                 {"ForeignName", Type::Text, 128, false}, {"RmtInfoShort", Type::Binary, 255, false},
-                 {"RmtInfoLong", Type::Ole, 0, false},  {"Lv", Type::Ole, 0, false},
-                 {"LvProp", Type::Ole, 0, false},       {"LvModule", Type::Ole, 0, false},
+    s.columns = {{"Id", Type::Long, 0, true},
+                 {"ParentId", Type::Long, 0, true},
+                 {"Name", Type::Text, 128, true},
+                 {"Type", Type::Int, 0, true},
+                 {"DateCreate", Type::DateTime, 0, true},
+                 {"DateUpdate", Type::DateTime, 0, true},
+                 {"Owner", Type::Binary, 255, false},
+                 {"Flags", Type::Long, 0, false},
+                 {"Database", Type::Memo, 0, false},
+                 {"Connect", Type::Memo, 0, false},
+                 {"ForeignName", Type::Text, 128, false},
+                 {"RmtInfoShort", Type::Binary, 255, false},
+                 {"RmtInfoLong", Type::Ole, 0, false},
+                 {"Lv", Type::Ole, 0, false},
+                 {"LvProp", Type::Ole, 0, false},
+                 {"LvModule", Type::Ole, 0, false},
                  {"LvExtra", Type::Ole, 0, false}};
     return s;
 }
@@ -224,8 +230,7 @@ double nowDays()
 Status createDatabase(const std::string& path, const std::string& password, std::uint16_t sortOrder,
                       const std::vector<TableDef>& tables, std::string* error)
 {
-    struct stat st;
-    if (::stat(path.c_str(), &st) == 0) {
+    if (os::exists(path)) {
         if (error) *error = "'" + path + "' exists already.";
         return ERR_ARG;
     }
@@ -269,10 +274,15 @@ Status createDatabase(const std::string& path, const std::string& password, std:
     std::memcpy(h + kHeaderCryptOffset, block, kHeaderCryptLen);
 
     {
-        std::ofstream out(path, std::ios::binary | std::ios::trunc);
-        out.write(reinterpret_cast<const char*>(b.bytes.data()), static_cast<std::streamsize>(b.bytes.size()));
-        if (!out.flush()) {
-            if (error) *error = "Cannot write '" + path + "'.";
+        os::File out;
+        if (!out.open(path, os::Mode::CreateNew)) {
+            if (error) *error = "Cannot make '" + path + "': " + os::lastError();
+            return ERR_IO;
+        }
+        if (!out.write(b.bytes.data(), b.bytes.size(), 0) || !out.sync()) {
+            if (error) *error = "Cannot write '" + path + "': " + os::lastError();
+            out.close();
+            os::remove(path);
             return ERR_IO;
         }
     }
@@ -332,12 +342,12 @@ Status createDatabase(const std::string& path, const std::string& password, std:
     if (s == OK) s = db.commit();
     if (s != OK) {
         if (error) *error = db.error();
-        std::remove(path.c_str());
+        os::remove(path);
         return s;
     }
     if (!password.empty()) {
         if (int r = setPassword(path, password, error); r != OK) {
-            std::remove(path.c_str());
+            os::remove(path);
             return static_cast<Status>(r);
         }
     }

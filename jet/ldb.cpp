@@ -1,10 +1,6 @@
 #include "jet/ldb.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
+#include <algorithm>
 #include <cstring>
 
 namespace jet
@@ -31,26 +27,21 @@ std::string field(const unsigned char* p)
     return s;
 }
 
-// Someone else holds a lock on some byte beyond the slots. Open-file-description locks: closing another
-// descriptor of the file in this process (a second engine, a check) does not drop ours, and a lock taken
-// through another descriptor, even in this process, counts.
-bool heldByOthers(int fd)
+// Someone else holds a lock on some byte beyond the slots. The file layer's locks belong to the open file:
+// closing another descriptor of the file in this process (a second engine, a check) does not drop ours, and a
+// lock taken through another open of the file, even in this process, counts.
+bool heldByOthers(const os::File& f)
 {
-    struct flock fl {
-    };
-    fl.l_type = F_WRLCK;
-    fl.l_whence = SEEK_SET;
-    fl.l_start = kLdbLockBase;
-    fl.l_len = 0; // to the end of any range
-    return ::fcntl(fd, F_OFD_GETLK, &fl) == 0 && fl.l_type != F_UNLCK;
+    return f.lockedByOthers(static_cast<std::uint64_t>(kLdbLockBase), 0);
 }
 
-std::vector<unsigned char> readSlots(int fd)
+std::vector<unsigned char> readSlots(const os::File& f)
 {
     std::vector<unsigned char> b(static_cast<std::size_t>(kLdbLockBase), 0);
-    ssize_t n = ::pread(fd, b.data(), b.size(), 0);
-    b.resize(n > 0 ? static_cast<std::size_t>(n) : 0);
-    b.resize(static_cast<std::size_t>(kLdbLockBase), 0);
+    std::uint64_t size = 0;
+    if (!f.size(&size)) return b;
+    std::size_t n = static_cast<std::size_t>(std::min<std::uint64_t>(size, b.size()));
+    if (n > 0 && !f.read(b.data(), n, 0)) std::fill(b.begin(), b.end(), 0);
     return b;
 }
 
@@ -68,7 +59,7 @@ std::vector<LdbUser> filled(const std::vector<unsigned char>& b, int skip)
 
 std::string ldbPath(const std::string& dbPath)
 {
-    std::size_t slash = dbPath.find_last_of('/');
+    std::size_t slash = dbPath.find_last_of(os::kPathSeparators);
     std::size_t dot = dbPath.find_last_of('.');
     if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) return dbPath + ".ldb";
     return dbPath.substr(0, dot) + ".ldb";
@@ -76,36 +67,25 @@ std::string ldbPath(const std::string& dbPath)
 
 std::string ldbComputerName()
 {
-    char host[256] = {};
-    if (::gethostname(host, sizeof host - 1) != 0 || !host[0]) return "localhost";
-    std::string s(host);
-    return s.substr(0, 31);
+    return os::hostName().substr(0, 31);
 }
 
 std::vector<LdbUser> ldbUsers(const std::string& dbPath)
 {
-    int fd = ::open(ldbPath(dbPath).c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return {};
-    std::vector<LdbUser> out;
-    // asking about a write lock needs no write access
-    if (heldByOthers(fd)) out = filled(readSlots(fd), -1);
-    ::close(fd);
-    return out;
+    os::File f;
+    if (!f.open(ldbPath(dbPath), os::Mode::Read)) return {};
+    return heldByOthers(f) ? filled(readSlots(f), -1) : std::vector<LdbUser>{};
 }
 
 std::string LdbRegistration::enter(const std::string& dbPath, std::vector<LdbUser>* others)
 {
     leave();
     path_ = ldbPath(dbPath);
-    made_ = false;
-    fd_ = ::open(path_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (fd_ >= 0)
-        made_ = true;
-    else if (errno == EEXIST)
-        fd_ = ::open(path_.c_str(), O_RDWR | O_CLOEXEC);
-    if (fd_ < 0) return "Cannot open the lock file '" + path_ + "': " + std::strerror(errno);
-    std::vector<unsigned char> b = readSlots(fd_);
-    if (heldByOthers(fd_)) {
+    if (!file_.open(path_, os::Mode::ReadWrite) && !file_.open(path_, os::Mode::CreateNew) &&
+        !file_.open(path_, os::Mode::ReadWrite))
+        return "Cannot open the lock file '" + path_ + "': " + os::lastError();
+    std::vector<unsigned char> b = readSlots(file_);
+    if (heldByOthers(file_)) {
         *others = filled(b, -1);
         if (others->empty()) others->push_back({"?", "?"});
         leave();
@@ -126,15 +106,9 @@ std::string LdbRegistration::enter(const std::string& dbPath, std::vector<LdbUse
         leave();
         return "The lock file '" + path_ + "' has no free slot.";
     }
-    struct flock fl {
-    };
-    fl.l_type = F_WRLCK;
-    fl.l_whence = SEEK_SET;
-    fl.l_start = kLdbLockBase + slot_;
-    fl.l_len = 1;
-    if (::pwrite(fd_, mine, sizeof mine, off_t(slot_) * kLdbSlotSize) != kLdbSlotSize ||
-        ::fcntl(fd_, F_OFD_SETLK, &fl) != 0) {
-        std::string why = "Cannot register in the lock file '" + path_ + "': " + std::strerror(errno);
+    if (!file_.write(mine, sizeof mine, std::uint64_t(slot_) * kLdbSlotSize) ||
+        file_.lock(std::uint64_t(kLdbLockBase + slot_), 1, true, 0) != os::Lock::Got) {
+        std::string why = "Cannot register in the lock file '" + path_ + "': " + os::lastError();
         leave();
         return why;
     }
@@ -143,27 +117,25 @@ std::string LdbRegistration::enter(const std::string& dbPath, std::vector<LdbUse
 
 std::vector<LdbUser> LdbRegistration::others() const
 {
-    if (fd_ < 0 || !heldByOthers(fd_)) return {};
-    std::vector<LdbUser> out = filled(readSlots(fd_), slot_);
+    if (!file_.isOpen() || !heldByOthers(file_)) return {};
+    std::vector<LdbUser> out = filled(readSlots(file_), slot_);
     if (out.empty()) out.push_back({"?", "?"});
     return out;
 }
 
 void LdbRegistration::leave()
 {
-    if (fd_ < 0) return;
+    if (!file_.isOpen()) return;
     if (slot_ >= 0) {
         static const unsigned char zero[kLdbSlotSize] = {};
-        if (::pwrite(fd_, zero, sizeof zero, off_t(slot_) * kLdbSlotSize) != kLdbSlotSize) {
+        if (!file_.write(zero, sizeof zero, std::uint64_t(slot_) * kLdbSlotSize)) {
             // the slot stays filled; without our lock it counts as left behind
         }
     }
-    // The last one out removes a lock file we made, as the engine does.
-    if (made_ && slot_ >= 0 && filled(readSlots(fd_), -1).empty() && !heldByOthers(fd_)) ::unlink(path_.c_str());
-    ::close(fd_); // gives our lock back
-    fd_ = -1;
+    // The lock file stays even when we made it and no slot is filled: someone may have opened it since we looked
+    // and would write their slot into a removed file.
+    file_.close(); // gives our lock back
     slot_ = -1;
-    made_ = false;
 }
 
 } // namespace jet

@@ -9,8 +9,10 @@
 // ended without clearing them and are ignored.
 //
 // We register while we write: our computer name and "Admin" in a free slot (or a slot of ours left by a crash),
-// and a lock on byte 16320 + slot; the slot is cleared and the lock given back when the write ends, and a lock
-// file we made is removed again when no slot is left filled.
+// and a lock on byte 16320 + slot; the slot is cleared and the lock given back when the write ends. The lock file
+// itself stays: removing it could take the slot of a user who opened it just before.
+#include "jet/file.h"
+
 #include <string>
 #include <vector>
 
@@ -43,9 +45,8 @@ public:
     std::vector<LdbUser> others() const;
 
 private:
-    int fd_ = -1;
+    os::File file_;
     int slot_ = -1;
-    bool made_ = false;
     std::string path_;
 };
 

@@ -5,7 +5,6 @@
 #include <charconv>
 #include <cmath>
 #include <cstdio>
-#include <fstream>
 
 namespace jet
 {
@@ -305,11 +304,10 @@ int setPassword(const std::string& path, const std::string& newPassword, std::st
     };
     std::u16string pw = utf8ToUtf16(newPassword);
     if (pw.size() > kPasswordLen / 2) return failWith(ERR_ARG, "A database password has at most 20 characters.");
-    std::fstream f(path, std::ios::in | std::ios::out | std::ios::binary);
-    if (!f) return failWith(ERR_IO, "Cannot open '" + path + "' for writing.");
+    os::File f;
+    if (!f.open(path, os::Mode::ReadWrite)) return failWith(ERR_IO, "Cannot open '" + path + "' for writing.");
     std::uint8_t head[kHeaderCryptOffset + kHeaderCryptLen];
-    if (!f.read(reinterpret_cast<char*>(head), sizeof head))
-        return failWith(ERR_FORMAT, "'" + path + "' is not a Jet database file.");
+    if (!f.read(head, sizeof head, 0)) return failWith(ERR_FORMAT, "'" + path + "' is not a Jet database file.");
     if (head[0] != 0 || std::memcmp(head + 4, "Standard Jet DB", 15) != 0)
         return failWith(ERR_FORMAT, "'" + path + "' is not a Jet database file.");
     if (head[0x14] != 1) return failWith(ERR_FORMAT, "'" + path + "' is not a Jet 4 database.");
@@ -328,8 +326,7 @@ int setPassword(const std::string& path, const std::string& newPassword, std::st
         pwd[i] = static_cast<std::uint8_t>(plain ^ (mask >> (8 * (i % 4)) & 0xFF));
     }
     rc4(key, 4, hdr, kHeaderCryptLen);
-    f.seekp(static_cast<std::streamoff>(kHeaderCryptOffset));
-    if (!f.write(reinterpret_cast<const char*>(hdr), kHeaderCryptLen) || !f.flush())
+    if (!f.write(hdr, kHeaderCryptLen, kHeaderCryptOffset) || !f.sync())
         return failWith(ERR_IO, "Cannot write '" + path + "'.");
     return OK;
 }

@@ -1,5 +1,6 @@
 // The suite's lock file: another user holding it refuses our writes by name; we register while we write and
-// leave no trace afterwards; slots left without their lock do not count.
+// clear our slot afterwards (the lock file stays: a user may have just opened it); slots left without their lock do not
+// count.
 #include "jet/create.h"
 #include "jet/ldb.h"
 #include "jet/sqlite_attach.h"
@@ -12,7 +13,8 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
-namespace {
+namespace
+{
 
 using namespace jettest;
 
@@ -47,7 +49,8 @@ struct OtherUser {
         pid = ::fork();
         if (pid == 0) {
             int fd = ::open(ldb.c_str(), O_RDWR);
-            struct flock fl {};
+            struct flock fl {
+            };
             fl.l_type = F_WRLCK;
             fl.l_whence = SEEK_SET;
             fl.l_start = byte;
@@ -66,8 +69,7 @@ struct OtherUser {
     ~OtherUser() { leave(); }
     void leave()
     {
-        if (pid <= 0)
-            return;
+        if (pid <= 0) return;
         char c = 'x';
         (void)!::write(go[1], &c, 1);
         ::waitpid(pid, nullptr, 0);
@@ -89,7 +91,7 @@ TEST(JetLdb, OtherUsersRefuseWritesOurSlotComesAndGoes)
     t[0].columns = {{"kubun", jet::Type::Int}, {"top", jet::Type::Float}};
     std::string err;
     ASSERT_EQ(jet::createDatabase(path, "", jet::kSortJapanese, t, &err), jet::OK) << err;
-    EXPECT_FALSE(std::filesystem::exists(ldb)); // making the file registers nobody
+    EXPECT_TRUE(jet::ldbUsers(path).empty()); // making the file leaves nobody registered
     sqlite3* db = nullptr;
     sqlite3_open(":memory:", &db);
     ASSERT_EQ(jet::attach(db, path, "", &err), 0) << err;
@@ -102,14 +104,29 @@ TEST(JetLdb, OtherUsersRefuseWritesOurSlotComesAndGoes)
         EXPECT_EQ(std::string(reinterpret_cast<const char*>(bytes.data())), jet::ldbComputerName());
         EXPECT_EQ(std::string(reinterpret_cast<const char*>(bytes.data() + 32)), "Admin");
         pid_t child = ::fork();
-        if (child == 0)
-            ::_exit(jet::ldbUsers(path).size() == 1 ? 0 : 1);
+        if (child == 0) ::_exit(jet::ldbUsers(path).size() == 1 ? 0 : 1);
         int status = -1;
         ::waitpid(child, &status, 0);
         EXPECT_EQ(status, 0) << "another process does not see us";
     }
     EXPECT_EQ(exec(db, "COMMIT"), "");
-    EXPECT_FALSE(std::filesystem::exists(ldb));
+    EXPECT_EQ(readFile(ldb), std::vector<std::uint8_t>(64, 0)); // our slot cleared, the file kept
+
+    // A user who opened the lock file while we left keeps the slot they fill there.
+    {
+        EXPECT_EQ(exec(db, "BEGIN; INSERT INTO offset VALUES (5, 6)"), "");
+        int early = ::open(ldb.c_str(), O_RDWR);
+        EXPECT_EQ(exec(db, "COMMIT"), "");
+        unsigned char slot[jet::kLdbSlotSize] = "LATE-PC";
+        EXPECT_EQ(::pwrite(early, slot, sizeof slot, 4 * jet::kLdbSlotSize), jet::kLdbSlotSize);
+        OtherUser late(ldb, jet::kLdbLockBase + 4);
+        auto users = jet::ldbUsers(path);
+        ASSERT_EQ(users.size(), 1u);
+        EXPECT_EQ(users[0].computer, "LATE-PC");
+        ::close(early);
+    }
+    EXPECT_EQ(exec(db, "DELETE FROM offset WHERE kubun = 5"), "");
+    writeSlot(ldb, 4, "", "");
 
     // The suite's users: two slots, one lock beyond them held by another process.
     writeSlot(ldb, 0, "OFFICE-PC", "Admin");
