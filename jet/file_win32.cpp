@@ -127,40 +127,44 @@ void File::close()
     writable_ = false;
 }
 
-bool File::read(void* buf, std::size_t n, std::uint64_t offset) const
+namespace
 {
-    auto* p = static_cast<std::uint8_t*>(buf);
+
+// Moves n bytes at `offset` in pieces a DWORD can count; a call that moves nothing ends it with `none`.
+template <class Call> bool inPieces(std::uint8_t* p, std::size_t n, std::uint64_t offset, DWORD none, Call call)
+{
     while (n > 0) {
-        DWORD want = DWORD(std::min<std::size_t>(n, 1u << 30)), got = 0;
+        DWORD want = DWORD(std::min<std::size_t>(n, 1u << 30)), done = 0;
         OVERLAPPED o = at(offset);
-        if (!::ReadFile(handleOf(fd_), p, want, &got, &o)) return failed();
-        if (got == 0) {
-            lastCode = ERROR_HANDLE_EOF;
+        if (!call(p, want, &done, &o)) return failed();
+        if (done == 0) {
+            lastCode = none;
             return false;
         }
-        p += got;
-        n -= got;
-        offset += got;
+        p += done;
+        n -= done;
+        offset += done;
     }
     return true;
 }
 
+} // namespace
+
+bool File::read(void* buf, std::size_t n, std::uint64_t offset) const
+{
+    HANDLE h = handleOf(fd_);
+    return inPieces(
+        static_cast<std::uint8_t*>(buf), n, offset, ERROR_HANDLE_EOF,
+        [h](std::uint8_t* p, DWORD want, DWORD* done, OVERLAPPED* o) { return ::ReadFile(h, p, want, done, o) != 0; });
+}
+
 bool File::write(const void* buf, std::size_t n, std::uint64_t offset)
 {
-    const auto* p = static_cast<const std::uint8_t*>(buf);
-    while (n > 0) {
-        DWORD want = DWORD(std::min<std::size_t>(n, 1u << 30)), put = 0;
-        OVERLAPPED o = at(offset);
-        if (!::WriteFile(handleOf(fd_), p, want, &put, &o)) return failed();
-        if (put == 0) {
-            lastCode = ERROR_WRITE_FAULT;
-            return false;
-        }
-        p += put;
-        n -= put;
-        offset += put;
-    }
-    return true;
+    HANDLE h = handleOf(fd_);
+    return inPieces(const_cast<std::uint8_t*>(static_cast<const std::uint8_t*>(buf)), n, offset, ERROR_WRITE_FAULT,
+                    [h](const std::uint8_t* p, DWORD want, DWORD* done, OVERLAPPED* o) {
+                        return ::WriteFile(h, p, want, done, o) != 0;
+                    });
 }
 
 bool File::sync()
@@ -263,8 +267,7 @@ bool identity(const std::string& path, Identity* out)
     bool ok = ::GetFileInformationByHandle(h, &info) != 0;
     if (!ok) failed();
     ::CloseHandle(h);
-    if (ok)
-        *out = {info.dwVolumeSerialNumber, std::uint64_t(info.nFileIndexHigh) << 32 | info.nFileIndexLow};
+    if (ok) *out = {info.dwVolumeSerialNumber, std::uint64_t(info.nFileIndexHigh) << 32 | info.nFileIndexLow};
     return ok;
 }
 
@@ -316,7 +319,8 @@ void syncDirectoryOf(const std::string&)
 bool rename(const std::string& from, const std::string& to)
 {
     std::wstring a = pathOf(from), b = pathOf(to);
-    return !a.empty() && !b.empty() && ::MoveFileExW(a.c_str(), b.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)
+    return !a.empty() && !b.empty() &&
+                   ::MoveFileExW(a.c_str(), b.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)
                ? true
                : failed();
 }
@@ -324,9 +328,9 @@ bool rename(const std::string& from, const std::string& to)
 std::string lastError()
 {
     wchar_t* text = nullptr;
-    DWORD n = ::FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
-                               nullptr, lastCode, MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT),
-                               reinterpret_cast<wchar_t*>(&text), 0, nullptr);
+    DWORD n = ::FormatMessageW(
+        FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, lastCode,
+        MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT), reinterpret_cast<wchar_t*>(&text), 0, nullptr);
     std::string s = n ? narrow(text, int(n)) : std::string();
     if (text) ::LocalFree(text);
     while (!s.empty() && (s.back() == '\n' || s.back() == '\r' || s.back() == ' ' || s.back() == '.'))

@@ -56,7 +56,8 @@ TEST(JetKill, FileIsBeforeOrAfterTheTransaction)
     std::string base = scratchCopy("indexTestV2000.mdb", "kill-base.mdb");
     std::string path = base + ".work";
     auto reset = [&] {
-        std::filesystem::copy_file(base, path, std::filesystem::copy_options::overwrite_existing);
+        std::filesystem::remove(path); // MinGW's copy_file does not overwrite
+        std::filesystem::copy_file(base, path);
         std::filesystem::remove(path + "-pel008-journal");
     };
     auto before = readFile(base);

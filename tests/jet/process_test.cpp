@@ -30,7 +30,7 @@ std::string scratchDir(const std::string& utf8Name)
     return std::string(s.begin(), s.end());
 }
 
-// Rows inserted one by one, each its own write; the exit code says how beyond it got.
+// Rows inserted one by one, each its own write; the exit code says how far it got.
 [[noreturn]] void insertRows(const std::string& path, int first, int count)
 {
     sqlite3* db = nullptr;
@@ -48,9 +48,8 @@ std::string scratchDir(const std::string& utf8Name)
     std::_Exit(0);
 }
 
-const bool isChild = childDoes("insert", [] {
-    insertRows(envValue("JET_TEST_PATH"), std::atoi(envValue("JET_TEST_FIRST").c_str()), 25);
-});
+const bool isChild = childDoes(
+    "insert", [] { insertRows(envValue("JET_TEST_PATH"), std::atoi(envValue("JET_TEST_FIRST").c_str()), 25); });
 
 TEST(JetFile, LocksBelongToTheOpenFile)
 {
@@ -60,8 +59,8 @@ TEST(JetFile, LocksBelongToTheOpenFile)
     ASSERT_TRUE(b.open(path, Mode::ReadWrite));
     ASSERT_TRUE(c.open(path, Mode::Read));
     ASSERT_TRUE(d.open(path, Mode::ReadWrite));
-    const std::uint64_t beyond = std::uint64_t(1) << 31;
-    EXPECT_EQ(a.lock(beyond, 1, true, 0), Lock::Got);
+    const std::uint64_t lockAt = std::uint64_t(1) << 31;
+    EXPECT_EQ(a.lock(lockAt, 1, true, 0), Lock::Got);
     struct Case {
         const char* what;
         const File& asker;
@@ -69,35 +68,35 @@ TEST(JetFile, LocksBelongToTheOpenFile)
         bool others;
     };
     const Case cases[] = {
-        {"our own lock is not another's", a, beyond, 0, false},
-        {"another open of the file sees it", b, beyond, 0, true},
+        {"our own lock is not another's", a, lockAt, 0, false},
+        {"another open of the file sees it", b, lockAt, 0, true},
         {"a read-only open sees it too", c, 0, 0, true},
-        {"a range before it is free", b, 0, beyond, false},
-        {"a range after it is free", b, beyond + 1, 100, false},
+        {"a range before it is free", b, 0, lockAt, false},
+        {"a range after it is free", b, lockAt + 1, 100, false},
     };
     for (const Case& k : cases)
         EXPECT_EQ(k.asker.lockedByOthers(k.at, k.len), k.others) << k.what;
 
-    EXPECT_EQ(b.lock(beyond, 1, true, 0), Lock::Busy);
-    EXPECT_EQ(b.lock(beyond, 1, false, 0), Lock::Busy);
+    EXPECT_EQ(b.lock(lockAt, 1, true, 0), Lock::Busy);
+    EXPECT_EQ(b.lock(lockAt, 1, false, 0), Lock::Busy);
     std::int64_t start = jet::os::monotonicMs();
-    EXPECT_EQ(b.lock(beyond, 1, true, 150), Lock::Busy);
+    EXPECT_EQ(b.lock(lockAt, 1, true, 150), Lock::Busy);
     EXPECT_GE(jet::os::monotonicMs() - start, 140);
-    EXPECT_EQ(b.lock(beyond + 1, 1, true, 0), Lock::Got);
-    EXPECT_TRUE(a.lockedByOthers(beyond, 0)) << "b's byte beside ours";
-    EXPECT_FALSE(b.lockedByOthers(beyond + 1, 1));
+    EXPECT_EQ(b.lock(lockAt + 1, 1, true, 0), Lock::Got);
+    EXPECT_TRUE(a.lockedByOthers(lockAt, 0)) << "b's byte beside ours";
+    EXPECT_FALSE(b.lockedByOthers(lockAt + 1, 1));
 
-    a.unlock(beyond, 1);
-    EXPECT_FALSE(b.lockedByOthers(beyond, 1));
-    EXPECT_EQ(b.lock(beyond, 1, true, 0), Lock::Got);
+    a.unlock(lockAt, 1);
+    EXPECT_FALSE(b.lockedByOthers(lockAt, 1));
+    EXPECT_EQ(b.lock(lockAt, 1, true, 0), Lock::Got);
     b.close(); // closing gives every lock back
-    EXPECT_FALSE(a.lockedByOthers(beyond, 0));
+    EXPECT_FALSE(a.lockedByOthers(lockAt, 0));
 
     // Shared locks share, and keep an exclusive one out.
     ASSERT_TRUE(b.open(path, Mode::ReadWrite));
-    EXPECT_EQ(a.lock(beyond + 5, 1, false, 0), Lock::Got);
-    EXPECT_EQ(b.lock(beyond + 5, 1, false, 0), Lock::Got);
-    EXPECT_EQ(d.lock(beyond + 5, 1, true, 0), Lock::Busy);
+    EXPECT_EQ(a.lock(lockAt + 5, 1, false, 0), Lock::Got);
+    EXPECT_EQ(b.lock(lockAt + 5, 1, false, 0), Lock::Got);
+    EXPECT_EQ(d.lock(lockAt + 5, 1, true, 0), Lock::Busy);
 }
 
 TEST(JetFile, OffsetsBeyondFourGiBAndIdentity)
@@ -109,7 +108,7 @@ TEST(JetFile, OffsetsBeyondFourGiBAndIdentity)
         File f;
         ASSERT_TRUE(f.open(path, Mode::CreateNew));
         const std::uint64_t at = (std::uint64_t(1) << 32) + 4096 + 7;
-        const char text[] = "beyond";
+        const char text[] = "lockAt";
         ASSERT_TRUE(f.write(text, sizeof text, at)) << jet::os::lastError();
         std::uint64_t size = 0;
         ASSERT_TRUE(f.size(&size));
@@ -156,8 +155,10 @@ TEST(JetProcesses, TwoWritersOneFileInAJapaneseFolder)
 
     // Each waits for the other's writes as long as it takes here (instrumented, or under an emulator).
     Child one, two;
-    ASSERT_TRUE(one.start("insert", {{"JET_TEST_PATH", path}, {"JET_TEST_FIRST", "1000"}, {"PEL008_LOCK_WAIT_MS", "20000"}}));
-    ASSERT_TRUE(two.start("insert", {{"JET_TEST_PATH", path}, {"JET_TEST_FIRST", "2000"}, {"PEL008_LOCK_WAIT_MS", "20000"}}));
+    ASSERT_TRUE(
+        one.start("insert", {{"JET_TEST_PATH", path}, {"JET_TEST_FIRST", "1000"}, {"PEL008_LOCK_WAIT_MS", "20000"}}));
+    ASSERT_TRUE(
+        two.start("insert", {{"JET_TEST_PATH", path}, {"JET_TEST_FIRST", "2000"}, {"PEL008_LOCK_WAIT_MS", "20000"}}));
     EXPECT_EQ(one.wait(), 0);
     EXPECT_EQ(two.wait(), 0);
 
