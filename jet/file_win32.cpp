@@ -8,6 +8,7 @@
 #include "jet/file.h"
 
 #include <algorithm>
+#include <mutex>
 #include <random>
 #include <utility>
 #include <vector>
@@ -76,6 +77,8 @@ std::uint64_t lengthOf(std::uint64_t at, std::uint64_t len)
 
 // The ranges this process took through each handle: Windows has no question "who holds this byte", so
 // lockedByOthers tries to lock what lies between them.
+std::mutex ownLocksMutex; // connections of one process may live on several threads
+
 std::vector<std::pair<std::intptr_t, std::pair<std::uint64_t, std::uint64_t>>>& ownLocks()
 {
     static std::vector<std::pair<std::intptr_t, std::pair<std::uint64_t, std::uint64_t>>> v;
@@ -119,6 +122,7 @@ bool File::open(const std::string& path, Mode mode)
 void File::close()
 {
     if (fd_ != -1) {
+        std::lock_guard hold(ownLocksMutex);
         auto& own = ownLocks();
         own.erase(std::remove_if(own.begin(), own.end(), [&](const auto& l) { return l.first == fd_; }), own.end());
         ::CloseHandle(handleOf(fd_)); // gives our locks back
@@ -196,6 +200,7 @@ Lock File::lock(std::uint64_t offset, std::uint64_t len, bool exclusive, int wai
     int pause = 1;
     for (;;) {
         if (tryLock(handleOf(fd_), offset, len, exclusive)) {
+            std::lock_guard hold(ownLocksMutex);
             ownLocks().push_back({fd_, {offset, len}});
             return Lock::Got;
         }
@@ -214,6 +219,7 @@ Lock File::lock(std::uint64_t offset, std::uint64_t len, bool exclusive, int wai
 void File::unlock(std::uint64_t offset, std::uint64_t len)
 {
     len = lengthOf(offset, len);
+    std::lock_guard hold(ownLocksMutex);
     auto& own = ownLocks();
     auto it = std::find(own.begin(), own.end(), std::pair{fd_, std::pair{offset, len}});
     if (it == own.end()) return; // Windows unlocks only a range exactly as it was locked
@@ -227,8 +233,11 @@ bool File::lockedByOthers(std::uint64_t offset, std::uint64_t len) const
     // Our own ranges (through any handle of this process that is this File's) are left out; every gap between
     // them is tried with an exclusive lock, which any lock of another handle refuses.
     std::vector<std::pair<std::uint64_t, std::uint64_t>> mine;
-    for (const auto& l : ownLocks())
-        if (l.first == fd_) mine.push_back(l.second);
+    {
+        std::lock_guard hold(ownLocksMutex);
+        for (const auto& l : ownLocks())
+            if (l.first == fd_) mine.push_back(l.second);
+    }
     std::sort(mine.begin(), mine.end());
     std::uint64_t from = offset;
     auto probe = [&](std::uint64_t a, std::uint64_t b) {
