@@ -1,6 +1,6 @@
 // A new Jet 4 file: header, catalogue (MSysObjects) and the given tables with their indexes, no rows.
-#include "jet/bytes.h"
 #include "jet/create.h"
+#include "jet/bytes.h"
 #include "jet/file.h"
 #include "jet/keys.h"
 #include "jet/props.h"
@@ -200,14 +200,22 @@ TableDef catalogueDef()
 {
     TableDef s;
     s.name = "MSysObjects";
-    s.columns = {{"Id", Type::Long, 0, true},           {"ParentId", Type::Long, 0, true},
-                 {"Name", Type::Text, 128, true},       {"Type", Type::Int, 0, true},
-                 {"DateCreate", Type::DateTime, 0, true}, {"DateUpdate", Type::DateTime, 0, true},
-                 {"Owner", Type::Binary, 255, false},   {"Flags", Type::Long, 0, false},
-                 {"Database", Type::Memo, 0, false},    {"Connect", Type::Memo, 0, false},
-                 {"ForeignName", Type::Text, 128, false}, {"RmtInfoShort", Type::Binary, 255, false},
-                 {"RmtInfoLong", Type::Ole, 0, false},  {"Lv", Type::Ole, 0, false},
-                 {"LvProp", Type::Ole, 0, false},       {"LvModule", Type::Ole, 0, false},
+    s.columns = {{"Id", Type::Long, 0, true},
+                 {"ParentId", Type::Long, 0, true},
+                 {"Name", Type::Text, 128, true},
+                 {"Type", Type::Int, 0, true},
+                 {"DateCreate", Type::DateTime, 0, true},
+                 {"DateUpdate", Type::DateTime, 0, true},
+                 {"Owner", Type::Binary, 255, false},
+                 {"Flags", Type::Long, 0, false},
+                 {"Database", Type::Memo, 0, false},
+                 {"Connect", Type::Memo, 0, false},
+                 {"ForeignName", Type::Text, 128, false},
+                 {"RmtInfoShort", Type::Binary, 255, false},
+                 {"RmtInfoLong", Type::Ole, 0, false},
+                 {"Lv", Type::Ole, 0, false},
+                 {"LvProp", Type::Ole, 0, false},
+                 {"LvModule", Type::Ole, 0, false},
                  {"LvExtra", Type::Ole, 0, false}};
     return s;
 }

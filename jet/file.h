@@ -15,6 +15,13 @@ struct Stamp {
     bool operator==(const Stamp&) const = default;
 };
 
+// What ends a folder name in a path: Windows takes both slashes (and a drive letter ends with ':\').
+#ifdef _WIN32
+inline constexpr const char* kPathSeparators = "/\\";
+#else
+inline constexpr const char* kPathSeparators = "/";
+#endif
+
 enum class Mode { Read, ReadWrite, Create /* read-write, emptied or made */, CreateNew /* fails if it exists */ };
 
 enum class Lock { Got, Busy, Failed };
@@ -28,7 +35,7 @@ public:
     File& operator=(const File&) = delete;
 
     bool open(const std::string& path, Mode mode);
-    bool isOpen() const { return fd_ >= 0; }
+    bool isOpen() const { return fd_ != -1; }
     bool writable() const { return writable_; }
     void close();
 
@@ -48,18 +55,21 @@ public:
     bool lockedByOthers(std::uint64_t at, std::uint64_t len) const;
 
 private:
-    int fd_ = -1;
+    std::intptr_t fd_ = -1; // the system's handle: a descriptor, or a Windows HANDLE (-1 is invalid in both)
     bool writable_ = false;
 };
 
-Stamp stamp(const std::string& path);
-// Which file a path names now (a copy put in its place is another file); false when it cannot be read.
+// Which file a path names now: a file replaced under the same name (a restored backup) has another identity.
 struct Identity {
-    std::uint64_t device = 0, inode = 0;
-    Stamp stamp;
+    std::uint64_t volume = 0;
+    std::uint64_t index = 0;
     bool operator==(const Identity&) const = default;
 };
+
+Stamp stamp(const std::string& path);
 bool identity(const std::string& path, Identity* out);
+// The absolute path of an existing file with links and `..` resolved; "" when there is no such file.
+std::string canonical(const std::string& path);
 bool exists(const std::string& path);
 bool remove(const std::string& path);
 // The file's permissions forbid writing to everyone (a file marked read-only).

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <random>
 #include <thread>
@@ -148,11 +149,18 @@ Stamp stamp(const std::string& path)
 bool identity(const std::string& path, Identity* out)
 {
     struct stat st;
-    if (::stat(path.c_str(), &st) != 0) return false;
-    *out = {static_cast<std::uint64_t>(st.st_dev),
-            static_cast<std::uint64_t>(st.st_ino),
-            {st.st_size, std::int64_t(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec}};
+    if (path.empty() || ::stat(path.c_str(), &st) != 0) return false;
+    *out = {static_cast<std::uint64_t>(st.st_dev), static_cast<std::uint64_t>(st.st_ino)};
     return true;
+}
+
+std::string canonical(const std::string& path)
+{
+    char* r = ::realpath(path.c_str(), nullptr);
+    if (!r) return {};
+    std::string s(r);
+    std::free(r);
+    return s;
 }
 
 bool exists(const std::string& path)

@@ -59,7 +59,7 @@ std::vector<LdbUser> filled(const std::vector<unsigned char>& b, int skip)
 
 std::string ldbPath(const std::string& dbPath)
 {
-    std::size_t slash = dbPath.find_last_of('/');
+    std::size_t slash = dbPath.find_last_of(os::kPathSeparators);
     std::size_t dot = dbPath.find_last_of('.');
     if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) return dbPath + ".ldb";
     return dbPath.substr(0, dot) + ".ldb";

@@ -74,7 +74,7 @@ void crashPoint()
 
 std::string fileName(const std::string& path)
 {
-    auto k = path.rfind('/');
+    auto k = path.find_last_of(os::kPathSeparators);
     return k == std::string::npos ? path : path.substr(k + 1);
 }
 

@@ -1,11 +1,13 @@
 #include "jet/sqlite_attach.h"
 
+#include "jet/file.h"
 #include "jet/jet.h"
 #include "jet/props.h"
 #include "jet/tool.h"
 
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <array>
 #include <climits>
 #include <cmath>
@@ -24,17 +26,20 @@ namespace
 // One engine per file per process; connections share it and the last one to close releases it.
 // A file that changed since it was opened (a copy put in its place, a new password) gets a new engine.
 struct FileId {
-    os::Identity file;
+    os::Identity which;
+    os::Stamp stamp;
     std::array<char, kHeaderCryptOffset + kHeaderCryptLen> header{}; // a password write may keep size and time
     bool operator==(const FileId&) const = default;
 };
 
 bool fileId(const std::string& path, FileId& out)
 {
-    out = {};
-    if (!os::identity(path, &out.file)) return false;
+    out.stamp = os::stamp(path);
+    if (out.stamp.size < 0 || !os::identity(path, &out.which)) return false;
+    out.header.fill(0);
+    auto n = static_cast<std::size_t>(std::min<std::int64_t>(out.stamp.size, std::int64_t(out.header.size())));
     os::File f;
-    if (f.open(path, os::Mode::Read)) (void)f.read(out.header.data(), out.header.size(), 0);
+    if (n > 0 && f.open(path, os::Mode::Read) && !f.read(out.header.data(), n, 0)) out.header.fill(0);
     return true;
 }
 
@@ -772,15 +777,6 @@ sqlite3_module makeModule()
 
 const sqlite3_module module = makeModule();
 
-std::string canonical(const std::string& path)
-{
-    char* r = realpath(path.c_str(), nullptr);
-    if (!r) return {};
-    std::string s(r);
-    std::free(r);
-    return s;
-}
-
 } // namespace
 
 bool looksLikeJet(const unsigned char* head, std::size_t n)
@@ -795,7 +791,7 @@ int attach(sqlite3* conn, const std::string& path, const std::string& password, 
         if (error) *error = m;
     };
     try {
-        std::string key = canonical(path);
+        std::string key = os::canonical(path);
         if (key.empty()) {
             setErr("Cannot open '" + path + "'.");
             return ERR_IO;
@@ -887,7 +883,7 @@ int lockForWrite(sqlite3* conn, std::string* error)
 
 Database* engineOf(sqlite3* conn, const std::string& path)
 {
-    std::string key = canonical(path);
+    std::string key = os::canonical(path);
     std::lock_guard lock(registryMutex);
     auto it = connections().find(conn);
     if (it == connections().end()) return nullptr;

@@ -28,6 +28,7 @@ std::vector<jet::TableDef> shopTables()
 
 TEST(JetCreate, MadeFileIsReadWrittenAndChecked)
 {
+    JET_NEEDS_MDB_TOOLS();
     auto dir = std::filesystem::temp_directory_path() / ("jet-create-" + std::to_string(::getpid()));
     std::filesystem::create_directories(dir);
     const std::string path = (dir / "data1.dat").string();

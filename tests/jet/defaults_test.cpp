@@ -107,6 +107,7 @@ TEST(JetDefaults, StoredExpressionsAsValues)
 
 TEST(JetDefaults, MadeFileKeepsThemAndInsertsTakeThem)
 {
+    JET_NEEDS_MDB_TOOLS();
     MadeFile f("jet-defaults");
     std::vector<jet::TableDef> t(1);
     t[0].name = "inmoney";

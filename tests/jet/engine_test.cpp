@@ -108,6 +108,7 @@ class CorpusFile : public ::testing::TestWithParam<std::string>
 
 TEST_P(CorpusFile, RowsEqualMdbExport)
 {
+    JET_NEEDS_MDB_TOOLS();
     const std::string file = GetParam();
     jet::Database db;
     ASSERT_EQ(db.open(corpus(file), passwordOf(file)), jet::OK) << db.error();

@@ -1,13 +1,12 @@
 // A child process killed at random points of a write transaction: after reopening, the file is exactly as
 // before or as after it. JET_KILL_ROUNDS sets the number of kills (100 by default).
+#include "child.h"
 #include "jet/jet.h"
 #include "jet/sqlite_attach.h"
 #include "test_util.h"
 
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sqlite3.h>
-#include <sys/wait.h>
 
 #include <cstring>
 #include <filesystem>
@@ -19,37 +18,37 @@ namespace
 using namespace jettest;
 
 // Inserts, updates and deletes on an indexed table and a memo table in one transaction; the same bytes each run.
-void writeTransaction(const std::string& path)
+[[noreturn]] void writeTransaction(const std::string& path)
 {
     sqlite3* db = nullptr;
     sqlite3_open(":memory:", &db);
     std::string err;
-    if (jet::attach(db, path, "", &err) != 0) _exit(3);
+    if (jet::attach(db, path, "", &err) != 0) std::_Exit(3);
     std::string sql = "BEGIN;";
     for (int i = 0; i < 400; ++i)
         sql += "INSERT INTO Table2 (id) VALUES (" + std::to_string(500000 + i * 37 % 400) + ");";
     sql += "UPDATE Table2 SET id = id + 1000000 WHERE id BETWEEN 500100 AND 500199;";
     sql += "DELETE FROM Table2 WHERE id BETWEEN 500300 AND 500349;";
     sql += "COMMIT;";
-    if (sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK) _exit(4);
+    if (sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK) std::_Exit(4);
     sqlite3_close(db);
-    _exit(0);
+    std::_Exit(0);
 }
+
+// The child's side: started as "write", it does the transaction and ends.
+const bool isChild = childDoes("write", [] { writeTransaction(envValue("JET_TEST_PATH")); });
 
 int runChild(const std::string& path, long crashAt, long killAfterUs)
 {
-    pid_t pid = fork();
-    if (pid == 0) {
-        if (crashAt > 0) setenv("PEL008_JET_CRASH_AT", std::to_string(crashAt).c_str(), 1);
-        writeTransaction(path);
-    }
+    Child child;
+    std::vector<std::pair<std::string, std::string>> env = {{"JET_TEST_PATH", path}};
+    if (crashAt > 0) env.emplace_back("PEL008_JET_CRASH_AT", std::to_string(crashAt));
+    if (!child.start("write", env)) return -2;
     if (killAfterUs >= 0) {
-        usleep(static_cast<useconds_t>(killAfterUs));
-        kill(pid, SIGKILL);
+        pauseUs(killAfterUs);
+        child.kill();
     }
-    int status = 0;
-    waitpid(pid, &status, 0);
-    return status;
+    return child.wait();
 }
 
 TEST(JetKill, FileIsBeforeOrAfterTheTransaction)
@@ -57,13 +56,13 @@ TEST(JetKill, FileIsBeforeOrAfterTheTransaction)
     std::string base = scratchCopy("indexTestV2000.mdb", "kill-base.mdb");
     std::string path = base + ".work";
     auto reset = [&] {
-        std::filesystem::copy_file(base, path, std::filesystem::copy_options::overwrite_existing);
+        std::filesystem::remove(path); // MinGW's copy_file does not overwrite
+        std::filesystem::copy_file(base, path);
         std::filesystem::remove(path + "-pel008-journal");
     };
     auto before = readFile(base);
     reset();
-    int status = runChild(path, 0, -1);
-    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    ASSERT_EQ(runChild(path, 0, -1), 0);
     auto after = readFile(path);
     ASSERT_NE(after, before);
     // Steps of the commit's disk work: journal header and records, each page written, forcing, removal.

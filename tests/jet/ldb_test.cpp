@@ -1,19 +1,19 @@
 // The suite's lock file: another user holding it refuses our writes by name; we register while we write and
-// clear our slot afterwards (the lock file stays: a user may have just opened it); slots left without their
-// lock do not count.
+// clear our slot afterwards (the lock file stays: a user may have just opened it); slots left without their lock do not
+// count.
+#include "child.h"
 #include "jet/create.h"
+#include "jet/file.h"
 #include "jet/ldb.h"
 #include "jet/sqlite_attach.h"
 #include "test_util.h"
-
-#include <fcntl.h>
-#include <sys/wait.h>
 
 #include <cstring>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
-namespace {
+namespace
+{
 
 using namespace jettest;
 
@@ -28,53 +28,58 @@ std::string exec(sqlite3* db, const std::string& sql)
 
 void writeSlot(const std::string& ldb, int slot, const char* computer, const char* user)
 {
-    int fd = ::open(ldb.c_str(), O_RDWR | O_CREAT, 0644);
+    jet::os::File f;
+    ASSERT_TRUE(f.open(ldb, jet::os::Mode::ReadWrite) || f.open(ldb, jet::os::Mode::CreateNew));
     unsigned char s[jet::kLdbSlotSize] = {};
     std::memcpy(s, computer, std::strlen(computer));
     std::memcpy(s + 32, user, std::strlen(user));
-    EXPECT_EQ(::pwrite(fd, s, sizeof s, slot * jet::kLdbSlotSize), jet::kLdbSlotSize);
-    ::close(fd);
+    EXPECT_TRUE(f.write(s, sizeof s, std::uint64_t(slot) * jet::kLdbSlotSize));
 }
 
-// Another process holding a byte-range lock beyond the slots until told to go (write a byte into `go`).
+// Waits up to 20 s for a file to appear.
+bool appears(const std::string& path)
+{
+    for (int i = 0; i < 4000 && !jet::os::exists(path); ++i)
+        jet::os::sleepMs(5);
+    return jet::os::exists(path);
+}
+
+// The other process's side: a lock on one byte of the lock file, held until told to go.
+[[noreturn]] void holdLock(const std::string& ldb, std::uint64_t byte)
+{
+    const std::string tag = ldb + "." + std::to_string(byte);
+    jet::os::File f, ready;
+    bool held = f.open(ldb, jet::os::Mode::ReadWrite) && f.lock(byte, 1, true, 0) == jet::os::Lock::Got;
+    if (!held || !ready.open(tag + ".ready", jet::os::Mode::CreateNew)) std::_Exit(2);
+    ready.close();
+    if (!appears(tag + ".go")) std::_Exit(3);
+    std::_Exit(0);
+}
+
+const bool isHolder = childDoes(
+    "hold", [] { holdLock(envValue("JET_TEST_LDB"), std::strtoull(envValue("JET_TEST_BYTE").c_str(), nullptr, 10)); });
+const bool isLooker =
+    childDoes("look", [] { std::_Exit(jet::ldbUsers(envValue("JET_TEST_PATH")).size() == 1 ? 0 : 1); });
+
+// Another process holding a byte-range lock on the lock file until it leaves.
 struct OtherUser {
-    pid_t pid = -1;
-    int go[2] = {-1, -1};
-    OtherUser(const std::string& ldb, long byte)
+    Child child;
+    std::string tag;
+    OtherUser(const std::string& ldb, long byte) : tag(ldb + "." + std::to_string(byte))
     {
-        int ready[2];
-        EXPECT_EQ(::pipe(ready), 0);
-        EXPECT_EQ(::pipe(go), 0);
-        pid = ::fork();
-        if (pid == 0) {
-            int fd = ::open(ldb.c_str(), O_RDWR);
-            struct flock fl {};
-            fl.l_type = F_WRLCK;
-            fl.l_whence = SEEK_SET;
-            fl.l_start = byte;
-            fl.l_len = 1;
-            char c = ::fcntl(fd, F_SETLK, &fl) == 0 ? 'y' : 'n';
-            (void)!::write(ready[1], &c, 1);
-            (void)!::read(go[0], &c, 1);
-            ::_exit(0);
-        }
-        char c = 0;
-        EXPECT_EQ(::read(ready[0], &c, 1), 1);
-        EXPECT_EQ(c, 'y');
-        ::close(ready[0]);
-        ::close(ready[1]);
+        EXPECT_TRUE(child.start("hold", {{"JET_TEST_LDB", ldb}, {"JET_TEST_BYTE", std::to_string(byte)}}));
+        EXPECT_TRUE(appears(tag + ".ready")) << "the other process has no lock";
     }
     ~OtherUser() { leave(); }
     void leave()
     {
-        if (pid <= 0)
-            return;
-        char c = 'x';
-        (void)!::write(go[1], &c, 1);
-        ::waitpid(pid, nullptr, 0);
-        pid = -1;
-        ::close(go[0]);
-        ::close(go[1]);
+        if (!child.running()) return;
+        jet::os::File go;
+        EXPECT_TRUE(go.open(tag + ".go", jet::os::Mode::CreateNew));
+        go.close();
+        EXPECT_EQ(child.wait(), 0);
+        jet::os::remove(tag + ".ready");
+        jet::os::remove(tag + ".go");
     }
 };
 
@@ -102,12 +107,9 @@ TEST(JetLdb, OtherUsersRefuseWritesOurSlotComesAndGoes)
         ASSERT_GE(bytes.size(), std::size_t(64));
         EXPECT_EQ(std::string(reinterpret_cast<const char*>(bytes.data())), jet::ldbComputerName());
         EXPECT_EQ(std::string(reinterpret_cast<const char*>(bytes.data() + 32)), "Admin");
-        pid_t child = ::fork();
-        if (child == 0)
-            ::_exit(jet::ldbUsers(path).size() == 1 ? 0 : 1);
-        int status = -1;
-        ::waitpid(child, &status, 0);
-        EXPECT_EQ(status, 0) << "another process does not see us";
+        Child looker;
+        ASSERT_TRUE(looker.start("look", {{"JET_TEST_PATH", path}}));
+        EXPECT_EQ(looker.wait(), 0) << "another process does not see us";
     }
     EXPECT_EQ(exec(db, "COMMIT"), "");
     EXPECT_EQ(readFile(ldb), std::vector<std::uint8_t>(64, 0)); // our slot cleared, the file kept
@@ -115,15 +117,15 @@ TEST(JetLdb, OtherUsersRefuseWritesOurSlotComesAndGoes)
     // A user who opened the lock file while we left keeps the slot they fill there.
     {
         EXPECT_EQ(exec(db, "BEGIN; INSERT INTO offset VALUES (5, 6)"), "");
-        int early = ::open(ldb.c_str(), O_RDWR);
+        jet::os::File early;
+        ASSERT_TRUE(early.open(ldb, jet::os::Mode::ReadWrite));
         EXPECT_EQ(exec(db, "COMMIT"), "");
         unsigned char slot[jet::kLdbSlotSize] = "LATE-PC";
-        EXPECT_EQ(::pwrite(early, slot, sizeof slot, 4 * jet::kLdbSlotSize), jet::kLdbSlotSize);
+        EXPECT_TRUE(early.write(slot, sizeof slot, 4 * jet::kLdbSlotSize));
         OtherUser late(ldb, jet::kLdbLockBase + 4);
         auto users = jet::ldbUsers(path);
         ASSERT_EQ(users.size(), 1u);
         EXPECT_EQ(users[0].computer, "LATE-PC");
-        ::close(early);
     }
     EXPECT_EQ(exec(db, "DELETE FROM offset WHERE kubun = 5"), "");
     writeSlot(ldb, 4, "", "");

@@ -39,6 +39,7 @@ std::string rows(sqlite3* db, const std::string& sql)
 
 TEST(JetUpdate, UnchangedColumnsStayAndChangedOnesLand)
 {
+    JET_NEEDS_MDB_TOOLS();
     auto dir = std::filesystem::temp_directory_path() / ("jet-update-" + std::to_string(::getpid()));
     std::filesystem::remove_all(dir);
     std::filesystem::create_directories(dir);

@@ -75,6 +75,7 @@ std::string mdbExport(const std::string& path, const std::string& table)
 // are refused per key, and the file stays as it was, while updates of other columns go through.
 TEST(JetWrite, FixedTypesUpdateInPlaceAndTextKeysAreRefused)
 {
+    JET_NEEDS_MDB_TOOLS();
     std::string path = scratchCopy("testV2000.mdb", "types.mdb");
     std::size_t before = mdbRows(path, "Table1");
     auto original = readFile(path);
@@ -113,6 +114,7 @@ TEST(JetWrite, FixedTypesUpdateInPlaceAndTextKeysAreRefused)
 
 TEST(JetWrite, LongValuesInEveryForm)
 {
+    JET_NEEDS_MDB_TOOLS();
     std::string path = scratchCopy("dateTest.mdb", "memo.mdb");
     const std::size_t sizes[] = {0, 10, 199, 1500, 3999, 4100, 30000};
     {
@@ -146,6 +148,7 @@ TEST(JetWrite, LongValuesInEveryForm)
 
 TEST(JetWrite, ManyRowsNewPagesUsageMapsAndMovedRows)
 {
+    JET_NEEDS_MDB_TOOLS();
     std::string path = scratchCopy("delTestV2000.mdb", "many.mdb");
     std::size_t before = mdbRows(path, "Table");
     {
@@ -169,6 +172,7 @@ TEST(JetWrite, ManyRowsNewPagesUsageMapsAndMovedRows)
 
 TEST(JetWrite, TransactionsAndSavepoints)
 {
+    JET_NEEDS_MDB_TOOLS();
     std::string path = scratchCopy("delTestV2000.mdb", "txn.mdb");
     auto original = readFile(path);
     Conn c(path);
@@ -291,6 +295,7 @@ void makeJapanese(const std::string& path, const std::string& table)
 // Text keys: written for the characters whose key bytes are confirmed, refused (file untouched) for any other.
 TEST(JetWrite, TextKeysGeneralAndJapanese)
 {
+    JET_NEEDS_MDB_TOOLS();
     struct Case {
         bool japanese;
         const char* a;     // Table1.A and .B (both indexed; A unique)
