@@ -3,14 +3,100 @@
 #include "ui/textrules.h"
 
 #include <QAction>
+#include <QApplication>
+#include <QIconEngine>
 #include <QPainter>
 #include <QPainterPath>
 #include <QPixmap>
+#include <QPointer>
+#include <QProxyStyle>
+#include <QStyleFactory>
+#include <QStyleOption>
 #include <QToolButton>
 
-namespace pel {
+#include <functional>
+#include <optional>
+#include <utility>
 
-FunctionBar::FunctionBar(QWidget* parent) : QToolBar(parent)
+namespace pel {
+namespace {
+
+// A picture made when it is first drawn or measured. The function-key pictures are drawn only for the buttons that
+// show them. The toolbar's overflow button asks the style for its picture when the toolbar is made, but shows it only
+// when the window is too narrow for the twelve buttons; reading that picture file makes Qt load every image plugin.
+class DeferredIconEngine : public QIconEngine {
+public:
+    explicit DeferredIconEngine(std::function<QIcon()> make) : make_(std::move(make)) {}
+
+    void paint(QPainter* painter, const QRect& rect, QIcon::Mode mode, QIcon::State state) override
+    {
+        icon().paint(painter, rect, Qt::AlignCenter, mode, state);
+    }
+    QPixmap pixmap(const QSize& size, QIcon::Mode mode, QIcon::State state) override
+    {
+        return icon().pixmap(size, mode, state);
+    }
+    QPixmap scaledPixmap(const QSize& size, QIcon::Mode mode, QIcon::State state, qreal scale) override
+    {
+        return icon().pixmap(size / scale, scale, mode, state);
+    }
+    QSize actualSize(const QSize& size, QIcon::Mode mode, QIcon::State state) override
+    {
+        return icon().actualSize(size, mode, state);
+    }
+    QList<QSize> availableSizes(QIcon::Mode mode, QIcon::State state) override
+    {
+        return icon().availableSizes(mode, state);
+    }
+    QString key() const override { return QStringLiteral("pel008-deferred"); }
+    QIconEngine* clone() const override { return new DeferredIconEngine(*this); }
+    // Every picture deferred here exists: answered without making it.
+    bool isNull() override { return false; }
+
+private:
+    const QIcon& icon()
+    {
+        if (!icon_)
+            icon_ = make_();
+        return *icon_;
+    }
+
+    std::function<QIcon()> make_;
+    std::optional<QIcon> icon_;
+};
+
+class ToolbarStyle : public QProxyStyle {
+public:
+    using QProxyStyle::QProxyStyle;
+    QIcon standardIcon(StandardPixmap which, const QStyleOption* option, const QWidget* widget) const override
+    {
+        if (which == SP_ToolBarHorizontalExtensionButton || which == SP_ToolBarVerticalExtensionButton) {
+            // the direction the button asked with; nothing once the application's style has been replaced
+            const QStyleOption asked = option ? *option : QStyleOption();
+            const bool hasOption = option;
+            return QIcon(new DeferredIconEngine([style = QPointer<const QProxyStyle>(this), which, asked, hasOption] {
+                return style ? style->QProxyStyle::standardIcon(which, hasOption ? &asked : nullptr) : QIcon();
+            }));
+        }
+        return QProxyStyle::standardIcon(which, option, widget);
+    }
+};
+
+// Once, before the first toolbar: the application's style with the overflow picture deferred.
+QWidget* withToolbarStyle(QWidget* parent)
+{
+    static bool done = false;
+    if (!done && qobject_cast<QApplication*>(QCoreApplication::instance())) {
+        done = true;
+        if (QStyle* base = QStyleFactory::create(QApplication::style()->name()))
+            QApplication::setStyle(new ToolbarStyle(base));
+    }
+    return parent;
+}
+
+} // namespace
+
+FunctionBar::FunctionBar(QWidget* parent) : QToolBar(withToolbarStyle(parent))
 {
     setObjectName(QStringLiteral("tlbFunction"));
     setMovable(false);
@@ -155,8 +241,10 @@ QIcon resPicture(int id)
         return QIcon();
     static QIcon cache[12];
     QIcon& icon = cache[id - 101];
-    if (icon.isNull())
-        icon = drawPicture(id - 100);
+    if (icon.isNull()) {
+        const int position = id - 100;
+        icon = QIcon(new DeferredIconEngine([position] { return drawPicture(position); }));
+    }
     return icon;
 }
 

@@ -7,8 +7,11 @@
 #include <QInputMethodEvent>
 #include <QLabel>
 #include <QLineEdit>
+#include <QProxyStyle>
 #include <QPushButton>
+#include <QStyleFactory>
 #include <QTest>
+#include <QToolButton>
 #include <QVBoxLayout>
 
 using namespace pel;
@@ -89,6 +92,7 @@ private slots:
     void masks_data();
     void masks();
     void toolInitDressesOnlyNamedButtons();
+    void picturesMadeWhenShownLookTheSame();
     void escapeUndo();
     void escapePassedOnWhenUnchanged();
     void focusMoves_data();
@@ -161,6 +165,29 @@ void KeysTest::toolInitDressesOnlyNamedButtons()
     QVERIFY(!t.bar->button(5)->icon().isNull());
     QVERIFY(t.bar->button(1)->icon().isNull());
     QCOMPARE(enabledMask(t.bar), QStringLiteral("000010000001"));
+}
+
+void KeysTest::picturesMadeWhenShownLookTheSame()
+{
+    TestForm t;
+    fnToolInit(t.bar, t.images, QStringLiteral("0000-1000-0001"));
+    // the overflow button shows the style's own picture
+    const auto* more = t.bar->findChild<QToolButton*>(QStringLiteral("qt_toolbar_ext_button"));
+    QVERIFY(more);
+    const auto* proxy = qobject_cast<QProxyStyle*>(QApplication::style());
+    const QStyle* app = proxy ? proxy->baseStyle() : QApplication::style();
+    const std::unique_ptr<QStyle> base(QStyleFactory::create(app->name()));
+    QVERIFY(base);
+    const QImage own = base->standardIcon(QStyle::SP_ToolBarHorizontalExtensionButton).pixmap(16).toImage();
+    QVERIFY(!own.isNull());
+    QCOMPARE(more->icon().pixmap(16).toImage(), own);
+    // a shown key's picture, drawn on demand, greys out with its button
+    const QIcon f5 = t.bar->button(5)->icon();
+    const QImage normal = f5.pixmap(32).toImage();
+    QCOMPARE(normal.size(), QSize(32, 32));
+    QVERIFY(normal != f5.pixmap(32, QIcon::Disabled).toImage());
+    // a masked key's picture stays in the list
+    QCOMPARE(t.images.picture(1).pixmap(32).toImage().size(), QSize(32, 32));
 }
 
 void KeysTest::escapeUndo()
