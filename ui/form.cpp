@@ -32,6 +32,7 @@ Form::Form(QWidget* parent) : Form(Options{}, parent) {}
 Form::Form(const Options& options, QWidget* parent) : QDialog(parent), options_(options)
 {
     applyUiFont();
+    installToolbarStyle();
     setFont(uiFont());
     layout_ = new QVBoxLayout(this);
     layout_->setContentsMargins(0, 0, 0, 0);

@@ -82,19 +82,23 @@ public:
     }
 };
 
-// Once, before the first toolbar: the application's style with the overflow picture deferred.
 QWidget* withToolbarStyle(QWidget* parent)
 {
-    static bool done = false;
-    if (!done && qobject_cast<QApplication*>(QCoreApplication::instance())) {
-        done = true;
-        if (QStyle* base = QStyleFactory::create(QApplication::style()->name()))
-            QApplication::setStyle(new ToolbarStyle(base));
-    }
+    installToolbarStyle();
     return parent;
 }
 
 } // namespace
+
+void installToolbarStyle()
+{
+    static bool done = false;
+    if (done || !qobject_cast<QApplication*>(QCoreApplication::instance()))
+        return;
+    done = true;
+    if (QStyle* base = QStyleFactory::create(QApplication::style()->name()))
+        QApplication::setStyle(new ToolbarStyle(base));
+}
 
 FunctionBar::FunctionBar(QWidget* parent) : QToolBar(withToolbarStyle(parent))
 {

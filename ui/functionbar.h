@@ -47,4 +47,8 @@ QIcon resPicture(int id);
 void fnToolInit(FunctionBar* toolbar, ImageList& images, const QString& mask);
 void fnToolEnable(FunctionBar* toolbar, const QString& mask);
 
+// Once: the application's style, with the toolbar's overflow picture made when first drawn. Called before the first
+// widget is made (replacing the style later restyles every widget); the first toolbar calls it too.
+void installToolbarStyle();
+
 } // namespace pel

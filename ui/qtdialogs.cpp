@@ -1,5 +1,6 @@
 #include "ui/qtdialogs.h"
 
+#include "ui/functionbar.h"
 #include "ui/uifont.h"
 
 #include <QAbstractButton>
@@ -179,6 +180,7 @@ void installQtDialogs()
     static QtDialogService qtService;
     static StderrDialogService stderrService;
     applyUiFont();
+    installToolbarStyle();
     if (qEnvironmentVariable("PEL008_NO_DIALOGS") == QLatin1String("1"))
         setDialogService(&stderrService);
     else
