@@ -238,6 +238,12 @@ void Database::decodePages(std::vector<std::uint8_t>& bytes) const
 const std::uint8_t* Database::page(std::uint32_t n) const
 {
     pageReads_.fetch_add(1, std::memory_order_relaxed);
+    if (committedOnly()) {
+        // The transaction keeps the original of every page it changed; pages it added are not committed.
+        const Level& txn = levels_.front();
+        if (std::size_t(n) >= txn.size / kPageSize) return nullptr;
+        if (auto it = txn.pages.find(n); it != txn.pages.end()) return it->second.data();
+    }
     if (std::size_t(n) >= size_ / kPageSize) return nullptr;
     if (auto it = pages_.find(n); it != pages_.end()) {
         if (!it->second.pinned) lru_.splice(lru_.begin(), lru_, it->second.lru);

@@ -307,8 +307,10 @@ Status Database::indexSeek(const Table& t, int realIndex, const KeyBound& lo, co
         std::swap(loIncl, hiIncl);
     }
 
-    // Inside a write transaction the entries of a changed index live in memory until the tree is written.
-    if (auto cached = keys_.find({t.tdefPage, realIndex}); cached != keys_.end() && cached->second) {
+    // Inside a write transaction the entries of a changed index live in memory until the tree is written; a
+    // reader of the last commit reads the tree as it is.
+    if (auto cached = keys_.find({t.tdefPage, realIndex});
+        !committedOnly() && cached != keys_.end() && cached->second) {
         for (const std::string& e : cached->second->entries) {
             std::string key = e.substr(0, e.size() - 4);
             if (hasLo) {

@@ -231,6 +231,9 @@ public:
     // the transaction is durable. A crash at any point leaves a journal that the next open() plays back.
     Status begin();
     bool inTransaction() const { return !levels_.empty(); }
+    // Set while a connection other than the writer reads: pages and index seeks are those of the last commit,
+    // not of the open transaction (whose changed pages stay the writer's own until it commits).
+    void setCommittedView(bool on) { committedView_ = on; }
     Status savepoint(int id);      // state saved as savepoint `id` (later ids are released)
     Status release(int id);        // savepoints >= id forgotten, their changes kept
     Status rollbackTo(int id);     // back to the state of savepoint `id`, which stays
@@ -311,6 +314,8 @@ private:
     };
     std::vector<KeyOp> keyLog_; // index entry changes, undone by a rollback to a savepoint
     void undoKeys(std::size_t to);
+    bool committedView_ = false;
+    bool committedOnly() const { return committedView_ && !levels_.empty(); }
 
     // Pages are read when first asked for and kept in a bounded cache; the pages of the open transaction (changed
     // or new) are pinned there until it ends. A file in memory (openMemory) is served from memory_.

@@ -23,7 +23,8 @@ namespace jet
 namespace
 {
 
-// One engine per file per process; connections share it and the last one to close releases it.
+// One engine per file per process; connections share it and the last one to close releases it. Only the writing
+// connection reads its open transaction (ReadView).
 // A file that changed since it was opened (a copy put in its place, a new password) gets a new engine.
 struct FileId {
     os::Identity which;
@@ -88,6 +89,23 @@ struct VTab {
     std::shared_ptr<Engine> engine;
     const Table* table = nullptr;
     sqlite3* conn = nullptr;
+};
+
+// For the length of one call from a connection that is not the one writing: the file as of the last commit.
+class ReadView
+{
+public:
+    explicit ReadView(sqlite3_vtab* base) : db_(*reinterpret_cast<VTab*>(base)->engine->db)
+    {
+        const auto* vt = reinterpret_cast<VTab*>(base);
+        db_.setCommittedView(vt->engine->writer != vt->conn);
+    }
+    ~ReadView() { db_.setCommittedView(false); }
+    ReadView(const ReadView&) = delete;
+    ReadView& operator=(const ReadView&) = delete;
+
+private:
+    Database& db_;
 };
 
 struct VCursor {
@@ -391,6 +409,7 @@ int xFilter(sqlite3_vtab_cursor* base, int idxNum, const char*, int argc, sqlite
     auto* c = reinterpret_cast<VCursor*>(base);
     auto* vt = reinterpret_cast<VTab*>(base->pVtab);
     try {
+        ReadView view(base->pVtab);
         Status s;
         bool seeked = false;
         if (idxNum != 0) {
@@ -453,6 +472,7 @@ int xNext(sqlite3_vtab_cursor* base)
 {
     auto* c = reinterpret_cast<VCursor*>(base);
     try {
+        ReadView view(base->pVtab);
         Status s = c->cur.next();
         if (s != OK && s != END) {
             setError(base->pVtab, c->cur.error());
@@ -475,6 +495,7 @@ int xColumn(sqlite3_vtab_cursor* base, sqlite3_context* ctx, int i)
     try {
         // A column an UPDATE leaves as it is: not read (xUpdate sees it as unchanged).
         if (sqlite3_vtab_nochange(ctx)) return SQLITE_OK;
+        ReadView view(base->pVtab);
         Value& v = c->value;
         if (Status s = c->cur.column(static_cast<std::size_t>(i), v); s != OK) {
             sqlite3_result_error(ctx, c->cur.error().c_str(), -1);

@@ -18,8 +18,9 @@ bool looksLikeJet(const unsigned char* head, std::size_t n);
 // status with a clear text in *error (wrong password, not a Jet 4 file, damaged file, ...).
 // One engine per file per process, shared by every connection that attached it. Inserts, updates and deletes
 // go through SQLite's transaction hooks (savepoints too): one connection writes at a time (others get
-// SQLITE_BUSY), the file is written at commit through a rollback journal. A file marked read-only is not
-// written. Changes of an index with text keys are refused per row ("…の索引 … に書き込めない文字があります").
+// SQLITE_BUSY and read the file as of the last commit), the file is written at commit through a rollback
+// journal. A file marked read-only is not written. Changes of an index with text keys are refused per row
+// ("…の索引 … に書き込めない文字があります").
 //
 // Declared column types name the Jet type: BIT, BYTE, SHORT, LONG, CURRENCY, SINGLE, DOUBLE, DATETIME, TEXT(n),
 // LONGTEXT, LONGBINARY, BINARY(n), GUID, DECIMAL(p,s); text columns compare COLLATE NOCASE like Jet.

@@ -264,6 +264,49 @@ TEST(JetWrite, NumericIndexesStayConsistent)
     EXPECT_EQ(checkProblems(path), "");
 }
 
+// A second connection of the process reads the file as of the last commit while the first one writes: never
+// rows of an open transaction, and the writer's rows once it commits.
+TEST(JetWrite, OtherConnectionsReadCommittedRows)
+{
+    std::string path = scratchCopy("indexTestV2000.mdb", "committed.mdb");
+    Conn a(path), b(path);
+    std::string many;
+    for (int i = 0; i < 3000; ++i)
+        many += "INSERT INTO Table2 (id) VALUES (" + std::to_string(100000 + (i * 7919) % 3000) + ");";
+    // What B reads: a scan, and seeks through the index on id.
+    auto view = [](Conn& c) {
+        return c.query("SELECT count(*), coalesce(sum(id), 0) FROM Table2") +
+               c.query("SELECT id FROM Table2 WHERE id = 2") + c.query("SELECT id FROM Table2 WHERE id = 20") +
+               c.query("SELECT count(*) FROM Table2 WHERE id BETWEEN 1 AND 100") +
+               c.query("SELECT count(*) FROM Table2 WHERE id >= 100000");
+    };
+    struct Case {
+        const char* what;
+        std::string writes;
+    } cases[] = {
+        {"insert", "INSERT INTO Table2 (id) VALUES (4)"},
+        {"update of the indexed column", "UPDATE Table2 SET id = 20 WHERE id = 2"},
+        {"delete", "DELETE FROM Table2 WHERE id = 1"},
+        {"savepoint taken back in part",
+         "SAVEPOINT s; INSERT INTO Table2 (id) VALUES (5); ROLLBACK TO s; INSERT INTO Table2 (id) VALUES (6); "
+         "RELEASE s"},
+        {"new data and index pages", many},
+    };
+    for (const Case& k : cases)
+        for (bool commit : {false, true}) {
+            const std::string before = view(b);
+            ASSERT_EQ(a.exec("BEGIN"), "") << k.what;
+            ASSERT_EQ(a.exec(k.writes), "") << k.what;
+            const std::string during = view(a);
+            EXPECT_NE(during, before) << k.what;
+            EXPECT_EQ(view(b), before) << k.what << (commit ? " before COMMIT" : " before ROLLBACK");
+            ASSERT_EQ(a.exec(commit ? "COMMIT" : "ROLLBACK"), "") << k.what;
+            EXPECT_EQ(view(b), commit ? during : before) << k.what << (commit ? " after COMMIT" : " after ROLLBACK");
+            EXPECT_EQ(view(a), view(b)) << k.what;
+        }
+    EXPECT_EQ(checkProblems(path), "");
+}
+
 } // namespace
 
 namespace
