@@ -60,7 +60,9 @@ int run(Context& ctx)
         (void)db.OpenDb();
         BillingJob job(db);
         const BillingJob::Opening opening = job.opening();
-        if (opening.companyCode.isEmpty()) {
+        if (!opening.readError.isEmpty()) {
+            msgBox(Interaction::readErrorText(opening.readError), mb::OkOnly | mb::Critical);
+        } else if (opening.companyCode.isEmpty()) {
             msgBox(BillingJob::noCompanyCodeMessage(), mb::OkOnly | mb::Critical);
         } else {
             // the screen's defaults: today, every order number; a range given the wrong way round is swapped

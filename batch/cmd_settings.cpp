@@ -43,9 +43,12 @@ int run(Context& ctx)
         (void)db.OpenDb();
         SettingsJob job(db);
         if (!job.opening()) {
-            ctx.err << "settings: the shop's row (sysfile id 1) or an agency's record layout (cvsini kind 0) is "
-                       "missing"
-                    << Qt::endl;
+            if (!job.openingError().isEmpty())
+                ctx.err << Interaction::readErrorText(job.openingError()) << Qt::endl;
+            else
+                ctx.err << "settings: the shop's row (sysfile id 1) or an agency's record layout (cvsini kind 0) is "
+                           "missing"
+                        << Qt::endl;
             rc = Stopped;
         } else if (!save) {
             const SettingsJob::Stored s = job.stored();

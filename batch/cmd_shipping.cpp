@@ -89,6 +89,12 @@ int exportShipping(Context& ctx)
         offered << QString::number(k.second);
         listed = listed || k.second == code;
     }
+    if (!job.kindsError().isEmpty()) {
+        ctx.err << Interaction::readErrorText(job.kindsError()) << Qt::endl;
+        db.CloseDb();
+        fnCloseDB(1);
+        return Stopped;
+    }
     if (!listed) {
         db.CloseDb();
         fnCloseDB(1);

@@ -170,11 +170,18 @@ BillingJob::Opening BillingJob::opening()
 {
     Opening o;
     Recordset sys;
-    if (db_.DbSql(Sql("select conveni from sysfile where id = 1"), sys) && !sys.eof() &&
-        fnToNum(fnGetFields(sys, QStringLiteral("conveni"))) == 2)
+    if (!db_.DbSql(Sql("select conveni from sysfile where id = 1"), sys)) {
+        o.readError = db_.ErrMsg();
+        return o;
+    }
+    if (!sys.eof() && fnToNum(fnGetFields(sys, QStringLiteral("conveni"))) == 2)
         o.agency = 1;
     Recordset set;
-    if (db_.DbSql(Sql("select ckcode1 from cvsset where code=1"), set) && !set.eof())
+    if (!db_.DbSql(Sql("select ckcode1 from cvsset where code=1"), set)) {
+        o.readError = db_.ErrMsg();
+        return o;
+    }
+    if (!set.eof())
         o.companyCode = fnGetFields(set, QStringLiteral("ckcode1"));
     return o;
 }

@@ -60,6 +60,7 @@ public:
     struct Opening {
         int agency = 0;
         QString companyCode;
+        QString readError; // the engine's text when a read failed (not the same as nothing registered)
     };
     Opening opening();
     // Shown when no company code is registered (the screen closes).

@@ -1,5 +1,6 @@
 #include "conveni/frmconvenimake.h"
 
+#include "app/interaction.h"
 #include "app/startup.h"
 #include "conveni/billingjob.h"
 #include "conveni/settingsjob.h"
@@ -138,6 +139,7 @@ void frmConveniMake::onLoad()
     const BillingJob::Opening opening = job.opening();
     cboConveni->setCurrentIndex(opening.agency);
     companyCode_ = opening.companyCode;
+    openingError_ = opening.readError;
     if (gintArgCnt > 1) {
         // the suite's menu presets the range: arguments 2-3 ship dates, 4-5 order numbers, 6 re-output
         for (int i = 0; i < 2; ++i) {
@@ -164,9 +166,12 @@ void frmConveniMake::showEvent(QShowEvent* event)
 
 void frmConveniMake::activate()
 {
-    if (!isVisible() || !companyCode_.isEmpty())
+    if (!isVisible() || (!companyCode_.isEmpty() && openingError_.isEmpty()))
         return;
-    msgBox(BillingJob::noCompanyCodeMessage(), mb::OkOnly | mb::Critical);
+    if (!openingError_.isEmpty())
+        msgBox(Interaction::readErrorText(openingError_), mb::OkOnly | mb::Critical);
+    else
+        msgBox(BillingJob::noCompanyCodeMessage(), mb::OkOnly | mb::Critical);
     close();
 }
 

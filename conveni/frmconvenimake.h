@@ -58,6 +58,7 @@ private:
 
     QString folder_;
     QString companyCode_;
+    QString openingError_; // the engine's text when the opening read failed
     FormInteraction* running_ = nullptr;
 };
 

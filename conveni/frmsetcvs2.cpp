@@ -1,5 +1,6 @@
 #include "conveni/frmsetcvs2.h"
 
+#include "app/interaction.h"
 #include "conveni/settingsjob.h"
 #include "ui/forminteraction.h"
 
@@ -87,6 +88,8 @@ void frmSetCvs2::onLoad()
     SettingsJob job(mclsDb);
     const std::optional<bool> used = job.opening();
     if (!used) {
+        if (!job.openingError().isEmpty())
+            msgBox(Interaction::readErrorText(job.openingError()), mb::OkOnly | mb::Critical);
         ended_ = true;
         return;
     }

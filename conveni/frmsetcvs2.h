@@ -22,7 +22,7 @@ public:
     static inline const QString kMask = QStringLiteral("1000-1100-0001");
 
     explicit frmSetCvs2(QWidget* parent = nullptr);
-    // The opening found no sysfile row or a missing layout: the program ends.
+    // The opening found no sysfile row or a missing layout, or could not read them: the program ends.
     bool ended() const { return ended_; }
 
     // The installed printers' names (Qt's printer list); tests replace it.

@@ -27,14 +27,21 @@ int agencyIndex(const QString& code)
 
 std::optional<bool> SettingsJob::opening()
 {
+    openingError_.clear();
     Recordset rs;
-    if (!db_.DbSql(Sql("select * from sysfile where id=1"), rs) || rs.eof()) return std::nullopt;
+    if (!db_.DbSql(Sql("select * from sysfile where id=1"), rs)) {
+        openingError_ = db_.ErrMsg();
+        return std::nullopt;
+    }
+    if (rs.eof()) return std::nullopt;
     const bool used = fnToNum(fnGetFields(rs, QStringLiteral("conveni"))) != 0;
     for (const Agency& a : agencies()) {
         Recordset layout;
-        if (!db_.DbSql(Sql("select * from cvsini where code=") + Sql::q(a.code) + " and kubun=0", layout) ||
-            layout.eof())
+        if (!db_.DbSql(Sql("select * from cvsini where code=") + Sql::q(a.code) + " and kubun=0", layout)) {
+            openingError_ = db_.ErrMsg();
             return std::nullopt;
+        }
+        if (layout.eof()) return std::nullopt;
     }
     return used;
 }

@@ -31,8 +31,10 @@ public:
     explicit SettingsJob(clsDbClass& db) : db_(db) {}
 
     // The opening checks: the shop's sysfile row and the kind-0 layouts of both agencies. Nullopt when one is
-    // missing (the program ends); else whether collection is used (conveni not 0).
+    // missing or could not be read (the program ends); else whether collection is used (conveni not 0).
     std::optional<bool> opening();
+    // The engine's text when the opening ended on a read that failed; "" when a row was only missing.
+    const QString& openingError() const { return openingError_; }
 
     // What the screen shows after a load: the agency index (nullopt keeps the current selection) and the code.
     struct Loaded {
@@ -62,6 +64,7 @@ public:
     int cvssetAttempts() const { return cvssetAttempts_; }
 
 private:
+    QString openingError_;
     // One table's edit with the silent retries; false when they ran out. A row that cannot be opened is skipped.
     bool editWithRetries(const Sql& select, const std::function<bool(Recordset&)>& fill, int* attempts);
 

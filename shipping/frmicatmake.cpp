@@ -1,5 +1,6 @@
 #include "shipping/frmicatmake.h"
 
+#include "app/interaction.h"
 #include "app/startup.h"
 #include "ui/dateentry.h"
 #include "ui/forminteraction.h"
@@ -143,6 +144,9 @@ void frmICatMake::onLoad()
     job_.loadShop();
     for (const auto& kind : job_.labelKinds())
         cboHaisou->addItem(kind.first, kind.second);
+    // an unreadable list is not an empty one: said, then the screen stays as with no kinds
+    if (!job_.kindsError().isEmpty())
+        msgBox(Interaction::readErrorText(job_.kindsError()), mb::OkOnly | mb::Critical);
     txtDenno[0]->setText(QStringLiteral("       1"));
     txtDenno[1]->setText(QStringLiteral("99999999"));
     cboHaisou->setCurrentIndex(cboHaisou->count() > 0 ? 0 : -1);

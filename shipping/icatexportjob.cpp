@@ -222,7 +222,11 @@ QList<QPair<QString, int>> IcatExportJob::labelKinds()
                                 " order by jj,jun,code";
     QList<QPair<QString, int>> kinds;
     Recordset rs;
-    if (!db_.DbSql(query, rs)) return kinds;
+    kindsError_.clear();
+    if (!db_.DbSql(query, rs)) {
+        kindsError_ = db_.ErrMsg();
+        return kinds;
+    }
     const int code = rs.fieldIndex(QStringLiteral("code")), name = rs.fieldIndex(QStringLiteral("name"));
     for (; !rs.eof(); rs.moveNext()) {
         // only these two are kinds that I-CAT prints

@@ -72,6 +72,8 @@ public:
     void loadShop();
     // The label kinds I-CAT prints (codes 9 and 10 only), in the order the shop's setting gives: name and code.
     QList<QPair<QString, int>> labelKinds();
+    // The engine's text when the last labelKinds could not read the kinds (its list is then empty); else "".
+    const QString& kindsError() const { return kindsError_; }
 
     // Index of the first empty required field, in the order the screen checks them; -1 when all are filled.
     static int firstEmpty(const Input& input);
@@ -93,6 +95,7 @@ private:
     clsDbClass& db_;
     Recordset shop_;
     QString shopError_;
+    QString kindsError_;
 };
 
 } // namespace pel

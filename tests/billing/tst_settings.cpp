@@ -102,20 +102,34 @@ void SettingsTest::openingEnds_data()
 {
     QTest::addColumn<QString>("statement");
     QTest::addColumn<bool>("ended");
-    QTest::newRow("all there") << QString() << false;
-    QTest::newRow("no sysfile row") << "DELETE FROM sysfile" << true;
-    QTest::newRow("no 908997 layout") << "DELETE FROM cvsini WHERE code = '908997'" << true;
-    QTest::newRow("929023 layout of kind 1 only") << "UPDATE cvsini SET kubun = 1 WHERE code = '929023'" << true;
+    QTest::addColumn<QString>("message"); // how the one message starts; "" when it ends silently
+    const QString readError = QStringLiteral("データ参照エラーです。\r\n\r\n");
+    QTest::newRow("all there") << QString() << false << QString();
+    QTest::newRow("no sysfile row") << "DELETE FROM sysfile" << true << QString();
+    QTest::newRow("no 908997 layout") << "DELETE FROM cvsini WHERE code = '908997'" << true << QString();
+    QTest::newRow("929023 layout of kind 1 only")
+        << "UPDATE cvsini SET kubun = 1 WHERE code = '929023'" << true << QString();
+    QTest::newRow("sysfile unreadable") << "ALTER TABLE sysfile RENAME COLUMN id TO id9" << true << readError;
+    QTest::newRow("layouts unreadable") << "ALTER TABLE cvsini RENAME COLUMN kubun TO kubun9" << true << readError;
 }
 
 void SettingsTest::openingEnds()
 {
     QFETCH(QString, statement);
     QFETCH(bool, ended);
+    QFETCH(QString, message);
+    if (home_->backend() == test::Backend::Jet && statement.startsWith(QLatin1String("ALTER")))
+        QSKIP("a Jet file's tables cannot be altered through SQLite");
     if (!statement.isEmpty()) QVERIFY(home_->exec({statement}));
-    test::ScriptedDialogs dialogs; // ends silently
+    test::ScriptedDialogs dialogs;
+    if (!message.isEmpty()) dialogs.expectStart(message, answer::Ok);
     Opened o;
+    QVERIFY(dialogs.done());
     QCOMPARE(o.form.ended(), ended);
+    if (!message.isEmpty()) {
+        QCOMPARE(dialogs.styles, QList<int>{mb::Critical});
+        QVERIFY(dialogs.shown.last().section(QLatin1Char('|'), 2).size() > message.size()); // the engine's text
+    }
 }
 
 void SettingsTest::noPrinter()

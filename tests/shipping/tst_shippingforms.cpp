@@ -76,6 +76,7 @@ private slots:
     void init();
     void cleanup();
     void makeScreenStarts();
+    void kindsUnreadable();
     void presetFromArguments_data();
     void presetFromArguments();
     void presetProperties();
@@ -141,6 +142,23 @@ void ShippingFormsTest::makeScreenStarts()
     QString saved;
     fnGetIni(QStringLiteral("I-CAT"), QStringLiteral("MakeFile"), QString(), saved, 1024, iniPath());
     QCOMPARE(saved, home_->file(QStringLiteral("other.csv")));
+}
+
+// A label kind list that cannot be read is said in the engine's words, not shown as an empty list alone.
+void ShippingFormsTest::kindsUnreadable()
+{
+    if (home_->backend() == test::Backend::Jet)
+        QSKIP("a Jet file's tables cannot be altered through SQLite");
+    QVERIFY(home_->exec({QStringLiteral("ALTER TABLE bunrui RENAME COLUMN jun TO jun9")}));
+    const QString start = QStringLiteral("データ参照エラーです。\r\n\r\n");
+    test::ScriptedDialogs dialogs;
+    dialogs.expectStart(start, answer::Ok);
+    frmICatMake f;
+    f.load();
+    QVERIFY(dialogs.done());
+    QCOMPARE(dialogs.styles, QList<int>{mb::Critical});
+    QVERIFY(dialogs.shown.last().section(QLatin1Char('|'), 2).size() > start.size());
+    QCOMPARE(f.cboHaisou->count(), 0);
 }
 
 void ShippingFormsTest::presetFromArguments_data()
