@@ -1,6 +1,7 @@
 #include "conveni/mtfile.h"
 
 #include "app/cp932.h"
+#include "app/outputfile.h"
 
 #include <QDateTime>
 
@@ -142,21 +143,24 @@ QString MtFile::notCp932Message(qint64 line, const QString& detail)
 
 bool appendReadMark(const QString& path)
 {
-    QFile f(path);
-    if (!f.open(QIODevice::ReadWrite))
-        return false;
+    // the line break first when the last line has none
     QByteArray out;
-    if (f.size() > 0) {
-        if (!f.seek(f.size() - 1))
+    {
+        QFile f(path);
+        if (!f.open(QIODevice::ReadOnly))
             return false;
-        char last = 0;
-        if (!f.getChar(&last))
-            return false;
-        if (last != '\n')
-            out += "\r\n";
+        if (f.size() > 0) {
+            char last = 0;
+            if (!f.seek(f.size() - 1) || !f.getChar(&last))
+                return false;
+            if (last != '\n')
+                out += "\r\n";
+        }
     }
     out += *Cp932::encode(u"読込済") + "\r\n";
-    return f.seek(f.size()) && f.write(out) == out.size() && f.flush();
+    // a copy extended and renamed into place: a full disk leaves the file unmarked, never half marked
+    OutputFile file(path);
+    return file.open(OutputFile::Mode::Append) && file.write(out) && file.commit();
 }
 
 QString backupName(const QString& path, const QDateTime& at)

@@ -39,7 +39,8 @@ private:
     QString message_;
 };
 
-// Appends the marker line of an imported file, starting a new line when the file does not end with one.
+// Appends the marker line of an imported file, starting a new line when the file does not end with one. False
+// when the file could not be read or written; it is then as it was.
 bool appendReadMark(const QString& path);
 // "path.yyyymmdd hh 24 m i ss" as the backup pattern "yyyymmddhh24miss" gives it for at.
 QString backupName(const QString& path, const QDateTime& at);

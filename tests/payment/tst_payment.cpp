@@ -12,11 +12,15 @@
 #include <QDirIterator>
 #include <QElapsedTimer>
 #include <QProcess>
+#include <QTemporaryDir>
 #include <QTest>
 
 #include <atomic>
 #include <chrono>
 #include <thread>
+
+#include <csignal>
+#include <sys/resource.h>
 
 using namespace pel;
 using namespace pel::test;
@@ -107,6 +111,8 @@ private slots:
     void checkWait();
     void formats();
     void backupName();
+    void readMarkWholeOrNone_data();
+    void readMarkWholeOrNone();
 
     void fixedWidth();
     void secondImportRefused();
@@ -269,6 +275,46 @@ void PaymentTest::fixedWidth()
     QFile f(path);
     QVERIFY(f.open(QIODevice::ReadOnly));
     QVERIFY(f.readAll().endsWith("\r\n" + *Cp932::encode(u"読込済") + "\r\n"));
+}
+
+void PaymentTest::readMarkWholeOrNone_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<qint64>("room"); // bytes a file may grow by; -1 for no limit
+    QTest::addColumn<QByteArray>("expected");
+    const QByteArray mark = *Cp932::encode(u"読込済") + "\r\n";
+    QTest::newRow("ends with a line break") << QByteArray("a\r\n") << qint64(-1) << "a\r\n" + mark;
+    QTest::newRow("last line open") << QByteArray("a") << qint64(-1) << "a\r\n" + mark;
+    QTest::newRow("disk full part-way") << QByteArray("a\r\n") << qint64(3) << QByteArray("a\r\n");
+}
+
+// The mark goes in whole or not at all; a write that stops part-way leaves the file as it was.
+void PaymentTest::readMarkWholeOrNone()
+{
+    QFETCH(QByteArray, content);
+    QFETCH(qint64, room);
+    QFETCH(QByteArray, expected);
+    QTemporaryDir dir;
+    const QString path = dir.filePath(QStringLiteral("mt.txt"));
+    {
+        QFile f(path);
+        QVERIFY(f.open(QIODevice::WriteOnly) && f.write(content) == content.size() && f.flush());
+    }
+    rlimit saved{};
+    QVERIFY(getrlimit(RLIMIT_FSIZE, &saved) == 0);
+    const auto oldHandler = std::signal(SIGXFSZ, SIG_IGN); // a refused write, not a killed test
+    if (room >= 0) {
+        rlimit limited = saved;
+        limited.rlim_cur = static_cast<rlim_t>(content.size() + room);
+        QVERIFY(setrlimit(RLIMIT_FSIZE, &limited) == 0);
+    }
+    const bool marked = appendReadMark(path);
+    setrlimit(RLIMIT_FSIZE, &saved);
+    std::signal(SIGXFSZ, oldHandler);
+    QCOMPARE(marked, room < 0);
+    QFile f(path);
+    QVERIFY(f.open(QIODevice::ReadOnly));
+    QCOMPARE(f.readAll(), expected);
 }
 
 void PaymentTest::secondImportRefused()
