@@ -3,6 +3,7 @@
 #include "app/inifile.h"
 #include "app/runtimeerror.h"
 #include "app/startup.h"
+#include "tests/support/datarow.h"
 #include "tests/support/testhome.h"
 #include "ui/msgcatalog.h"
 #include "ui/textrules.h"
@@ -13,6 +14,7 @@
 #include <QTest>
 
 using namespace pel;
+using test::row;
 
 class TstCore : public QObject {
     Q_OBJECT
@@ -252,9 +254,6 @@ void TstCore::cutByte_data()
     QTest::addColumn<int>("n");
     QTest::addColumn<QString>("piece");
     QTest::addColumn<QString>("rest");
-    const auto row = [](const char* name, const char* text, int n, const char* piece, const char* rest) {
-        QTest::newRow(name) << QString::fromUtf8(text) << n << QString::fromUtf8(piece) << QString::fromUtf8(rest);
-    };
     row("four wide, 7", "表示確認", 7, "表示確", "認");
     row("fits", "abc", 5, "abc", "");
     row("exact", "ab表", 4, "ab表", "");
@@ -399,13 +398,9 @@ void TstCore::cp932Errors()
 
 void TstCore::catalogue_data()
 {
-    QTest::addColumn<QString>("key");
-    QTest::addColumn<QString>("extra");
+    QTest::addColumn<QString>("extra"); // the row's name is the key
     QTest::addColumn<QString>("text");
     QTest::addColumn<int>("style");
-    const auto row = [](const char* key, const char* extra, const char* text, int style) {
-        QTest::newRow(key) << QString::fromUtf8(key) << QString::fromUtf8(extra) << QString::fromUtf8(text) << style;
-    };
     row("記録", "", "記録します", 68);
     row("削除", "伝票No.12", "削除します\r\n伝票No.12", 324);
     row("記録エラー", "", "記録に失敗しました！\r\n\r\nすべて終了し、データメンテナンスから復旧をしてください", 48);
@@ -420,7 +415,7 @@ void TstCore::catalogue_data()
 
 void TstCore::catalogue()
 {
-    QFETCH(QString, key);
+    const QString key = QString::fromUtf8(QTest::currentDataTag());
     QFETCH(QString, extra);
     QFETCH(QString, text);
     QFETCH(int, style);

@@ -5,6 +5,7 @@
 #include "app/db/retry.h"
 #include "app/db/types.h"
 #include "app/oplog.h"
+#include "tests/support/datarow.h"
 #include "tests/support/testhome.h"
 
 #include <QSqlDriver>
@@ -14,6 +15,7 @@
 #include <sqlite3.h>
 
 using namespace pel;
+using test::row;
 
 class TstDb : public QObject {
     Q_OBJECT
@@ -31,8 +33,6 @@ private slots:
     void setFieldsEmptyText();
     void valuesThatWouldBreakTheStatement_data();
     void valuesThatWouldBreakTheStatement();
-    void systemStatements_data();
-    void systemStatements();
     void transactions();
     void failedStatementKeepsTransaction();
     void editedRowIsLocked();
@@ -123,18 +123,10 @@ void TstDb::unnamedAggregates_data()
     QTest::addColumn<int>("index");
     QTest::addColumn<QString>("readAs");
     QTest::addColumn<QString>("value");
-    QTest::newRow("SUM 1") << "select sum(total) from jyuden"
-                           << "SUM(total)" << 1 << "Expr1000"
-                           << "6480.5";
-    QTest::newRow("Sum 2") << "select count(*), sum(utax) from jyuden"
-                           << "Sum(utax)" << 2 << "Expr1001"
-                           << "480";
-    QTest::newRow("named") << "select max(denno) as last from jyuden"
-                           << "last" << 1 << "last"
-                           << "11";
-    QTest::newRow("count") << "select count(*) from jyuden where denno > 100"
-                           << "count(*)" << 1 << "Expr1000"
-                           << "0";
+    row("SUM 1", "select sum(total) from jyuden", "SUM(total)", 1, "Expr1000", "6480.5");
+    row("Sum 2", "select count(*), sum(utax) from jyuden", "Sum(utax)", 2, "Expr1001", "480");
+    row("named", "select max(denno) as last from jyuden", "last", 1, "last", "11");
+    row("count", "select count(*) from jyuden where denno > 100", "count(*)", 1, "Expr1000", "0");
 }
 
 void TstDb::unnamedAggregates()
@@ -157,38 +149,33 @@ void TstDb::standardConversion_data()
 {
     QTest::addColumn<QString>("setup");
     QTest::addColumn<QString>("select");
-    QTest::addColumn<QString>("text");
-    QTest::newRow("whole currency") << ""
-                                    << "select total from jyuden where denno=10"
-                                    << "5400";
-    QTest::newRow("half") << "update jyuden set total=0.5 where denno=10"
-                          << "select total from jyuden where denno=10"
-                          << "0.5";
-    QTest::newRow("big double") << "update sysfile set zeiritu=1e15 where id=1"
-                                << "select zeiritu from sysfile"
-                                << "1000000000000000";
-    QTest::newRow("single") << ""
-                            << "select [top] from offset"
-                            << "1.5";
-    QTest::newRow("date and time") << "update inmoney set sdate='2026/11/23 09:05:07'"
-                                   << "select sdate from inmoney"
-                                   << "2026/11/23 9:05:07";
-    QTest::newRow("afternoon, unpadded hour written") << "update inmoney set sdate='2026/11/23 9:05:07'"
-                                                      << "select sdate from inmoney"
-                                                      << "2026/11/23 9:05:07";
-    QTest::newRow("midnight") << "update inmoney set sdate='2026/01/02 00:00:00'"
-                              << "select sdate from inmoney"
-                              << "2026/01/02";
-    QTest::newRow("null") << "update inmoney set sdate=null"
-                          << "select sdate from inmoney"
-                          << "";
+    QTest::addColumn<QString>("firstRow"); // the first row's texts joined with '|'
+    row("whole currency", "", "select total from jyuden where denno=10", "5400");
+    row("half", "update jyuden set total=0.5 where denno=10", "select total from jyuden where denno=10", "0.5");
+    row("big double", "update sysfile set zeiritu=1e15 where id=1", "select zeiritu from sysfile", "1000000000000000");
+    row("single", "", "select [top] from offset", "1.5");
+    row("date and time", "update inmoney set sdate='2026/11/23 09:05:07'", "select sdate from inmoney",
+        "2026/11/23 9:05:07");
+    row("afternoon, unpadded hour written", "update inmoney set sdate='2026/11/23 9:05:07'",
+        "select sdate from inmoney", "2026/11/23 9:05:07");
+    row("midnight", "update inmoney set sdate='2026/01/02 00:00:00'", "select sdate from inmoney", "2026/01/02");
+    row("null", "update inmoney set sdate=null", "select sdate from inmoney", "");
+    // statements as the system writes them
+    row("bracketed top, left", "", "select [top],left,hight from offset where kubun = 1 and code = 2", "1.5|-2.5|0");
+    row("union all of label kinds", "",
+        "select 1 as jj,* from bunrui where kubun=3 and code>6 and jun>0 union all select 2 as jj,* from bunrui "
+        "where kubun=3 and code>6 and jun=0 union all select 3 as jj,* from bunrui where kubun=3 and code<=6 and "
+        "jun>0 union all select 4 as jj,* from bunrui where kubun=3 and code<=6 and jun=0 order by jj,jun,code",
+        "1|3|9|宅急便|2");
+    row("in subquery", "", "select code,name from member where code in (select omcode from jyuden) order by code",
+        "2|株式会社ソ表");
 }
 
 void TstDb::standardConversion()
 {
     QFETCH(QString, setup);
     QFETCH(QString, select);
-    QFETCH(QString, text);
+    QFETCH(QString, firstRow);
     QVERIFY(home_->exec({"insert into sysfile (id) values (1)", "insert into inmoney (denno) values (10)"}));
     if (!setup.isEmpty())
         QVERIFY(home_->exec({setup}));
@@ -196,7 +183,10 @@ void TstDb::standardConversion()
     QVERIFY(db.OpenDb());
     Recordset rs;
     QVERIFY2(db.DbSql(Sql::raw(select), rs), qPrintable(db.ErrMsg()));
-    QCOMPARE(rs.text(0), text);
+    QStringList row;
+    for (int i = 0; i < rs.fieldCount(); ++i)
+        row << rs.text(i);
+    QCOMPARE(row.join(QLatin1Char('|')), firstRow);
 }
 
 void TstDb::editOrAdd()
@@ -285,36 +275,6 @@ void TstDb::valuesThatWouldBreakTheStatement()
     QCOMPARE(home_->scalar("select sday from jyuden where denno=10"), QStringLiteral("20261130"));
 }
 
-void TstDb::systemStatements_data()
-{
-    QTest::addColumn<QString>("statement");
-    QTest::addColumn<QString>("firstRow");
-    QTest::newRow("bracketed top, left") << "select [top],left,hight from offset where kubun = 1 and code = 2"
-                                         << "1.5|-2.5|0";
-    QTest::newRow("union all of label kinds")
-        << "select 1 as jj,* from bunrui where kubun=3 and code>6 and jun>0 union all select 2 as jj,* from bunrui "
-           "where kubun=3 and code>6 and jun=0 union all select 3 as jj,* from bunrui where kubun=3 and code<=6 and "
-           "jun>0 union all select 4 as jj,* from bunrui where kubun=3 and code<=6 and jun=0 order by jj,jun,code"
-        << "1|3|9|宅急便|2";
-    QTest::newRow("in subquery") << "select code,name from member where code in (select omcode from jyuden) "
-                                    "order by code"
-                                 << "2|株式会社ソ表";
-}
-
-void TstDb::systemStatements()
-{
-    QFETCH(QString, statement);
-    QFETCH(QString, firstRow);
-    clsDbClass db;
-    QVERIFY(db.OpenDb());
-    Recordset rs;
-    QVERIFY2(db.DbSql(Sql::raw(statement), rs), qPrintable(db.ErrMsg()));
-    QStringList row;
-    for (int i = 0; i < rs.fieldCount(); ++i)
-        row << rs.text(i);
-    QCOMPARE(row.join(QLatin1Char('|')), firstRow);
-}
-
 void TstDb::transactions()
 {
     clsDbClass a, b;
@@ -369,15 +329,12 @@ void TstDb::editAgainThroughOneRecordset_data()
     QTest::addColumn<QString>("select");
     QTest::addColumn<QString>("field");
     QTest::addColumn<QString>("check");
-    QTest::newRow("the same row twice") << "select * from jyuden where denno=10"
-                                        << "cflag"
-                                        << "select cflag from jyuden where denno=10";
-    QTest::newRow("an added row again") << "select * from offset where kubun=5 and code=1"
-                                        << "hight"
-                                        << "select hight from offset where kubun=5 and code=1";
-    QTest::newRow("a key changed, then the row again") << "select * from bunrui where kubun=3 and code=2"
-                                                       << "code"
-                                                       << "select count(*) from bunrui where code=2";
+    row("the same row twice", "select * from jyuden where denno=10", "cflag",
+        "select cflag from jyuden where denno=10");
+    row("an added row again", "select * from offset where kubun=5 and code=1", "hight",
+        "select hight from offset where kubun=5 and code=1");
+    row("a key changed, then the row again", "select * from bunrui where kubun=3 and code=2", "code",
+        "select count(*) from bunrui where code=2");
 }
 
 void TstDb::editAgainThroughOneRecordset()

@@ -1,12 +1,14 @@
 // Mails sent to a local SMTP server and read back by an independent parser (Python's mail package).
 #include "mail/clsbasp.h"
 #include "smtpsink.h"
+#include "tests/support/datarow.h"
 
 #include <QElapsedTimer>
 #include <QJsonArray>
 #include <QTest>
 
 using pel::clsBaSp;
+using pel::test::row;
 
 namespace {
 
@@ -245,11 +247,6 @@ private slots:
         const QString denied = QStringLiteral("ログインを拒否しました");
         const QString loginNeeded = QStringLiteral("ログインを求めています");
         const QString noStarttls = QStringLiteral("暗号化 (STARTTLS) に応じない");
-        const auto row = [](const char* name, const QString& server, const char* listener, const char* login,
-                            const char* ca, bool requireTls, const QString& expected) {
-            QTest::newRow(name) << server << QString::fromUtf8(listener) << QString::fromUtf8(login)
-                                << QString::fromUtf8(ca) << requireTls << expected;
-        };
         row("STARTTLS, login from the environment", starttls, "starttls", "env", "ca", false, QString());
         row("STARTTLS, login from ~/.netrc", starttls, "starttls", "netrc", "ca", false, QString());
         row("implicit TLS", smtps, "smtps", "env", "ca", false, QString());

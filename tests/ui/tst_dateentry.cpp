@@ -1,4 +1,5 @@
 // The year/month/day boxes and picker: clamping while typing, year completion on leaving, conversions.
+#include "tests/support/datarow.h"
 #include "ui/dateentry.h"
 
 #include <QDateEdit>
@@ -7,6 +8,7 @@
 #include <QTest>
 
 using namespace pel;
+using test::row;
 
 namespace {
 
@@ -41,11 +43,6 @@ void DateEntryTest::trioRule_data()
     QTest::addColumn<QString>("dd");
     QTest::addColumn<QString>("month");
     QTest::addColumn<QString>("day");
-    const auto row = [](const char* name, const char* yy, const char* mm, const char* dd, const char* month,
-                        const char* day) {
-        QTest::newRow(name) << QString::fromUtf8(yy) << QString::fromUtf8(mm) << QString::fromUtf8(dd)
-                            << QString::fromUtf8(month) << QString::fromUtf8(day);
-    };
     row("leap 2024", "2024", "2", "30", "2", "29");
     row("2100 not leap", "2100", "2", "29", "2", "28");
     row("2000 leap", "2000", "2", "30", "2", "29");
@@ -81,11 +78,6 @@ void DateEntryTest::yearLeft_data()
     QTest::addColumn<QString>("year");
     QTest::addColumn<QString>("month");
     QTest::addColumn<QString>("day");
-    const auto row = [](const char* name, const char* yy, const char* mm, const char* dd, const char* year,
-                        const char* month, const char* day) {
-        QTest::newRow(name) << QString::fromUtf8(yy) << QString::fromUtf8(mm) << QString::fromUtf8(dd)
-                            << QString::fromUtf8(year) << QString::fromUtf8(month) << QString::fromUtf8(day);
-    };
     row("24", "24", "", "", "2024", "", ""); // the century rule itself is fnYear's
     row("75", "75", "", "", "1975", "", "");
     row("empty stays empty", "", "3", "", "", "3", "");

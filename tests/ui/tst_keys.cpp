@@ -1,4 +1,5 @@
 // Function keys, masks, Escape undo, focus moves, field kinds and the byte limit, typed into real widgets.
+#include "tests/support/datarow.h"
 #include "ui/functionbar.h"
 #include "ui/keys.h"
 
@@ -15,6 +16,7 @@
 #include <QVBoxLayout>
 
 using namespace pel;
+using test::row;
 
 namespace {
 
@@ -106,9 +108,6 @@ void KeysTest::masks_data()
     QTest::addColumn<QString>("init");
     QTest::addColumn<QString>("mask");
     QTest::addColumn<QString>("enabled");
-    const auto row = [](const char* name, const char* init, const char* mask, const char* enabled) {
-        QTest::newRow(name) << QString::fromUtf8(init) << QString::fromUtf8(mask) << QString::fromUtf8(enabled);
-    };
     row("F1 and F12", "1111-1111-1111", "1000-0000-0001", "100000000001");
     row("F1 F6 F12", "1111-1111-1111", "1000-0100-0001", "100001000001");
     row("short mask keeps the rest on", "1111-1111-1111", "0", "011111111111");
