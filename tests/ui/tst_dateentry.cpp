@@ -114,18 +114,10 @@ void DateEntryTest::conversions_data()
     QTest::addColumn<QString>("mm");
     QTest::addColumn<QString>("dd");
     QTest::addColumn<qlonglong>("ymd");
-    QTest::newRow("padded") << "2024"
-                            << " 2"
-                            << "29" << 20240229LL;
-    QTest::newRow("plain") << "2024"
-                           << "3"
-                           << "5" << 20240305LL;
-    QTest::newRow("no month") << "2024"
-                              << ""
-                              << "5" << 0LL;
-    QTest::newRow("blank day") << "2024"
-                               << "3"
-                               << "  " << 0LL;
+    row("padded", "2024", " 2", "29", 20240229LL);
+    row("plain", "2024", "3", "5", 20240305LL);
+    row("no month", "2024", "", "5", 0LL);
+    row("blank day", "2024", "3", "  ", 0LL);
 }
 
 void DateEntryTest::conversions()
