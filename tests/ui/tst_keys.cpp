@@ -92,7 +92,6 @@ private slots:
     void masks_data();
     void masks();
     void toolInitDressesOnlyNamedButtons();
-    void picturesMadeWhenShownLookTheSame();
     void escapeUndo();
     void escapePassedOnWhenUnchanged();
     void focusMoves_data();
@@ -148,13 +147,6 @@ void KeysTest::toolInitDressesOnlyNamedButtons()
     QCOMPARE(t.bar->button(QStringLiteral("F12"))->toolTip(), QStringLiteral("F12 終了"));
     QVERIFY(!t.bar->button(5)->icon().isNull());
     QVERIFY(t.bar->button(1)->icon().isNull());
-    QCOMPARE(enabledMask(t.bar), QStringLiteral("000010000001"));
-}
-
-void KeysTest::picturesMadeWhenShownLookTheSame()
-{
-    TestForm t;
-    fnToolInit(t.bar, t.images, QStringLiteral("0000-1000-0001"));
     // the overflow button shows the style's own picture
     const auto* more = t.bar->findChild<QToolButton*>(QStringLiteral("qt_toolbar_ext_button"));
     QVERIFY(more);
