@@ -1,4 +1,5 @@
 // The year/month/day boxes and picker: clamping while typing, year completion on leaving, conversions.
+#include "tests/support/datarow.h"
 #include "ui/dateentry.h"
 
 #include <QDateEdit>
@@ -7,6 +8,7 @@
 #include <QTest>
 
 using namespace pel;
+using test::row;
 
 namespace {
 
@@ -29,7 +31,6 @@ private slots:
     void trioRule();
     void yearLeft_data();
     void yearLeft();
-    void pickerWritesTrio();
     void conversions_data();
     void conversions();
     void entryReportsIndexAndSelects();
@@ -42,15 +43,15 @@ void DateEntryTest::trioRule_data()
     QTest::addColumn<QString>("dd");
     QTest::addColumn<QString>("month");
     QTest::addColumn<QString>("day");
-    QTest::newRow("leap 2024") << "2024" << "2" << "30" << "2" << "29";
-    QTest::newRow("2100 not leap") << "2100" << "2" << "29" << "2" << "28";
-    QTest::newRow("2000 leap") << "2000" << "2" << "30" << "2" << "29";
-    QTest::newRow("2023") << "2023" << "2" << "29" << "2" << "28";
-    QTest::newRow("month 13") << "2023" << "13" << "5" << "12" << "5";
-    QTest::newRow("month -3") << "2023" << "-3" << "31" << "1" << "31";
-    QTest::newRow("april") << "2023" << "4" << "31" << "4" << "30";
-    QTest::newRow("no month allows 31") << "2023" << "" << "31" << "" << "31";
-    QTest::newRow("day 99 in july") << "2023" << "07" << "99" << "07" << "31";
+    row("leap 2024", "2024", "2", "30", "2", "29");
+    row("2100 not leap", "2100", "2", "29", "2", "28");
+    row("2000 leap", "2000", "2", "30", "2", "29");
+    row("2023", "2023", "2", "29", "2", "28");
+    row("month 13", "2023", "13", "5", "12", "5");
+    row("month -3", "2023", "-3", "31", "1", "31");
+    row("april", "2023", "4", "31", "4", "30");
+    row("no month allows 31", "2023", "", "31", "", "31");
+    row("day 99 in july", "2023", "07", "99", "07", "31");
 }
 
 void DateEntryTest::trioRule()
@@ -77,15 +78,12 @@ void DateEntryTest::yearLeft_data()
     QTest::addColumn<QString>("year");
     QTest::addColumn<QString>("month");
     QTest::addColumn<QString>("day");
-    QTest::newRow("24") << "24" << "" << "" << "2024" << "" << "";
-    QTest::newRow("75") << "75" << "" << "" << "1975" << "" << "";
-    QTest::newRow("150") << "150" << "" << "" << "2150" << "" << "";
-    QTest::newRow("0") << "0" << "" << "" << "2000" << "" << "";
-    QTest::newRow("5") << "5" << "" << "" << "2005" << "" << "";
-    QTest::newRow("empty stays empty") << "" << "3" << "" << "" << "3" << "";
-    QTest::newRow("full date through the picker") << "24" << "2" << "9" << "2024" << " 2" << " 9";
-    QTest::newRow("february 30 of 24") << "24" << "2" << "30" << "2024" << " 2" << "29";
-    QTest::newRow("month 0: year only") << "2023" << "0" << "5" << "2023" << "0" << "5";
+    row("24", "24", "", "", "2024", "", ""); // the century rule itself is fnYear's
+    row("75", "75", "", "", "1975", "", "");
+    row("empty stays empty", "", "3", "", "", "3", "");
+    row("full date through the picker", "24", "2", "9", "2024", " 2", " 9");
+    row("february 30 of 24", "24", "2", "30", "2024", " 2", "29");
+    row("month 0: year only", "2023", "0", "5", "2023", "0", "5");
 }
 
 void DateEntryTest::yearLeft()
@@ -110,28 +108,16 @@ void DateEntryTest::yearLeft()
         QCOMPARE(w.d->dtpDay()->date(), QDate(year.toInt(), month.trimmed().toInt(), day.trimmed().toInt()));
 }
 
-void DateEntryTest::pickerWritesTrio()
-{
-    Window w;
-    w.d->dtpDay()->setDate(QDate(2023, 7, 4));
-    QCOMPARE(w.d->txtYy()->text(), QStringLiteral("2023"));
-    QCOMPARE(w.d->txtMm()->text(), QStringLiteral(" 7"));
-    QCOMPARE(w.d->txtDd()->text(), QStringLiteral(" 4"));
-    w.d->dtpDay()->setDate(QDate(2023, 12, 31));
-    QCOMPARE(w.d->txtMm()->text(), QStringLiteral("12"));
-    QCOMPARE(w.d->ymd(), 20231231);
-}
-
 void DateEntryTest::conversions_data()
 {
     QTest::addColumn<QString>("yy");
     QTest::addColumn<QString>("mm");
     QTest::addColumn<QString>("dd");
     QTest::addColumn<qlonglong>("ymd");
-    QTest::newRow("padded") << "2024" << " 2" << "29" << 20240229LL;
-    QTest::newRow("plain") << "2024" << "3" << "5" << 20240305LL;
-    QTest::newRow("no month") << "2024" << "" << "5" << 0LL;
-    QTest::newRow("blank day") << "2024" << "3" << "  " << 0LL;
+    row("padded", "2024", " 2", "29", 20240229LL);
+    row("plain", "2024", "3", "5", 20240305LL);
+    row("no month", "2024", "", "5", 0LL);
+    row("blank day", "2024", "3", "  ", 0LL);
 }
 
 void DateEntryTest::conversions()

@@ -1,4 +1,5 @@
 // Function keys, masks, Escape undo, focus moves, field kinds and the byte limit, typed into real widgets.
+#include "tests/support/datarow.h"
 #include "ui/functionbar.h"
 #include "ui/keys.h"
 
@@ -15,6 +16,7 @@
 #include <QVBoxLayout>
 
 using namespace pel;
+using test::row;
 
 namespace {
 
@@ -87,72 +89,53 @@ QString enabledMask(const FunctionBar* bar)
 class KeysTest : public QObject {
     Q_OBJECT
 private slots:
-    void functionKeyFiresOnlyWhenEnabled_data();
-    void functionKeyFiresOnlyWhenEnabled();
     void masks_data();
     void masks();
     void toolInitDressesOnlyNamedButtons();
-    void picturesMadeWhenShownLookTheSame();
     void escapeUndo();
     void escapePassedOnWhenUnchanged();
     void focusMoves_data();
     void focusMoves();
     void enterPressesFocusedButton();
-    void fieldKinds_data();
-    void fieldKinds();
+    void typing_data();
+    void typing();
     void comboRefusesTypedCharacters();
-    void byteLimit_data();
-    void byteLimit();
-    void inputMethodCommit_data();
-    void inputMethodCommit();
 };
-
-void KeysTest::functionKeyFiresOnlyWhenEnabled_data()
-{
-    QTest::addColumn<int>("position");
-    QTest::addColumn<bool>("fires");
-    for (int i = 1; i <= 12; ++i)
-        QTest::addRow("F%d", i) << i << (i == 1 || i == 12);
-}
-
-void KeysTest::functionKeyFiresOnlyWhenEnabled()
-{
-    QFETCH(int, position);
-    QFETCH(bool, fires);
-    TestForm t;
-    QVERIFY(QTest::qWaitForWindowActive(&t.form));
-    fnToolInit(t.bar, t.images, QStringLiteral("1000-0000-0001"));
-    t.e[0]->setFocus();
-    QTest::keyClick(t.e[0], static_cast<Qt::Key>(Qt::Key_F1 + position - 1));
-    QCOMPARE(t.fired[position], fires ? 1 : 0);
-    // The button itself obeys the same switch.
-    t.bar->button(position)->trigger();
-    QCOMPARE(t.fired[position], fires ? 2 : 0);
-}
 
 void KeysTest::masks_data()
 {
     QTest::addColumn<QString>("init");
     QTest::addColumn<QString>("mask");
     QTest::addColumn<QString>("enabled");
-    QTest::newRow("F1 and F12") << "1111-1111-1111" << "1000-0000-0001" << "100000000001";
-    QTest::newRow("F1 F6 F12") << "1111-1111-1111" << "1000-0100-0001" << "100001000001";
-    QTest::newRow("short mask keeps the rest on") << "1111-1111-1111" << "0" << "011111111111";
-    QTest::newRow("short mask keeps the rest off") << "0000-0000-0000" << "1" << "100000000000";
-    QTest::newRow("dashes anywhere") << "0000-0000-0000" << "1-1-1" << "111000000000";
-    QTest::newRow("not 1 is off") << "1111-1111-1111" << "x1 0" << "010011111111";
-    QTest::newRow("longer mask ignored past F12") << "0000-0000-0000" << "0000-0000-00011" << "000000000001";
+    row("F1 and F12", "1111-1111-1111", "1000-0000-0001", "100000000001");
+    row("F1 F6 F12", "1111-1111-1111", "1000-0100-0001", "100001000001");
+    row("short mask keeps the rest on", "1111-1111-1111", "0", "011111111111");
+    row("short mask keeps the rest off", "0000-0000-0000", "1", "100000000000");
+    row("dashes anywhere", "0000-0000-0000", "1-1-1", "111000000000");
+    row("not 1 is off", "1111-1111-1111", "x1 0", "010011111111");
+    row("longer mask ignored past F12", "0000-0000-0000", "0000-0000-00011", "000000000001");
+    row("first mask alone", "1000-0000-0001", "", "100000000001");
 }
 
+// A key and its button fire exactly when the masks left them on.
 void KeysTest::masks()
 {
     QFETCH(QString, init);
     QFETCH(QString, mask);
     QFETCH(QString, enabled);
     TestForm t;
+    QVERIFY(QTest::qWaitForWindowActive(&t.form));
     fnToolInit(t.bar, t.images, init);
     fnToolEnable(t.bar, mask);
     QCOMPARE(enabledMask(t.bar), enabled);
+    QString fired;
+    for (int i = 1; i <= 12; ++i) {
+        t.e[0]->setFocus();
+        QTest::keyClick(t.e[0], static_cast<Qt::Key>(Qt::Key_F1 + i - 1));
+        t.bar->button(i)->trigger();
+        fired += QString::number(t.fired[i]); // once by the key, once by the button
+    }
+    QCOMPARE(fired, QString(enabled).replace(QLatin1Char('1'), QLatin1Char('2')));
 }
 
 void KeysTest::toolInitDressesOnlyNamedButtons()
@@ -164,13 +147,6 @@ void KeysTest::toolInitDressesOnlyNamedButtons()
     QCOMPARE(t.bar->button(QStringLiteral("F12"))->toolTip(), QStringLiteral("F12 終了"));
     QVERIFY(!t.bar->button(5)->icon().isNull());
     QVERIFY(t.bar->button(1)->icon().isNull());
-    QCOMPARE(enabledMask(t.bar), QStringLiteral("000010000001"));
-}
-
-void KeysTest::picturesMadeWhenShownLookTheSame()
-{
-    TestForm t;
-    fnToolInit(t.bar, t.images, QStringLiteral("0000-1000-0001"));
     // the overflow button shows the style's own picture
     const auto* more = t.bar->findChild<QToolButton*>(QStringLiteral("qt_toolbar_ext_button"));
     QVERIFY(more);
@@ -295,38 +271,73 @@ void KeysTest::enterPressesFocusedButton()
     QCOMPARE(QApplication::focusWidget(), t.button); // last control: no candidate, focus stays
 }
 
-void KeysTest::fieldKinds_data()
+void KeysTest::typing_data()
 {
     QTest::addColumn<QString>("kind");
-    QTest::addColumn<QString>("typed");
-    QTest::addColumn<QString>("kept");
-    QTest::newRow("0") << "0" << " 09,-.a" << " 09,";
-    QTest::newRow("1") << "1" << "9-,." << "9-";
-    QTest::newRow("2") << "2" << "9.-," << "9.";
-    QTest::newRow("3") << "3" << "-9.,a" << "-9.";
-    QTest::newRow("4 symbols") << "4" << "aZ!\"#$%&()=~|-^\\`{@[+*};:]<>?_,./" << "aZ!\"#$%&()=~|-^\\`{@[+*};:]<>?_,./";
-    QTest::newRow("4 refuses apostrophe and kana") << "4" << "a'ｱ" << "a";
-    QTest::newRow("5 takes apostrophe and kana") << "5" << "a'ｱﾟｰ｡" << "a'ｱﾟｰ｡";
-    QTest::newRow("5 refuses hiragana") << "5" << "あ" << "";
-    QTest::newRow("6") << "6" << "12,-. " << "12 ";
-    QTest::newRow("7") << "7" << "1,-." << "1,-";
-    QTest::newRow("8 refuses 0") << "8" << "0a9Z-" << "a9Z";
-    QTest::newRow("9") << "9" << "1,.-" << "1,.";
-    QTest::newRow("empty tag takes all") << "" << "a'あ0" << "a'あ0";
-    QTest::newRow("other tag takes all") << "x" << "a'あ0" << "a'あ0";
+    QTest::addColumn<int>("max");
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<int>("selected"); // characters selected from the start; 0: the cursor at the end
+    QTest::addColumn<QString>("input");
+    QTest::addColumn<bool>("ime"); // through the input method, else key by key
+    QTest::addColumn<QString>("result");
+    const int none = 32767; // the box's own limit
+    QTest::newRow("kind 0") << "0" << none << "" << 0 << " 09,-.a" << false << " 09,";
+    QTest::newRow("kind 1") << "1" << none << "" << 0 << "9-,." << false << "9-";
+    QTest::newRow("kind 2") << "2" << none << "" << 0 << "9.-," << false << "9.";
+    QTest::newRow("kind 3") << "3" << none << "" << 0 << "-9.,a" << false << "-9.";
+    const QString symbols = QStringLiteral("aZ!\"#$%&()=~|-^\\`{@[+*};:]<>?_,./");
+    QTest::newRow("kind 4 symbols") << "4" << none << "" << 0 << symbols << false << symbols;
+    QTest::newRow("kind 4 refuses apostrophe and kana") << "4" << none << "" << 0 << "a'ｱ" << false << "a";
+    QTest::newRow("kind 5 takes apostrophe and kana") << "5" << none << "" << 0 << "a'ｱﾟｰ｡" << false << "a'ｱﾟｰ｡";
+    QTest::newRow("kind 5 refuses hiragana") << "5" << none << "" << 0 << "あ" << false << "";
+    QTest::newRow("kind 6") << "6" << none << "" << 0 << "12,-. " << false << "12 ";
+    QTest::newRow("kind 7") << "7" << none << "" << 0 << "1,-." << false << "1,-";
+    QTest::newRow("kind 8 refuses 0") << "8" << none << "" << 0 << "0a9Z-" << false << "a9Z";
+    QTest::newRow("kind 9") << "9" << none << "" << 0 << "1,.-" << false << "1,.";
+    QTest::newRow("empty kind takes all") << "" << none << "" << 0 << "a'あ0" << false << "a'あ0";
+    QTest::newRow("other kind takes all") << "x" << none << "" << 0 << "a'あ0" << false << "a'あ0";
+    QTest::newRow("fits") << "" << 4 << "abc" << 0 << "d" << false << "abcd";
+    QTest::newRow("full") << "" << 4 << "abcd" << 0 << "e" << false << "abcd";
+    QTest::newRow("double-byte over") << "" << 4 << "abc" << 0 << "あ" << false << "abc";
+    QTest::newRow("double-byte fits") << "" << 4 << "ab" << 0 << "あ" << false << "abあ";
+    QTest::newRow("double-byte text") << "" << 4 << "漢字" << 0 << "a" << false << "漢字";
+    QTest::newRow("half-width kana is one byte") << "" << 4 << "ｱｲｳ" << 0 << "a" << false << "ｱｲｳa";
+    QTest::newRow("whole text selected: emptied") << "" << 4 << "abcd" << 4 << "x" << false << "x";
+    QTest::newRow("selection not subtracted") << "" << 4 << "abcd" << 2 << "x" << false << "abcd";
+    QTest::newRow("no byte limit") << "" << none << "abcdefgh" << 0 << "あ" << false << "abcdefghあ";
+    QTest::newRow("commit cut at the limit") << "" << 6 << "ab" << 0 << "日本語" << true << "ab日本";
+    QTest::newRow("commit fits") << "" << 8 << "ab" << 0 << "日本語" << true << "ab日本語";
+    QTest::newRow("commit half-width after full") << "" << 5 << "a" << 0 << "漢ｱｲ字" << true << "a漢ｱｲ";
+    QTest::newRow("commit replaces a full selection") << "" << 4 << "abcd" << 4 << "日本語" << true << "日本";
+    QTest::newRow("commit through kind 6") << "6" << 8 << "" << 0 << "１2あ3" << true << "23";
+    QTest::newRow("commit through kind 5") << "5" << 8 << "" << 0 << "ｱ漢ｲ" << true << "ｱｲ";
 }
 
-void KeysTest::fieldKinds()
+// Field kinds and the byte limit, typed key by key or committed by the input method.
+void KeysTest::typing()
 {
     QFETCH(QString, kind);
-    QFETCH(QString, typed);
-    QFETCH(QString, kept);
+    QFETCH(int, max);
+    QFETCH(QString, text);
+    QFETCH(int, selected);
+    QFETCH(QString, input);
+    QFETCH(bool, ime);
+    QFETCH(QString, result);
     TestForm t;
     QVERIFY(QTest::qWaitForWindowActive(&t.form));
     setFieldKind(t.e[0], kind);
+    t.e[0]->setMaxLength(max);
+    t.e[0]->setText(text);
     t.e[0]->setFocus();
-    type(t.e[0], typed);
-    QCOMPARE(t.e[0]->text(), kept);
+    if (selected > 0)
+        t.e[0]->setSelection(0, selected);
+    else
+        t.e[0]->end(false);
+    if (ime)
+        commit(t.e[0], input);
+    else
+        type(t.e[0], input);
+    QCOMPARE(t.e[0]->text(), result);
 }
 
 void KeysTest::comboRefusesTypedCharacters()
@@ -338,84 +349,6 @@ void KeysTest::comboRefusesTypedCharacters()
     QCOMPARE(t.combo->currentIndex(), 0);
     commit(t.combo, QStringLiteral("b"));
     QCOMPARE(t.combo->currentIndex(), 0);
-}
-
-void KeysTest::byteLimit_data()
-{
-    QTest::addColumn<int>("max");
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<int>("selectFrom"); // -1: cursor at the end, nothing selected
-    QTest::addColumn<int>("selectLength");
-    QTest::addColumn<QString>("typed");
-    QTest::addColumn<QString>("result");
-    QTest::newRow("fits") << 4 << "abc" << -1 << 0 << "d" << "abcd";
-    QTest::newRow("full") << 4 << "abcd" << -1 << 0 << "e" << "abcd";
-    QTest::newRow("double-byte over") << 4 << "abc" << -1 << 0 << "あ" << "abc";
-    QTest::newRow("double-byte fits") << 4 << "ab" << -1 << 0 << "あ" << "abあ";
-    QTest::newRow("double-byte text") << 4 << "漢字" << -1 << 0 << "a" << "漢字";
-    QTest::newRow("half-width kana is one byte") << 4 << "ｱｲｳ" << -1 << 0 << "a" << "ｱｲｳa";
-    QTest::newRow("whole text selected: emptied") << 4 << "abcd" << 0 << 4 << "x" << "x";
-    QTest::newRow("selection not subtracted") << 4 << "abcd" << 0 << 2 << "x" << "abcd";
-    QTest::newRow("no max length") << 32767 << "abcdefgh" << -1 << 0 << "あ" << "abcdefghあ";
-}
-
-void KeysTest::byteLimit()
-{
-    QFETCH(int, max);
-    QFETCH(QString, text);
-    QFETCH(int, selectFrom);
-    QFETCH(int, selectLength);
-    QFETCH(QString, typed);
-    QFETCH(QString, result);
-    TestForm t;
-    QVERIFY(QTest::qWaitForWindowActive(&t.form));
-    t.e[0]->setMaxLength(max);
-    t.e[0]->setText(text);
-    t.e[0]->setFocus();
-    if (selectFrom >= 0)
-        t.e[0]->setSelection(selectFrom, selectLength);
-    else
-        t.e[0]->end(false);
-    type(t.e[0], typed);
-    QCOMPARE(t.e[0]->text(), result);
-}
-
-void KeysTest::inputMethodCommit_data()
-{
-    QTest::addColumn<QString>("kind");
-    QTest::addColumn<int>("max");
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<bool>("selectAll");
-    QTest::addColumn<QString>("committed");
-    QTest::addColumn<QString>("result");
-    QTest::newRow("cut at the limit") << "" << 6 << "ab" << false << "日本語" << "ab日本";
-    QTest::newRow("fits") << "" << 8 << "ab" << false << "日本語" << "ab日本語";
-    QTest::newRow("half-width after full") << "" << 5 << "a" << false << "漢ｱｲ字" << "a漢ｱｲ";
-    QTest::newRow("replaces a full selection") << "" << 4 << "abcd" << true << "日本語" << "日本";
-    QTest::newRow("field kind filters") << "6" << 8 << "" << false << "１2あ3" << "23";
-    QTest::newRow("kana kind") << "5" << 8 << "" << false << "ｱ漢ｲ" << "ｱｲ";
-}
-
-void KeysTest::inputMethodCommit()
-{
-    QFETCH(QString, kind);
-    QFETCH(int, max);
-    QFETCH(QString, text);
-    QFETCH(bool, selectAll);
-    QFETCH(QString, committed);
-    QFETCH(QString, result);
-    TestForm t;
-    QVERIFY(QTest::qWaitForWindowActive(&t.form));
-    setFieldKind(t.e[0], kind);
-    t.e[0]->setMaxLength(max);
-    t.e[0]->setText(text);
-    t.e[0]->setFocus();
-    if (selectAll)
-        t.e[0]->selectAll();
-    else
-        t.e[0]->end(false);
-    commit(t.e[0], committed);
-    QCOMPARE(t.e[0]->text(), result);
 }
 
 QTEST_MAIN(KeysTest)
