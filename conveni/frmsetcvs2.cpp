@@ -97,8 +97,11 @@ void frmSetCvs2::onLoad()
     for (const Agency& a : agencies())
         cboCFcode->addItem(a.itemText(), a.code.toInt());
     cboCFcode->setCurrentIndex(0);
-    if (printerNames().isEmpty())
-        msgBox(QStringLiteral("プリンターがインストールされていません。確認してください。"), mb::Exclamation);
+    // Asking the print system takes longer than everything else here, and the answer changes nothing on the screen.
+    afterFirstPaint([] {
+        if (printerNames().isEmpty())
+            msgBox(QStringLiteral("プリンターがインストールされていません。確認してください。"), mb::Exclamation);
+    });
     loadSettings();
     chkCvs_Click();
 }

@@ -23,6 +23,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <utility>
 #include <ctime>
 
 namespace pel {
@@ -54,8 +55,7 @@ void Form::load()
     if (loaded_)
         return;
     loaded_ = true;
-    if (options_.operationLog)
-        opeLog(windowTitle(), 0);
+    openLogPending_ = options_.operationLog;
     readSettings();
     if (options_.ownConnection)
         (void)mclsDb.OpenDb(); // a failure shows up at the first statement
@@ -67,6 +67,7 @@ void Form::unload()
     if (!loaded_ || unloaded_)
         return;
     unloaded_ = true;
+    writeOpenLog();
     onUnload();
     writeSettings();
     if (options_.ownConnection)
@@ -84,8 +85,38 @@ void Form::done(int result)
     QDialog::done(result);
 }
 
+void Form::writeOpenLog()
+{
+    if (!openLogPending_)
+        return;
+    openLogPending_ = false;
+    opeLog(windowTitle(), 0);
+}
+
+void Form::afterFirstPaint(std::function<void()> work)
+{
+    afterPaint_.append(std::move(work));
+}
+
+bool Form::event(QEvent* event)
+{
+    const bool handled = QDialog::event(event);
+    if (event->type() == QEvent::Paint && !painted_) {
+        painted_ = true;
+        // Queued, so that it runs once this paint has reached the screen.
+        QTimer::singleShot(0, this, [this] {
+            writeOpenLog();
+            const QList<std::function<void()>> work = std::exchange(afterPaint_, {});
+            for (const auto& w : work)
+                w();
+        });
+    }
+    return handled;
+}
+
 void Form::runStarted(FormInteraction* run)
 {
+    writeOpenLog();
     run_ = run;
     closeAfterRun_ = false;
 }

@@ -26,14 +26,16 @@ class Form : public QDialog {
     Q_OBJECT
 public:
     struct Options {
-        bool operationLog = true;  // rows kind 0 on load and kind 9 on unload, noted with the caption
+        bool operationLog = true;  // rows kind 0 on opening and kind 9 on unload, noted with the caption
         bool ownConnection = true; // mclsDb opened on load, closed on unload
     };
     explicit Form(QWidget* parent = nullptr);
     Form(const Options& options, QWidget* parent = nullptr);
     ~Form() override;
 
-    // The screen's load: operation log, settings, connection, then onLoad(). Once.
+    // The screen's load: settings, connection, then onLoad(). Once. Its operation log row follows the first paint
+    // (or comes first at unload or at the start of a run, whichever is earlier): writing it costs the global
+    // connection its first statement, which the user need not wait for.
     void load();
     // The screen's unload (also run by closing it): onUnload(), settings, connection, operation log. Once.
     void unload();
@@ -86,6 +88,12 @@ protected:
     virtual void readSettings() {}
     virtual void writeSettings() {}
 
+    // Work the screen does not need before the user sees it (a slow check, a log row): run once the screen's first
+    // paint is done, so that it never delays the first sight of the screen. Queued in order; dropped if the screen
+    // never shows.
+    void afterFirstPaint(std::function<void()> work);
+
+    bool event(QEvent* event) override;
     void showEvent(QShowEvent* event) override;
     void closeEvent(QCloseEvent* event) override;
 
@@ -106,6 +114,10 @@ private:
     bool closeAfterRun_ = false;
     bool loaded_ = false;
     bool unloaded_ = false;
+    bool painted_ = false;
+    bool openLogPending_ = false;
+    QList<std::function<void()>> afterPaint_;
+    void writeOpenLog();
 };
 
 // With PEL008_STARTUP_PROBE=1 the first screen shown prints "shown <monotonic ns>" on stdout once its first paint

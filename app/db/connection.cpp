@@ -393,7 +393,9 @@ bool Connection::openSqliteFile(const QString& path, const QString&, QString* er
         return false;
     }
     QSqlQuery q(db_);
-    if (!q.exec(QStringLiteral("select count(*) from sqlite_master"))) {
+    // Page one only (lock, header): the schema is parsed at the connection's first statement, which a connection
+    // opened at start-up may not run until the screen is up.
+    if (!q.exec(QStringLiteral("PRAGMA schema_version"))) {
         *error = errorText(q.lastError());
         q = QSqlQuery();
         close();

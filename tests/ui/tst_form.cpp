@@ -75,6 +75,8 @@ private slots:
     void jobOnTheScreen();
     void lockGivesBackEachControl();
     void closeWaitsForARunWithoutF6();
+    void openingRowBeforeAnyOther_data();
+    void openingRowBeforeAnyOther();
 };
 
 void TstForm::loadAndUnload()
@@ -91,7 +93,15 @@ void TstForm::loadAndUnload()
     form->load();
     QCOMPARE(form->txtFname->text(), deep);
     QCOMPARE(form->members, 1L);
-    QCOMPARE(home.scalar("select syori from operatlog where kubun=0"), form->windowTitle());
+    // the opening row waits for the first paint, then is written once
+    QCOMPARE(home.scalar("select count(*) from operatlog"), QStringLiteral("0"));
+    form->show();
+    QVERIFY(QTest::qWaitForWindowExposed(form));
+    QTRY_COMPARE(home.scalar("select syori from operatlog where kubun=0"), form->windowTitle());
+    form->hide();
+    form->show();
+    QCoreApplication::processEvents();
+    QCOMPARE(home.scalar("select count(*) from operatlog"), QStringLiteral("1"));
 
     form->txtFname->setText(QStringLiteral("D:\\新しい=名前.txt"));
     form->done(0);
@@ -222,6 +232,33 @@ void TstForm::closeWaitsForARunWithoutF6()
     QVERIFY(!form.isVisible());
     QCOMPARE(home.scalar("select count(*) from operatlog where kubun=9"), QStringLiteral("1"));
     QVERIFY(dialogs.done());
+}
+
+// A screen closed, or a run started, before its first paint still logs its opening first, and once.
+void TstForm::openingRowBeforeAnyOther_data()
+{
+    QTest::addColumn<bool>("run");
+    QTest::newRow("closed unseen") << false;
+    QTest::newRow("run before the paint") << true;
+}
+
+void TstForm::openingRowBeforeAnyOther()
+{
+    QFETCH(bool, run);
+    test::TestHome home;
+    QVERIFY2(home.ok(), qPrintable(home.error()));
+    QVERIFY(fnOpenDB(1));
+    SampleForm form;
+    form.load();
+    if (run) {
+        FormInteraction ui(&form, QStringLiteral("0000-0000-0000"), QStringLiteral("1001-1000-0001"));
+        ui.lock(true);
+        QCOMPARE(home.scalar("select count(*) from operatlog where kubun=0"), QStringLiteral("1"));
+        ui.lock(false);
+    }
+    form.done(0);
+    QCOMPARE(home.scalar("select count(*) from operatlog where kubun=0"), QStringLiteral("1"));
+    QCOMPARE(home.scalar("select count(*) from operatlog where kubun=9"), QStringLiteral("1"));
 }
 
 QTEST_MAIN(TstForm)
