@@ -25,6 +25,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <set>
+#include <utility>
 
 namespace pel {
 namespace {
@@ -401,17 +402,41 @@ bool Connection::openSqliteFile(const QString& path, const QString&, QString* er
         close();
         return false;
     }
+    // These pragmas parse the schema too: they wait for the first statement, which parses it anyway.
     if (isNetworkFolder(QFileInfo(path).absolutePath()))
-        q.exec(QStringLiteral("PRAGMA journal_mode = DELETE"));
-    q.exec(QStringLiteral("PRAGMA synchronous = NORMAL"));
+        sessionPragmas_ << QStringLiteral("PRAGMA journal_mode = DELETE");
+    sessionPragmas_ << QStringLiteral("PRAGMA synchronous = NORMAL");
     backend_ = Backend::Sqlite;
     dialect_ = makeSqliteDialect();
     return true;
 }
 
+QSqlQuery Connection::newQuery()
+{
+    applySession();
+    return QSqlQuery(db_);
+}
+
+QSqlDatabase& Connection::database()
+{
+    applySession();
+    return db_;
+}
+
+void Connection::applySession()
+{
+    if (sessionPragmas_.isEmpty())
+        return;
+    const QStringList pragmas = std::exchange(sessionPragmas_, {});
+    QSqlQuery q(db_);
+    for (const QString& p : pragmas)
+        q.exec(p);
+}
+
 void Connection::close()
 {
     openConnections().erase(this);
+    sessionPragmas_.clear();
     dropStatements();
     fieldCache_[0].clear();
     fieldCache_[1].clear();
@@ -444,7 +469,7 @@ bool Connection::run(const QString& sql, const QVariantList& values, bool forwar
         *error = QStringLiteral("Operation is not allowed when the object is closed.");
         return false;
     }
-    *q = QSqlQuery(db_);
+    *q = newQuery();
     q->setForwardOnly(forwardOnly);
     if (values.isEmpty()) { // nothing to bind; PostgreSQL cannot prepare every statement (DDL)
         if (!q->exec(sql)) {
@@ -474,7 +499,7 @@ bool Connection::statement(const QString& sql, const QVariantList& values, QSqlQ
     QString sp;
     if (guard) {
         sp = QStringLiteral("s%1").arg(++savepoint_);
-        QSqlQuery g(db_);
+        QSqlQuery g = newQuery();
         if (!g.exec(QStringLiteral("SAVEPOINT ") + sp)) {
             *error = errorText(g.lastError());
             return false;
@@ -546,6 +571,7 @@ Connection::Direct Connection::runCached(const QString& sql, const QVariantList&
 {
     if ((backend_ != Backend::Sqlite && backend_ != Backend::Jet) || !db_.isOpen())
         return Direct::NotTaken;
+    applySession();
     auto* handle = *static_cast<sqlite3* const*>(db_.driver()->handle().data());
     auto prepared = statements_.find(sql);
     if (prepared == statements_.end()) {
@@ -625,7 +651,7 @@ bool Connection::control(const QString& sql, QString* error)
     case Direct::NotTaken:
         break;
     }
-    QSqlQuery q(db_);
+    QSqlQuery q = newQuery();
     if (!q.exec(sql)) {
         *error = errorText(q.lastError());
         return false;
@@ -816,7 +842,7 @@ bool Connection::begin(QString* error)
         return true;
     }
     if (backend_ == Backend::Postgres) {
-        QSqlQuery q(db_);
+        QSqlQuery q = newQuery();
         if (!q.exec(QStringLiteral("BEGIN"))) {
             *error = errorText(q.lastError());
             return false;
@@ -1035,7 +1061,7 @@ std::vector<ColumnInfo> Connection::columns(const QString& table)
     if (it != columnCache_.constEnd())
         return *it;
     std::vector<ColumnInfo> cols;
-    QSqlQuery q(db_);
+    QSqlQuery q = newQuery();
     if (backend_ == Backend::Postgres) {
         q.prepare(
             QStringLiteral("select column_name, data_type, character_maximum_length, numeric_precision, numeric_scale "
@@ -1109,7 +1135,7 @@ bool BulkInsert::add(const QVariantList& values, QString* error)
 QStringList Connection::tables()
 {
     QStringList out;
-    QSqlQuery q(db_);
+    QSqlQuery q = newQuery();
     if (backend_ == Backend::Postgres)
         q.exec(QStringLiteral("select table_name from information_schema.tables where table_schema = current_schema() "
                               "order by table_name"));

@@ -66,7 +66,7 @@ public:
     // The edit is done (closed, or no longer to be written); the last one gives the lock back.
     void releaseEdit(Recordset::EditState* edit);
 
-    QSqlDatabase& database() { return db_; }
+    QSqlDatabase& database();
 
 private:
     // What a statement gave back: the driver's column names, the rows (and row identities for an edit).
@@ -100,9 +100,13 @@ private:
     bool control(const QString& sql, QString* error); // BEGIN, COMMIT, ROLLBACK
     QString adapted(const QString& sql);
     void dropStatements();
+    // Every statement of the connection starts from here, so that the session's settings come first.
+    QSqlQuery newQuery();
+    void applySession();
 
     QString name_;
     QSqlDatabase db_;
+    QStringList sessionPragmas_; // SQLite settings run before the connection's first statement
     Backend backend_ = Backend::None;
     std::unique_ptr<Dialect> dialect_;
     bool userTx_ = false;   // BeginTns in force

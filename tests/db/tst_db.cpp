@@ -638,13 +638,17 @@ void TstDb::networkFolderUsesRollbackJournal()
         if (!c->open(fnConnectString(0, QStringLiteral("data1.dat")), &err) ||
             !c->query(Sql("PRAGMA journal_mode"), rs, &err))
             return err;
-        return rs.text(0);
+        const QString journal = rs.text(0);
+        // the session's settings are in force from its first statement on
+        if (!c->query(Sql("PRAGMA synchronous"), rs, &err))
+            return err;
+        return journal + QLatin1Char(' ') + rs.text(0);
     };
-    QCOMPARE(mode(), QStringLiteral("wal"));
+    QCOMPARE(mode(), QStringLiteral("wal 1"));
     setNetworkFolderProbe([](const QString&) { return true; });
     const QString onShare = mode();
     setNetworkFolderProbe(nullptr);
-    QCOMPARE(onShare, QStringLiteral("delete"));
+    QCOMPARE(onShare, QStringLiteral("delete 1"));
 }
 
 void TstDb::operationLog()
