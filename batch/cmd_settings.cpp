@@ -7,10 +7,8 @@
 
 #include <QJsonObject>
 
-namespace pel::batch
-{
-namespace
-{
+namespace pel::batch {
+namespace {
 
 int run(Context& ctx)
 {
@@ -36,7 +34,8 @@ int run(Context& ctx)
     if (!off && save && (agencyIndex(agency) < 0 || !haveCode))
         return ctx.usage(QStringLiteral("settings: --agency 908997|929023 and --company-code CODE go together"));
 
-    if (!fnOpenDB(1)) return Stopped;
+    if (!fnOpenDB(1))
+        return Stopped;
     int rc = Done;
     {
         clsDbClass db;
@@ -52,13 +51,18 @@ int run(Context& ctx)
             rc = Stopped;
         } else if (!save) {
             const SettingsJob::Stored s = job.stored();
-            ctx.out << "conveni\t" << s.conveni << Qt::endl
-                    << "agency\t" << s.agency << Qt::endl
-                    << "company code\t" << s.code << Qt::endl;
-            ctx.summary(QJsonObject{{"used", !s.conveni.isEmpty() && s.conveni != QLatin1String("0")},
-                                    {"conveni", s.conveni},
-                                    {"agency", s.agency},
-                                    {"companyCode", s.code}});
+            if (!s.error.isEmpty()) {
+                ctx.err << Interaction::readErrorText(s.error) << Qt::endl;
+                rc = Stopped;
+            } else {
+                ctx.out << "conveni\t" << s.conveni << Qt::endl
+                        << "agency\t" << s.agency << Qt::endl
+                        << "company code\t" << s.code << Qt::endl;
+                ctx.summary(QJsonObject{{"used", !s.conveni.isEmpty() && s.conveni != QLatin1String("0")},
+                                        {"conveni", s.conveni},
+                                        {"agency", s.agency},
+                                        {"companyCode", s.code}});
+            }
         } else {
             CommandInteraction ui(nullptr);
             const SettingsJob::Saved r = job.save(!off, agency, code, ui);

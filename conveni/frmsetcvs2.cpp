@@ -102,7 +102,10 @@ void frmSetCvs2::onLoad()
         if (printerNames().isEmpty())
             msgBox(QStringLiteral("プリンターがインストールされていません。確認してください。"), mb::Exclamation);
     });
-    loadSettings();
+    if (!loadSettings()) {
+        ended_ = true;
+        return;
+    }
     chkCvs_Click();
 }
 
@@ -113,12 +116,18 @@ void frmSetCvs2::chkCvs_Click()
         w->setEnabled(on);
 }
 
-void frmSetCvs2::loadSettings()
+bool frmSetCvs2::loadSettings()
 {
     SettingsJob job(mclsDb);
     const SettingsJob::Loaded l = job.load();
+    if (!l.error.isEmpty()) {
+        // never shown as empty settings: a save would then write over the stored ones
+        msgBox(Interaction::readErrorText(l.error), mb::OkOnly | mb::Critical);
+        return false;
+    }
     if (l.index) cboCFcode->setCurrentIndex(*l.index);
     txtCkcode->setText(l.code);
+    return true;
 }
 
 bool frmSetCvs2::eventFilter(QObject* watched, QEvent* event)

@@ -43,7 +43,7 @@ protected:
 
 private:
     void chkCvs_Click();
-    void loadSettings();
+    bool loadSettings(); // false: the read failed, said, and nothing shown changed
     void save();
     void cancel();
     void focusAfterSave();

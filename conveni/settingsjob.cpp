@@ -50,7 +50,11 @@ SettingsJob::Loaded SettingsJob::load()
 {
     Loaded l;
     Recordset rs;
-    if (!db_.DbSql(Sql("SELECT * FROM cvsset"), rs) || rs.eof()) {
+    if (!db_.DbSql(Sql("SELECT * FROM cvsset"), rs)) {
+        l.error = db_.ErrMsg();
+        return l;
+    }
+    if (rs.eof()) {
         l.index = 0;
         return l;
     }
@@ -60,7 +64,11 @@ SettingsJob::Loaded SettingsJob::load()
         return l;
     }
     Recordset sys;
-    if (db_.DbSql(Sql("select conveni from sysfile where id=1"), sys) && !sys.eof()) {
+    if (!db_.DbSql(Sql("select conveni from sysfile where id=1"), sys)) {
+        l.error = db_.ErrMsg();
+        return l;
+    }
+    if (!sys.eof()) {
         const QString conveni = fnGetFields(sys, QStringLiteral("conveni"));
         if (conveni == QLatin1String("1") || conveni == QLatin1String("2")) {
             const int i = agencyIndex(agency);
@@ -75,11 +83,15 @@ SettingsJob::Loaded SettingsJob::load()
 SettingsJob::Stored SettingsJob::stored()
 {
     Stored s;
-    Recordset sys;
-    if (db_.DbSql(Sql("select conveni from sysfile where id=1"), sys) && !sys.eof())
+    Recordset sys, rs;
+    if (!db_.DbSql(Sql("select conveni from sysfile where id=1"), sys) ||
+        !db_.DbSql(Sql("select * from cvsset where code=1"), rs)) {
+        s.error = db_.ErrMsg();
+        return s;
+    }
+    if (!sys.eof())
         s.conveni = fnGetFields(sys, QStringLiteral("conveni"));
-    Recordset rs;
-    if (db_.DbSql(Sql("select * from cvsset where code=1"), rs) && !rs.eof()) {
+    if (!rs.eof()) {
         s.agency = fnGetFields(rs, QStringLiteral("cfcode1"));
         s.code = fnGetFields(rs, QStringLiteral("ckcode1"));
     }

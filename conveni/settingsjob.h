@@ -36,18 +36,22 @@ public:
     // The engine's text when the opening ended on a read that failed; "" when a row was only missing.
     const QString& openingError() const { return openingError_; }
 
-    // What the screen shows after a load: the agency index (nullopt keeps the current selection) and the code.
+    // What the screen shows after a load: the agency index (nullopt keeps the current selection) and the code;
+    // error: the engine's text of a read that failed (nothing to show then: a failed read is not "no settings").
     struct Loaded {
         std::optional<int> index;
         QString code;
+        QString error;
     };
     Loaded load();
 
-    // The stored values as they are: sysfile.conveni, cvsset.cfcode1 and ckcode1 ("" where there is no row).
+    // The stored values as they are: sysfile.conveni, cvsset.cfcode1 and ckcode1 ("" where there is no row);
+    // error: the engine's text of a read that failed.
     struct Stored {
         QString conveni;
         QString agency;
         QString code;
+        QString error;
     };
     Stored stored();
 

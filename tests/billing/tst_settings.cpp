@@ -111,6 +111,7 @@ void SettingsTest::openingEnds_data()
         << "UPDATE cvsini SET kubun = 1 WHERE code = '929023'" << true << QString();
     QTest::newRow("sysfile unreadable") << "ALTER TABLE sysfile RENAME COLUMN id TO id9" << true << readError;
     QTest::newRow("layouts unreadable") << "ALTER TABLE cvsini RENAME COLUMN kubun TO kubun9" << true << readError;
+    QTest::newRow("settings unreadable") << "ALTER TABLE cvsset RENAME TO cvsset9" << true << readError;
 }
 
 void SettingsTest::openingEnds()
