@@ -223,6 +223,10 @@ QList<QPair<QString, int>> IcatExportJob::labelKinds()
     QList<QPair<QString, int>> kinds;
     Recordset rs;
     kindsError_.clear();
+    if (!shopError_.isEmpty()) { // which kinds are listed depends on the shop's row
+        kindsError_ = shopError_;
+        return kinds;
+    }
     if (!db_.DbSql(query, rs)) {
         kindsError_ = db_.ErrMsg();
         return kinds;

@@ -72,7 +72,8 @@ public:
     void loadShop();
     // The label kinds I-CAT prints (codes 9 and 10 only), in the order the shop's setting gives: name and code.
     QList<QPair<QString, int>> labelKinds();
-    // The engine's text when the last labelKinds could not read the kinds (its list is then empty); else "".
+    // The engine's text when the last labelKinds could not read the kinds, or the shop's row they depend on (its
+    // list is then empty); else "".
     const QString& kindsError() const { return kindsError_; }
 
     // Index of the first empty required field, in the order the screen checks them; -1 when all are filled.
