@@ -1,12 +1,9 @@
 // Writes through the SQLite module on scratch copies of corpus files; every result is read back by a fresh
 // engine and by mdbtools.
-#include "jet/jet.h"
-#include "jet/sqlite_attach.h"
 #include "jet/tool.h"
-#include "test_util.h"
+#include "sql.h"
 
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
 #include <sstream>
 
@@ -14,42 +11,6 @@ namespace
 {
 
 using namespace jettest;
-
-struct Conn {
-    sqlite3* db = nullptr;
-    explicit Conn(const std::string& path, const std::string& password = "")
-    {
-        sqlite3_open(":memory:", &db);
-        std::string err;
-        EXPECT_EQ(jet::attach(db, path, password, &err), 0) << err;
-    }
-    ~Conn() { sqlite3_close(db); }
-    // "" when the statement ran, else SQLite's message.
-    std::string exec(const std::string& sql)
-    {
-        char* msg = nullptr;
-        if (sqlite3_exec(db, sql.c_str(), nullptr, nullptr, &msg) == SQLITE_OK) return "";
-        std::string m = msg ? msg : "error";
-        sqlite3_free(msg);
-        return m;
-    }
-    std::string query(const std::string& sql)
-    {
-        std::string out;
-        sqlite3_stmt* st = nullptr;
-        if (sqlite3_prepare_v2(db, sql.c_str(), -1, &st, nullptr) != SQLITE_OK) return sqlite3_errmsg(db);
-        while (sqlite3_step(st) == SQLITE_ROW) {
-            for (int i = 0; i < sqlite3_column_count(st); ++i) {
-                if (i) out += '|';
-                const unsigned char* t = sqlite3_column_text(st, i);
-                out += t ? reinterpret_cast<const char*>(t) : "NULL";
-            }
-            out += '\n';
-        }
-        sqlite3_finalize(st);
-        return out;
-    }
-};
 
 // Rows of a table as a fresh engine reads them from disk.
 std::string dump(const std::string& path, const std::string& table)
@@ -80,7 +41,7 @@ TEST(JetWrite, FixedTypesUpdateInPlaceAndTextKeysAreRefused)
     std::size_t before = mdbRows(path, "Table1");
     auto original = readFile(path);
     {
-        Conn c(path);
+        Sql c(path);
         struct Case {
             const char* sql;
             const char* error; // expected part of the message, "" for success
@@ -118,7 +79,7 @@ TEST(JetWrite, LongValuesInEveryForm)
     std::string path = scratchCopy("dateTest.mdb", "memo.mdb");
     const std::size_t sizes[] = {0, 10, 199, 1500, 3999, 4100, 30000};
     {
-        Conn c(path);
+        Sql c(path);
         ASSERT_EQ(c.exec("BEGIN"), "");
         for (std::size_t n : sizes) {
             std::string text;
@@ -134,7 +95,7 @@ TEST(JetWrite, LongValuesInEveryForm)
         // A shorter value replaces a chained one; the chain's rows are freed.
         ASSERT_EQ(c.exec("UPDATE DateTest SET LongTextCol = 'short' WHERE IDCol = 31000"), "");
     }
-    Conn c(path);
+    Sql c(path);
     for (std::size_t n : sizes) {
         std::string got = c.query("SELECT length(LongTextCol) FROM DateTest WHERE IDCol = " + std::to_string(1000 + n));
         std::size_t want = n == 30000 ? 5 : n == 1500 ? 504 : n;
@@ -152,7 +113,7 @@ TEST(JetWrite, ManyRowsNewPagesUsageMapsAndMovedRows)
     std::string path = scratchCopy("delTestV2000.mdb", "many.mdb");
     std::size_t before = mdbRows(path, "Table");
     {
-        Conn c(path);
+        Sql c(path);
         ASSERT_EQ(c.exec("BEGIN"), "");
         for (int i = 0; i < 6000; ++i)
             ASSERT_EQ(c.exec("INSERT INTO [Table] VALUES ('r" + std::to_string(i) + "', 'x')"), "");
@@ -175,7 +136,7 @@ TEST(JetWrite, TransactionsAndSavepoints)
     JET_NEEDS_MDB_TOOLS();
     std::string path = scratchCopy("delTestV2000.mdb", "txn.mdb");
     auto original = readFile(path);
-    Conn c(path);
+    Sql c(path);
     ASSERT_EQ(c.exec("BEGIN; INSERT INTO [Table] VALUES ('gone', '1'); ROLLBACK"), "");
     EXPECT_EQ(readFile(path), original);
     EXPECT_EQ(c.query("SELECT count(*) FROM [Table] WHERE a = 'gone'"), "0\n");
@@ -191,7 +152,7 @@ TEST(JetWrite, TransactionsAndSavepoints)
     EXPECT_EQ(exported.find("\"undone\""), std::string::npos);
 
     // A second connection cannot write while the first one's transaction is open.
-    Conn other(path);
+    Sql other(path);
     ASSERT_EQ(c.exec("BEGIN; INSERT INTO [Table] VALUES ('first', '1')"), "");
     EXPECT_NE(other.exec("INSERT INTO [Table] VALUES ('second', '1')"), "");
     ASSERT_EQ(c.exec("COMMIT"), "");
@@ -217,7 +178,7 @@ TEST(JetWrite, UndoneWritesLeaveNothingAtCommit)
         SCOPED_TRACE(k.what);
         std::string path = scratchCopy("testV2000.mdb", "undone.mdb");
         auto original = readFile(path);
-        Conn c(path);
+        Sql c(path);
         c.exec(k.sql);
         EXPECT_EQ(c.query("SELECT count(*) FROM Table1 WHERE 'new one' IN (A, B)"), "0\n");
         ASSERT_EQ(c.exec("COMMIT"), "");
@@ -229,7 +190,7 @@ TEST(JetWrite, NumericIndexesStayConsistent)
 {
     std::string path = scratchCopy("indexTestV2000.mdb", "index.mdb");
     {
-        Conn c(path);
+        Sql c(path);
         ASSERT_EQ(c.exec("BEGIN"), "");
         for (int i = 0; i < 3000; ++i)
             ASSERT_EQ(c.exec("INSERT INTO Table2 (id) VALUES (" + std::to_string(100000 + (i * 7919) % 3000) + ")"),
@@ -269,12 +230,12 @@ TEST(JetWrite, NumericIndexesStayConsistent)
 TEST(JetWrite, OtherConnectionsReadCommittedRows)
 {
     std::string path = scratchCopy("indexTestV2000.mdb", "committed.mdb");
-    Conn a(path), b(path);
+    Sql a(path), b(path);
     std::string many;
     for (int i = 0; i < 3000; ++i)
         many += "INSERT INTO Table2 (id) VALUES (" + std::to_string(100000 + (i * 7919) % 3000) + ");";
     // What B reads: a scan, and seeks through the index on id.
-    auto view = [](Conn& c) {
+    auto view = [](Sql& c) {
         return c.query("SELECT count(*), coalesce(sum(id), 0) FROM Table2") +
                c.query("SELECT id FROM Table2 WHERE id = 2") + c.query("SELECT id FROM Table2 WHERE id = 20") +
                c.query("SELECT count(*) FROM Table2 WHERE id BETWEEN 1 AND 100") +
@@ -360,10 +321,10 @@ TEST(JetWrite, TextKeysGeneralAndJapanese)
     std::string japanese = scratchCopy("testV2000.mdb", "text-japanese.mdb");
     makeJapanese(japanese, "Table1");
     {
-        Conn g(general), j(japanese);
+        Sql g(general), j(japanese);
         for (const Case& k : cases) {
             SCOPED_TRACE(k.a);
-            Conn& c = k.japanese ? j : g;
+            Sql& c = k.japanese ? j : g;
             auto before = readFile(k.japanese ? japanese : general);
             std::string got =
                 c.exec(std::string("INSERT INTO Table1 (A, B, E, I) VALUES ('") + k.a + "', '" + k.a + "', 1, 0)");
@@ -382,7 +343,7 @@ TEST(JetWrite, TextKeysGeneralAndJapanese)
     EXPECT_NE(mdbExport(general, "Table1").find("\"New Row_1\""), std::string::npos);
     EXPECT_NE(mdbExport(japanese, "Table1").find("\"Abc123\""), std::string::npos);
     // A row whose key cannot be written keeps it: an update of other columns goes through.
-    Conn c(general);
+    Sql c(general);
     EXPECT_EQ(c.exec("UPDATE Table1 SET E = 99 WHERE A = 'quick fox'"), "");
     EXPECT_EQ(c.exec("UPDATE Table1 SET A = 'fast fox' WHERE A = 'quick fox'"), "");
     EXPECT_EQ(c.exec("DELETE FROM Table1 WHERE A = 'New Row_1'"), "");
