@@ -1,15 +1,12 @@
 // Several writers and readers of one file, and commits that fail part-way: a journal is played back only by whoever
 // holds the file, a failed commit leaves the file as it was, a journal never lands on another file, and what
 // another program wrote meanwhile is never overwritten.
-#include "jet/jet.h"
 #include "jet/ldb.h"
-#include "jet/sqlite_attach.h"
 #include "jet/tool.h"
-#include "test_util.h"
+#include "sql.h"
 
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sqlite3.h>
 #include <sys/resource.h>
 #include <sys/select.h>
 #include <sys/wait.h>
@@ -34,18 +31,7 @@ std::string journalOf(const std::string& path)
 // "" when the statements ran, else SQLite's message.
 std::string execOn(const std::string& path, const std::string& sql)
 {
-    sqlite3* db = nullptr;
-    sqlite3_open(":memory:", &db);
-    std::string err;
-    if (jet::attach(db, path, "", &err) != 0) {
-        sqlite3_close(db);
-        return "attach: " + err;
-    }
-    char* msg = nullptr;
-    if (sqlite3_exec(db, sql.c_str(), nullptr, nullptr, &msg) != SQLITE_OK) err = msg ? msg : "error";
-    sqlite3_free(msg);
-    sqlite3_close(db);
-    return err;
+    return Sql(path).exec(sql);
 }
 
 std::string inserts(int from, int count)
@@ -145,10 +131,8 @@ TEST(JetFault, CommitThatCannotWriteLeavesTheFileAsItWas)
     pid_t pid = ::fork();
     if (pid == 0) {
         ::signal(SIGXFSZ, SIG_IGN);
-        sqlite3* db = nullptr;
-        sqlite3_open(":memory:", &db);
-        std::string err;
-        if (jet::attach(db, s.path, "", &err) != 0) ::_exit(2);
+        Sql db(s.path);
+        if (db.exec("SELECT 1") != "") ::_exit(2);
         struct rlimit lim {
         };
         ::getrlimit(RLIMIT_FSIZE, &lim);
@@ -156,14 +140,12 @@ TEST(JetFault, CommitThatCannotWriteLeavesTheFileAsItWas)
         tight.rlim_cur = std::filesystem::file_size(s.path);
         ::setrlimit(RLIMIT_FSIZE, &tight);
         // many new pages: the file must grow, the journal of the few changed ones fits
-        if (sqlite3_exec(db, inserts(800000, 3000).c_str(), nullptr, nullptr, nullptr) == SQLITE_OK) ::_exit(3);
-        sqlite3_exec(db, "ROLLBACK", nullptr, nullptr, nullptr);
+        if (db.exec(inserts(800000, 3000)) == "") ::_exit(3);
+        db.exec("ROLLBACK");
         if (readFile(s.path) != original) ::_exit(4);
         if (std::filesystem::exists(journalOf(s.path))) ::_exit(5);
         ::setrlimit(RLIMIT_FSIZE, &lim);
-        if (sqlite3_exec(db, inserts(800000, 3000).c_str(), nullptr, nullptr, nullptr) != SQLITE_OK) ::_exit(6);
-        sqlite3_close(db);
-        ::_exit(0);
+        ::_exit(db.exec(inserts(800000, 3000)) == "" ? 0 : 6);
     }
     int status = 0;
     ASSERT_EQ(::waitpid(pid, &status, 0), pid);
@@ -302,28 +284,15 @@ TEST(JetFault, WritersWaitForEachOtherAndChecksStayClean)
         pid_t pid = ::fork();
         if (pid == 0) {
             int failed = 0;
-            sqlite3* kept = nullptr;
-            std::string err;
-            if (w == 0) {
-                sqlite3_open(":memory:", &kept);
-                if (jet::attach(kept, s.path, "", &err) != 0) ::_exit(100);
-            }
+            std::unique_ptr<Sql> kept = w == 0 ? std::make_unique<Sql>(s.path) : nullptr;
             for (int i = 0; i < kSaves; ++i) {
                 std::string sql = inserts(1000000 + w * 1000 + i * 2, 2);
-                if (kept) {
-                    char* msg = nullptr;
-                    if (sqlite3_exec(kept, sql.c_str(), nullptr, nullptr, &msg) != SQLITE_OK) {
-                        std::fprintf(stderr, "writer %d: %s\n", w, msg ? msg : "?");
-                        sqlite3_exec(kept, "ROLLBACK", nullptr, nullptr, nullptr);
-                        ++failed;
-                    }
-                    sqlite3_free(msg);
-                } else if (std::string e = execOn(s.path, sql); !e.empty()) {
+                if (std::string e = kept ? kept->exec(sql) : execOn(s.path, sql); !e.empty()) {
                     std::fprintf(stderr, "writer %d: %s\n", w, e.c_str());
+                    if (kept) kept->exec("ROLLBACK");
                     ++failed;
                 }
             }
-            if (kept) sqlite3_close(kept);
             ::_exit(failed);
         }
         writers.push_back(pid);

@@ -1,15 +1,11 @@
 // The file layer as the engine relies on it, on each system it is built for: locks between open files, offsets
 // beyond 4 GiB, identity; and two processes writing one file in a folder with a Japanese name.
 #include "child.h"
-#include "jet/create.h"
 #include "jet/file.h"
 #include "jet/ldb.h"
-#include "jet/sqlite_attach.h"
-#include "test_util.h"
+#include "sql.h"
 
-#include <filesystem>
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
 namespace
 {
@@ -19,32 +15,15 @@ using jet::os::File;
 using jet::os::Lock;
 using jet::os::Mode;
 
-// A folder of its own under the temporary folder, named in UTF-8.
-std::string scratchDir(const std::string& utf8Name)
-{
-    std::u8string u(utf8Name.begin(), utf8Name.end());
-    auto dir = std::filesystem::temp_directory_path() / std::filesystem::path(u);
-    std::filesystem::remove_all(dir);
-    std::filesystem::create_directories(dir);
-    auto s = dir.u8string();
-    return std::string(s.begin(), s.end());
-}
-
 // Rows inserted one by one, each its own write; the exit code says how far it got.
 [[noreturn]] void insertRows(const std::string& path, int first, int count)
 {
-    sqlite3* db = nullptr;
-    sqlite3_open(":memory:", &db);
-    std::string err;
-    if (jet::attach(db, path, "", &err) != 0) {
-        std::fprintf(stderr, "%s\n", err.c_str());
-        std::_Exit(2);
-    }
-    for (int i = 0; i < count; ++i) {
-        std::string sql = "INSERT INTO offset VALUES (" + std::to_string(first + i) + ", 1.5)";
-        if (sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK) std::_Exit(10);
-    }
-    sqlite3_close(db);
+    Sql db(path);
+    for (int i = 0; i < count; ++i)
+        if (std::string e = db.exec("INSERT INTO offset VALUES (" + std::to_string(first + i) + ", 1.5)"); !e.empty()) {
+            std::fprintf(stderr, "%s\n", e.c_str());
+            std::_Exit(10);
+        }
     std::_Exit(0);
 }
 
@@ -53,7 +32,8 @@ const bool isChild = childDoes(
 
 TEST(JetFile, LocksBelongToTheOpenFile)
 {
-    const std::string path = scratchDir("jet-file-" + std::to_string(jet::os::randomWord() % 100000)) + "/locks";
+    ScratchDir dir("jet-file");
+    const std::string path = dir / "locks";
     File a, b, c, d;
     ASSERT_TRUE(a.open(path, Mode::CreateNew)) << jet::os::lastError();
     ASSERT_TRUE(b.open(path, Mode::ReadWrite));
@@ -101,8 +81,8 @@ TEST(JetFile, LocksBelongToTheOpenFile)
 
 TEST(JetFile, OffsetsBeyondFourGiBAndIdentity)
 {
-    const std::string dir = scratchDir("jet-file-" + std::to_string(jet::os::randomWord() % 100000));
-    const std::string path = dir + "/big", other = dir + "/other";
+    ScratchDir dir("jet-file");
+    const std::string path = dir / "big", other = dir / "other";
     jet::os::Identity before, after, moved;
     {
         File f;
@@ -144,14 +124,11 @@ TEST(JetFile, OffsetsBeyondFourGiBAndIdentity)
 
 TEST(JetProcesses, TwoWritersOneFileInAJapaneseFolder)
 {
-    const std::string dir = scratchDir("販売管理-" + std::to_string(jet::os::randomWord() % 100000));
-    const std::string path = dir + "/data1.dat";
-    std::vector<jet::TableDef> t(1);
-    t[0].name = "offset";
-    t[0].columns = {{"kubun", jet::Type::Long}, {"top", jet::Type::Float}};
-    std::string err;
-    ASSERT_EQ(jet::createDatabase(path, "", jet::kSortJapanese, t, &err), jet::OK) << err;
-    EXPECT_EQ(jet::ldbPath(path), dir + "/data1.ldb");
+    ScratchDir dir("販売管理");
+    const std::string path = dir / "data1.dat";
+    ASSERT_TRUE(
+        made(path, {{"offset", {{"kubun", jet::Type::Long}, {"top", jet::Type::Float}}, {}}}, jet::kSortJapanese));
+    EXPECT_EQ(jet::ldbPath(path), dir / "data1.ldb");
 
     // Each waits for the other's writes as long as it takes here (instrumented, or under an emulator).
     Child one, two;
