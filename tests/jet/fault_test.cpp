@@ -8,7 +8,6 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
-#include <sys/select.h>
 #include <sys/wait.h>
 
 #include <cstring>
@@ -263,79 +262,6 @@ TEST(JetFault, CommitRechecksTheFileAndItsUsers)
         EXPECT_EQ(db.table("Table2")->rowCount, rowsBefore + c.rowsTheyAdded);
         EXPECT_EQ(db.rollback(), jet::OK);
     }
-}
-
-} // namespace
-
-namespace
-{
-
-// Three writers of one file at once, each committing its own rows, one keeping its connection open throughout, the
-// others opening the file for every save; a fourth process checks the file meanwhile. Every commit is waited for,
-// not refused; every row reported saved is there; every check finds the file whole.
-TEST(JetFault, WritersWaitForEachOtherAndChecksStayClean)
-{
-    Scratch s("stress.mdb");
-    ::setenv("PEL008_LOCK_WAIT_MS", "20000", 1);
-    std::size_t before = rows(s.path);
-    constexpr int kWriters = 3, kSaves = 40;
-    std::vector<pid_t> writers;
-    for (int w = 0; w < kWriters; ++w) {
-        pid_t pid = ::fork();
-        if (pid == 0) {
-            int failed = 0;
-            std::unique_ptr<Sql> kept = w == 0 ? std::make_unique<Sql>(s.path) : nullptr;
-            for (int i = 0; i < kSaves; ++i) {
-                std::string sql = inserts(1000000 + w * 1000 + i * 2, 2);
-                if (std::string e = kept ? kept->exec(sql) : execOn(s.path, sql); !e.empty()) {
-                    std::fprintf(stderr, "writer %d: %s\n", w, e.c_str());
-                    if (kept) kept->exec("ROLLBACK");
-                    ++failed;
-                }
-            }
-            ::_exit(failed);
-        }
-        writers.push_back(pid);
-    }
-    int pipeFd[2];
-    ASSERT_EQ(::pipe(pipeFd), 0);
-    pid_t checker = ::fork();
-    if (checker == 0) {
-        ::close(pipeFd[1]);
-        int bad = 0, checks = 0;
-        char c;
-        // until the writers are done (the pipe closes)
-        for (;;) {
-            std::ostringstream problems;
-            std::string err;
-            if (jet::checkFile(s.path, "", problems, &err) != 0) {
-                std::fprintf(stderr, "check: %s\n%s", err.c_str(), problems.str().c_str());
-                ++bad;
-            }
-            ++checks;
-            struct timeval tv {
-            };
-            fd_set set;
-            FD_ZERO(&set);
-            FD_SET(pipeFd[0], &set);
-            if (::select(pipeFd[0] + 1, &set, nullptr, nullptr, &tv) > 0 && ::read(pipeFd[0], &c, 1) <= 0) break;
-        }
-        ::_exit(checks > 1 && bad == 0 ? 0 : 1);
-    }
-    ::close(pipeFd[0]);
-    for (pid_t pid : writers) {
-        int status = 0;
-        ASSERT_EQ(::waitpid(pid, &status, 0), pid);
-        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "saves refused: " << WEXITSTATUS(status);
-    }
-    ::close(pipeFd[1]);
-    int status = 0;
-    ASSERT_EQ(::waitpid(checker, &status, 0), checker);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "a check found damage or never ran";
-    ::unsetenv("PEL008_LOCK_WAIT_MS");
-    EXPECT_EQ(rows(s.path), before + kWriters * kSaves * 2);
-    EXPECT_EQ(checkProblems(s.path), "");
-    EXPECT_FALSE(std::filesystem::exists(journalOf(s.path)));
 }
 
 } // namespace
