@@ -256,7 +256,7 @@ TEST(Password, SetPasswordRoundTrips)
         ASSERT_EQ(jet::setPassword(path, c.newPassword, &err), jet::OK) << err;
         jet::Database db;
         EXPECT_EQ(db.open(path, c.newPassword), jet::OK) << c.file << ": " << db.error();
-        EXPECT_FALSE(db.tables().empty() && std::string(c.file) != "emptyJet4.mdb");
+        EXPECT_FALSE(db.tables().empty());
         jet::Database wrong;
         EXPECT_EQ(wrong.open(path, std::string(c.newPassword) + "x"), jet::ERR_PASSWORD);
         std::filesystem::remove(path);
@@ -353,35 +353,32 @@ TEST(Values, CompressedText)
         EXPECT_EQ(jet::decodeText(reinterpret_cast<const std::uint8_t*>(c.stored.data()), c.stored.size()), c.want);
 }
 
-// Values mdbtools cannot print (years before 1900 or after its range), checked against the file itself.
-TEST(Values, DatesOutsideMdbtoolsRange)
-{
-    jet::Database db;
-    ASSERT_EQ(db.open(corpus("dateTest.mdb"), ""), jet::OK);
-    const jet::Table* t = db.table("DateTest");
-    ASSERT_NE(t, nullptr);
-    std::string json;
-    std::ostringstream out;
-    std::string err;
-    ASSERT_EQ(jet::dumpTable(db, *t, out, &err), jet::OK) << err;
-    json = out.str();
-    EXPECT_NE(json.find("\"DateTimeCol\":\"9999-01-01 00:00:00\""), std::string::npos) << json;
-    EXPECT_NE(json.find("\"DateTimeCol\":\"1898-01-01 00:00:00\""), std::string::npos) << json;
-    EXPECT_NE(json.find("\"TimeCol\":\"0634-01-01 00:00:00\""), std::string::npos) << json;
-}
-
 TEST(Tool, ListAndDump)
 {
     std::ostringstream list;
     std::string err;
     ASSERT_EQ(jet::listTables(corpus("testV2000.mdb"), "", list, &err), jet::OK) << err;
     EXPECT_EQ(list.str().substr(0, 9), "Table1\t2\n");
-    std::ostringstream rows;
-    ASSERT_EQ(jet::dumpTable(corpus("testV2000.mdb"), "", "Table1", rows, &err), jet::OK) << err;
-    EXPECT_EQ(rows.str().substr(0, rows.str().find('\n')),
-              "{\"A\":\"abcdefg\",\"B\":\"hijklmnop\",\"C\":2,\"D\":222,\"E\":333333333,\"F\":444.555,"
-              "\"G\":\"1974-09-21 00:00:00\",\"H\":3.5,\"I\":true}");
-    EXPECT_EQ(jet::dumpTable(corpus("testV2000.mdb"), "", "NoSuchTable", rows, &err), jet::ERR_NOT_FOUND);
+    struct Case {
+        const char* file;
+        const char* table;
+        const char* row; // found in the dump
+    } cases[] = {
+        {"testV2000.mdb", "Table1",
+         "{\"A\":\"abcdefg\",\"B\":\"hijklmnop\",\"C\":2,\"D\":222,\"E\":333333333,\"F\":444.555,"
+         "\"G\":\"1974-09-21 00:00:00\",\"H\":3.5,\"I\":true}"},
+        // dates mdbtools cannot print (before 1900, after its range), checked against the file itself
+        {"dateTest.mdb", "DateTest", "\"DateTimeCol\":\"9999-01-01 00:00:00\""},
+        {"dateTest.mdb", "DateTest", "\"DateTimeCol\":\"1898-01-01 00:00:00\""},
+        {"dateTest.mdb", "DateTest", "\"TimeCol\":\"0634-01-01 00:00:00\""},
+    };
+    for (const Case& k : cases) {
+        std::ostringstream rows;
+        ASSERT_EQ(jet::dumpTable(corpus(k.file), "", k.table, rows, &err), jet::OK) << err;
+        EXPECT_NE(rows.str().find(k.row), std::string::npos) << rows.str();
+    }
+    std::ostringstream none;
+    EXPECT_EQ(jet::dumpTable(corpus("testV2000.mdb"), "", "NoSuchTable", none, &err), jet::ERR_NOT_FOUND);
     EXPECT_EQ(jet::listTables(corpus("passwordV2000.mdb"), "", list, &err), jet::ERR_PASSWORD);
     EXPECT_EQ(err, "Not a valid password.");
 }

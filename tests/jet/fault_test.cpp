@@ -27,12 +27,6 @@ std::string journalOf(const std::string& path)
     return path + "-pel008-journal";
 }
 
-// "" when the statements ran, else SQLite's message.
-std::string execOn(const std::string& path, const std::string& sql)
-{
-    return Sql(path).exec(sql);
-}
-
 std::string inserts(int from, int count)
 {
     std::string sql = "BEGIN;";
@@ -56,7 +50,7 @@ pid_t writer(const std::string& path, const std::string& sql, const char* crashA
     pid_t pid = ::fork();
     if (pid == 0) {
         if (crashAt) ::setenv("PEL008_JET_CRASH_AT", crashAt, 1);
-        ::_exit(execOn(path, sql).empty() ? 0 : 4);
+        ::_exit(Sql(path).exec(sql).empty() ? 0 : 4);
     }
     return pid;
 }
@@ -77,7 +71,7 @@ long changedPages(const Scratch& s)
 {
     std::string probe = s.base + ".probe";
     std::filesystem::copy_file(s.base, probe, std::filesystem::copy_options::overwrite_existing);
-    EXPECT_EQ(execOn(probe, inserts(700000, 300)), "");
+    EXPECT_EQ(Sql(probe).exec(inserts(700000, 300)), "");
     auto before = readFile(s.base), after = readFile(probe);
     long changed = 0;
     for (std::size_t at = 0; at < before.size(); at += jet::kPageSize)
@@ -167,7 +161,7 @@ TEST(JetFault, JournalIsRefusedForAnotherFile)
          [](const Scratch& s) {
              std::string old = s.base + ".old";
              std::filesystem::copy_file(s.base, old, std::filesystem::copy_options::overwrite_existing);
-             ASSERT_EQ(execOn(old, inserts(900000, 20)), "");
+             ASSERT_EQ(Sql(old).exec(inserts(900000, 20)), "");
              std::filesystem::copy_file(old, s.path, std::filesystem::copy_options::overwrite_existing);
          }},
         {"another file (a compacted one)",
@@ -211,7 +205,7 @@ TEST(JetFault, CommitRechecksTheFileAndItsUsers)
              // a row more, written elsewhere and copied over the file in place
              std::string other = path + ".other";
              std::filesystem::copy_file(path, other, std::filesystem::copy_options::overwrite_existing);
-             EXPECT_EQ(execOn(other, inserts(777777, 1)), "");
+             EXPECT_EQ(Sql(other).exec(inserts(777777, 1)), "");
              auto bytes = readFile(other);
              std::ofstream(path, std::ios::binary | std::ios::trunc)
                  .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
