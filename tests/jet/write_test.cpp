@@ -1,25 +1,13 @@
 // Writes through the SQLite module on scratch copies of corpus files; every result is read back by a fresh
 // engine and by mdbtools.
-#include "jet/tool.h"
 #include "sql.h"
 
 #include <gtest/gtest.h>
-
-#include <sstream>
 
 namespace
 {
 
 using namespace jettest;
-
-// Rows of a table as a fresh engine reads them from disk.
-std::string dump(const std::string& path, const std::string& table)
-{
-    std::ostringstream out;
-    std::string err;
-    EXPECT_EQ(jet::dumpTable(path, "", table, out, &err), 0) << err;
-    return out.str();
-}
 
 std::string mdbExport(const std::string& path, const std::string& table)
 {
@@ -31,8 +19,8 @@ std::size_t lines(const std::string& s)
     return static_cast<std::size_t>(std::count(s.begin(), s.end(), '\n'));
 }
 
-// Table1 holds every fixed type: an update of each lands where mdbtools and a fresh engine read it; a value of the
-// wrong type is refused and leaves the file as it was.
+// Table1 holds every fixed type: an update of each lands where mdbtools reads it; a value of the wrong type is
+// refused and leaves the file as it was.
 TEST(JetWrite, FixedTypesUpdateInPlace)
 {
     JET_NEEDS_MDB_TOOLS();
@@ -56,7 +44,6 @@ TEST(JetWrite, FixedTypesUpdateInPlace)
     EXPECT_NE(exported.find("\"abcdefg\",\"hijklmnop\",7,-3,123456,2.5,\"02/29/24 13:45:10\",12.3456,0"),
               std::string::npos)
         << exported;
-    EXPECT_NE(dump(path, "Table1").find("\"E\":123456"), std::string::npos) << dump(path, "Table1");
     EXPECT_EQ(checkProblems(path), "");
 }
 
