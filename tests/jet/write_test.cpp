@@ -235,34 +235,6 @@ TEST(JetWrite, OtherConnectionsReadCommittedRows)
     EXPECT_EQ(checkProblems(path), "");
 }
 
-} // namespace
-
-namespace
-{
-
-using namespace jettest;
-
-// Marks every text column of a table in a scratch file as Japanese sort (1041).
-void makeJapanese(const std::string& path, const std::string& table)
-{
-    jet::Database db;
-    ASSERT_EQ(db.open(path, ""), jet::OK);
-    std::uint32_t tdef = db.table(table)->tdefPage;
-    auto bytes = readFile(path);
-    std::uint8_t* d = bytes.data() + std::size_t(tdef) * jet::kPageSize;
-    unsigned numCols = d[45] | d[46] << 8;
-    std::size_t numReal = d[51] | d[52] << 8;
-    for (unsigned i = 0; i < numCols; ++i) {
-        std::uint8_t* c = d + 63 + 12 * numReal + 25 * i;
-        if (c[0] == 0x0A) {
-            c[11] = 0x11;
-            c[12] = 0x04;
-        }
-    }
-    std::ofstream(path, std::ios::binary | std::ios::trunc)
-        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-}
-
 // Text keys: written for the characters whose key bytes are confirmed, refused (file untouched) for any other.
 TEST(JetWrite, TextKeysGeneralAndJapanese)
 {
@@ -285,8 +257,15 @@ TEST(JetWrite, TextKeysGeneralAndJapanese)
         {true, "東京", "に書き込めない文字があります: 東"},
     };
     std::string general = scratchCopy("testV2000.mdb", "text-general.mdb");
-    std::string japanese = scratchCopy("testV2000.mdb", "text-japanese.mdb");
-    makeJapanese(japanese, "Table1");
+    // Table1 as in the corpus file, made with the Japanese sort
+    ScratchDir dir("jet-text");
+    const std::string japanese = dir / "data1.dat";
+    ASSERT_TRUE(made(
+        japanese,
+        {{"Table1",
+          {{"A", jet::Type::Text, 50}, {"B", jet::Type::Text, 100}, {"E", jet::Type::Long}, {"I", jet::Type::Bool}},
+          {{"PrimaryKey", {{"A", true}}, true, true}, {"B", {{"B", true}}, false, false}}}},
+        jet::kSortJapanese));
     {
         Sql g(general), j(japanese);
         for (const Case& k : cases) {
