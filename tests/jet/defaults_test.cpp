@@ -1,4 +1,4 @@
-// Column defaults kept as the file's column properties, date texts the program writes, and the write lock an edit
+// Column defaults read from the file's column properties, date texts the program writes, and the write lock an edit
 // takes before its first write.
 #include "jet/props.h"
 #include "sql.h"
@@ -66,39 +66,6 @@ TEST(JetDefaults, StoredExpressionsAsValues)
               (std::map<std::string, std::string>{{"a", "0"}, {"b", "\"x\""}}));
     for (std::size_t n = 0; n < blob.size(); ++n)
         jet::readDefaultValues(reinterpret_cast<const std::uint8_t*>(blob.data()), n);
-}
-
-TEST(JetDefaults, MadeFileKeepsThemAndInsertsTakeThem)
-{
-    JET_NEEDS_MDB_TOOLS();
-    ScratchDir dir("jet-defaults");
-    const std::string path = dir / "data1.dat";
-    ASSERT_TRUE(made(path,
-                     {{"inmoney",
-                       {{"denno", jet::Type::Long, 0, true, ""},
-                        {"pcode", jet::Type::Int, 0, false, "6"},
-                        {"money", jet::Type::Money, 0, false, "0"},
-                        {"rate", jet::Type::Double, 0, false, "10"},
-                        {"bikou", jet::Type::Text, 50, false, "\"\""},
-                        {"note", jet::Type::Text, 50, false, "\"済\""},
-                        {"sdate", jet::Type::DateTime, 0, false, "Now()"}},
-                       {{"PrimaryKey", {{"denno", true}}, true, true}}}},
-                     jet::kSortJapanese, "VelQuarto"));
-    // an independent reader sees the properties
-    std::string props = run("mdb-prop '" + path + "' inmoney");
-    EXPECT_NE(props.find("name: pcode\n\tDefaultValue: 6"), std::string::npos) << props;
-    EXPECT_NE(props.find("name: note\n\tDefaultValue: \"済\""), std::string::npos) << props;
-
-    Sql db(path, "VelQuarto");
-    EXPECT_EQ(db.exec("INSERT INTO inmoney (denno) VALUES (1); INSERT INTO inmoney (denno, pcode, bikou, note) "
-                      "VALUES (2, 1, 'x', 'y')"),
-              "");
-    EXPECT_EQ(db.query("SELECT pcode, money, rate, bikou, note, sdate FROM inmoney ORDER BY denno"),
-              "6|0|10.0||済|NULL\n1|0|10.0|x|y|NULL\n");
-    // an update to null stays null
-    EXPECT_EQ(db.exec("UPDATE inmoney SET pcode = NULL WHERE denno = 2"), "");
-    EXPECT_EQ(db.query("SELECT pcode FROM inmoney WHERE denno = 2"), "NULL\n");
-    EXPECT_EQ(checkProblems(path, "VelQuarto"), "");
 }
 
 TEST(JetDates, TextsTheProgramWrites)
