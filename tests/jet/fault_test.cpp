@@ -1,17 +1,13 @@
 // Several writers and readers of one file, and commits that fail part-way: a journal is played back only by whoever
 // holds the file, a failed commit leaves the file as it was, a journal never lands on another file, and what
 // another program wrote meanwhile is never overwritten.
-#include "jet/jet.h"
 #include "jet/ldb.h"
-#include "jet/sqlite_attach.h"
 #include "jet/tool.h"
-#include "test_util.h"
+#include "sql.h"
 
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sqlite3.h>
 #include <sys/resource.h>
-#include <sys/select.h>
 #include <sys/wait.h>
 
 #include <cstring>
@@ -29,23 +25,6 @@ using namespace jettest;
 std::string journalOf(const std::string& path)
 {
     return path + "-pel008-journal";
-}
-
-// "" when the statements ran, else SQLite's message.
-std::string execOn(const std::string& path, const std::string& sql)
-{
-    sqlite3* db = nullptr;
-    sqlite3_open(":memory:", &db);
-    std::string err;
-    if (jet::attach(db, path, "", &err) != 0) {
-        sqlite3_close(db);
-        return "attach: " + err;
-    }
-    char* msg = nullptr;
-    if (sqlite3_exec(db, sql.c_str(), nullptr, nullptr, &msg) != SQLITE_OK) err = msg ? msg : "error";
-    sqlite3_free(msg);
-    sqlite3_close(db);
-    return err;
 }
 
 std::string inserts(int from, int count)
@@ -71,7 +50,7 @@ pid_t writer(const std::string& path, const std::string& sql, const char* crashA
     pid_t pid = ::fork();
     if (pid == 0) {
         if (crashAt) ::setenv("PEL008_JET_CRASH_AT", crashAt, 1);
-        ::_exit(execOn(path, sql).empty() ? 0 : 4);
+        ::_exit(Sql(path).exec(sql).empty() ? 0 : 4);
     }
     return pid;
 }
@@ -92,7 +71,7 @@ long changedPages(const Scratch& s)
 {
     std::string probe = s.base + ".probe";
     std::filesystem::copy_file(s.base, probe, std::filesystem::copy_options::overwrite_existing);
-    EXPECT_EQ(execOn(probe, inserts(700000, 300)), "");
+    EXPECT_EQ(Sql(probe).exec(inserts(700000, 300)), "");
     auto before = readFile(s.base), after = readFile(probe);
     long changed = 0;
     for (std::size_t at = 0; at < before.size(); at += jet::kPageSize)
@@ -145,10 +124,8 @@ TEST(JetFault, CommitThatCannotWriteLeavesTheFileAsItWas)
     pid_t pid = ::fork();
     if (pid == 0) {
         ::signal(SIGXFSZ, SIG_IGN);
-        sqlite3* db = nullptr;
-        sqlite3_open(":memory:", &db);
-        std::string err;
-        if (jet::attach(db, s.path, "", &err) != 0) ::_exit(2);
+        Sql db(s.path);
+        if (db.exec("SELECT 1") != "") ::_exit(2);
         struct rlimit lim {
         };
         ::getrlimit(RLIMIT_FSIZE, &lim);
@@ -156,14 +133,12 @@ TEST(JetFault, CommitThatCannotWriteLeavesTheFileAsItWas)
         tight.rlim_cur = std::filesystem::file_size(s.path);
         ::setrlimit(RLIMIT_FSIZE, &tight);
         // many new pages: the file must grow, the journal of the few changed ones fits
-        if (sqlite3_exec(db, inserts(800000, 3000).c_str(), nullptr, nullptr, nullptr) == SQLITE_OK) ::_exit(3);
-        sqlite3_exec(db, "ROLLBACK", nullptr, nullptr, nullptr);
+        if (db.exec(inserts(800000, 3000)) == "") ::_exit(3);
+        db.exec("ROLLBACK");
         if (readFile(s.path) != original) ::_exit(4);
         if (std::filesystem::exists(journalOf(s.path))) ::_exit(5);
         ::setrlimit(RLIMIT_FSIZE, &lim);
-        if (sqlite3_exec(db, inserts(800000, 3000).c_str(), nullptr, nullptr, nullptr) != SQLITE_OK) ::_exit(6);
-        sqlite3_close(db);
-        ::_exit(0);
+        ::_exit(db.exec(inserts(800000, 3000)) == "" ? 0 : 6);
     }
     int status = 0;
     ASSERT_EQ(::waitpid(pid, &status, 0), pid);
@@ -186,7 +161,7 @@ TEST(JetFault, JournalIsRefusedForAnotherFile)
          [](const Scratch& s) {
              std::string old = s.base + ".old";
              std::filesystem::copy_file(s.base, old, std::filesystem::copy_options::overwrite_existing);
-             ASSERT_EQ(execOn(old, inserts(900000, 20)), "");
+             ASSERT_EQ(Sql(old).exec(inserts(900000, 20)), "");
              std::filesystem::copy_file(old, s.path, std::filesystem::copy_options::overwrite_existing);
          }},
         {"another file (a compacted one)",
@@ -230,7 +205,7 @@ TEST(JetFault, CommitRechecksTheFileAndItsUsers)
              // a row more, written elsewhere and copied over the file in place
              std::string other = path + ".other";
              std::filesystem::copy_file(path, other, std::filesystem::copy_options::overwrite_existing);
-             EXPECT_EQ(execOn(other, inserts(777777, 1)), "");
+             EXPECT_EQ(Sql(other).exec(inserts(777777, 1)), "");
              auto bytes = readFile(other);
              std::ofstream(path, std::ios::binary | std::ios::trunc)
                  .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
@@ -281,92 +256,6 @@ TEST(JetFault, CommitRechecksTheFileAndItsUsers)
         EXPECT_EQ(db.table("Table2")->rowCount, rowsBefore + c.rowsTheyAdded);
         EXPECT_EQ(db.rollback(), jet::OK);
     }
-}
-
-} // namespace
-
-namespace
-{
-
-// Three writers of one file at once, each committing its own rows, one keeping its connection open throughout, the
-// others opening the file for every save; a fourth process checks the file meanwhile. Every commit is waited for,
-// not refused; every row reported saved is there; every check finds the file whole.
-TEST(JetFault, WritersWaitForEachOtherAndChecksStayClean)
-{
-    Scratch s("stress.mdb");
-    ::setenv("PEL008_LOCK_WAIT_MS", "20000", 1);
-    std::size_t before = rows(s.path);
-    constexpr int kWriters = 3, kSaves = 40;
-    std::vector<pid_t> writers;
-    for (int w = 0; w < kWriters; ++w) {
-        pid_t pid = ::fork();
-        if (pid == 0) {
-            int failed = 0;
-            sqlite3* kept = nullptr;
-            std::string err;
-            if (w == 0) {
-                sqlite3_open(":memory:", &kept);
-                if (jet::attach(kept, s.path, "", &err) != 0) ::_exit(100);
-            }
-            for (int i = 0; i < kSaves; ++i) {
-                std::string sql = inserts(1000000 + w * 1000 + i * 2, 2);
-                if (kept) {
-                    char* msg = nullptr;
-                    if (sqlite3_exec(kept, sql.c_str(), nullptr, nullptr, &msg) != SQLITE_OK) {
-                        std::fprintf(stderr, "writer %d: %s\n", w, msg ? msg : "?");
-                        sqlite3_exec(kept, "ROLLBACK", nullptr, nullptr, nullptr);
-                        ++failed;
-                    }
-                    sqlite3_free(msg);
-                } else if (std::string e = execOn(s.path, sql); !e.empty()) {
-                    std::fprintf(stderr, "writer %d: %s\n", w, e.c_str());
-                    ++failed;
-                }
-            }
-            if (kept) sqlite3_close(kept);
-            ::_exit(failed);
-        }
-        writers.push_back(pid);
-    }
-    int pipeFd[2];
-    ASSERT_EQ(::pipe(pipeFd), 0);
-    pid_t checker = ::fork();
-    if (checker == 0) {
-        ::close(pipeFd[1]);
-        int bad = 0, checks = 0;
-        char c;
-        // until the writers are done (the pipe closes)
-        for (;;) {
-            std::ostringstream problems;
-            std::string err;
-            if (jet::checkFile(s.path, "", problems, &err) != 0) {
-                std::fprintf(stderr, "check: %s\n%s", err.c_str(), problems.str().c_str());
-                ++bad;
-            }
-            ++checks;
-            struct timeval tv {
-            };
-            fd_set set;
-            FD_ZERO(&set);
-            FD_SET(pipeFd[0], &set);
-            if (::select(pipeFd[0] + 1, &set, nullptr, nullptr, &tv) > 0 && ::read(pipeFd[0], &c, 1) <= 0) break;
-        }
-        ::_exit(checks > 1 && bad == 0 ? 0 : 1);
-    }
-    ::close(pipeFd[0]);
-    for (pid_t pid : writers) {
-        int status = 0;
-        ASSERT_EQ(::waitpid(pid, &status, 0), pid);
-        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "saves refused: " << WEXITSTATUS(status);
-    }
-    ::close(pipeFd[1]);
-    int status = 0;
-    ASSERT_EQ(::waitpid(checker, &status, 0), checker);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "a check found damage or never ran";
-    ::unsetenv("PEL008_LOCK_WAIT_MS");
-    EXPECT_EQ(rows(s.path), before + kWriters * kSaves * 2);
-    EXPECT_EQ(checkProblems(s.path), "");
-    EXPECT_FALSE(std::filesystem::exists(journalOf(s.path)));
 }
 
 } // namespace

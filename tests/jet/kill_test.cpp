@@ -1,12 +1,9 @@
 // A child process killed at random points of a write transaction: after reopening, the file is exactly as
 // before or as after it. JET_KILL_ROUNDS sets the number of kills (100 by default).
 #include "child.h"
-#include "jet/jet.h"
-#include "jet/sqlite_attach.h"
-#include "test_util.h"
+#include "sql.h"
 
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
 #include <cstring>
 #include <filesystem>
@@ -20,19 +17,13 @@ using namespace jettest;
 // Inserts, updates and deletes on an indexed table and a memo table in one transaction; the same bytes each run.
 [[noreturn]] void writeTransaction(const std::string& path)
 {
-    sqlite3* db = nullptr;
-    sqlite3_open(":memory:", &db);
-    std::string err;
-    if (jet::attach(db, path, "", &err) != 0) std::_Exit(3);
     std::string sql = "BEGIN;";
     for (int i = 0; i < 400; ++i)
         sql += "INSERT INTO Table2 (id) VALUES (" + std::to_string(500000 + i * 37 % 400) + ");";
     sql += "UPDATE Table2 SET id = id + 1000000 WHERE id BETWEEN 500100 AND 500199;";
     sql += "DELETE FROM Table2 WHERE id BETWEEN 500300 AND 500349;";
     sql += "COMMIT;";
-    if (sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK) std::_Exit(4);
-    sqlite3_close(db);
-    std::_Exit(0);
+    std::_Exit(Sql(path).exec(sql).empty() ? 0 : 4);
 }
 
 // The child's side: started as "write", it does the transaction and ends.

@@ -2,29 +2,17 @@
 // clear our slot afterwards (the lock file stays: a user may have just opened it); slots left without their lock do not
 // count.
 #include "child.h"
-#include "jet/create.h"
 #include "jet/file.h"
 #include "jet/ldb.h"
-#include "jet/sqlite_attach.h"
-#include "test_util.h"
+#include "sql.h"
 
 #include <cstring>
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
 namespace
 {
 
 using namespace jettest;
-
-std::string exec(sqlite3* db, const std::string& sql)
-{
-    char* msg = nullptr;
-    int rc = sqlite3_exec(db, sql.c_str(), nullptr, nullptr, &msg);
-    std::string out = rc == SQLITE_OK ? "" : (msg ? msg : "error");
-    sqlite3_free(msg);
-    return out;
-}
 
 void writeSlot(const std::string& ldb, int slot, const char* computer, const char* user)
 {
@@ -85,23 +73,16 @@ struct OtherUser {
 
 TEST(JetLdb, OtherUsersRefuseWritesOurSlotComesAndGoes)
 {
-    auto dir = std::filesystem::temp_directory_path() / ("jet-ldb-" + std::to_string(::getpid()));
-    std::filesystem::remove_all(dir);
-    std::filesystem::create_directories(dir);
-    const std::string path = (dir / "data1.dat").string(), ldb = (dir / "data1.ldb").string();
+    ScratchDir dir("jet-ldb");
+    const std::string path = dir / "data1.dat", ldb = dir / "data1.ldb";
     EXPECT_EQ(jet::ldbPath(path), ldb);
-    std::vector<jet::TableDef> t(1);
-    t[0].name = "offset";
-    t[0].columns = {{"kubun", jet::Type::Int}, {"top", jet::Type::Float}};
-    std::string err;
-    ASSERT_EQ(jet::createDatabase(path, "", jet::kSortJapanese, t, &err), jet::OK) << err;
+    ASSERT_TRUE(
+        made(path, {{"offset", {{"kubun", jet::Type::Int}, {"top", jet::Type::Float}}, {}}}, jet::kSortJapanese));
     EXPECT_TRUE(jet::ldbUsers(path).empty()); // making the file leaves nobody registered
-    sqlite3* db = nullptr;
-    sqlite3_open(":memory:", &db);
-    ASSERT_EQ(jet::attach(db, path, "", &err), 0) << err;
+    Sql db(path);
 
     // Registered while writing: our name and a held lock, seen by another process; gone afterwards.
-    EXPECT_EQ(exec(db, "BEGIN; INSERT INTO offset VALUES (1, 2)"), "");
+    EXPECT_EQ(db.exec("BEGIN; INSERT INTO offset VALUES (1, 2)"), "");
     {
         auto bytes = readFile(ldb);
         ASSERT_GE(bytes.size(), std::size_t(64));
@@ -111,15 +92,15 @@ TEST(JetLdb, OtherUsersRefuseWritesOurSlotComesAndGoes)
         ASSERT_TRUE(looker.start("look", {{"JET_TEST_PATH", path}}));
         EXPECT_EQ(looker.wait(), 0) << "another process does not see us";
     }
-    EXPECT_EQ(exec(db, "COMMIT"), "");
+    EXPECT_EQ(db.exec("COMMIT"), "");
     EXPECT_EQ(readFile(ldb), std::vector<std::uint8_t>(64, 0)); // our slot cleared, the file kept
 
     // A user who opened the lock file while we left keeps the slot they fill there.
     {
-        EXPECT_EQ(exec(db, "BEGIN; INSERT INTO offset VALUES (5, 6)"), "");
+        EXPECT_EQ(db.exec("BEGIN; INSERT INTO offset VALUES (5, 6)"), "");
         jet::os::File early;
         ASSERT_TRUE(early.open(ldb, jet::os::Mode::ReadWrite));
-        EXPECT_EQ(exec(db, "COMMIT"), "");
+        EXPECT_EQ(db.exec("COMMIT"), "");
         unsigned char slot[jet::kLdbSlotSize] = "LATE-PC";
         EXPECT_TRUE(early.write(slot, sizeof slot, 4 * jet::kLdbSlotSize));
         OtherUser late(ldb, jet::kLdbLockBase + 4);
@@ -127,7 +108,7 @@ TEST(JetLdb, OtherUsersRefuseWritesOurSlotComesAndGoes)
         ASSERT_EQ(users.size(), 1u);
         EXPECT_EQ(users[0].computer, "LATE-PC");
     }
-    EXPECT_EQ(exec(db, "DELETE FROM offset WHERE kubun = 5"), "");
+    EXPECT_EQ(db.exec("DELETE FROM offset WHERE kubun = 5"), "");
     writeSlot(ldb, 4, "", "");
 
     // The suite's users: two slots, one lock beyond them held by another process.
@@ -137,27 +118,26 @@ TEST(JetLdb, OtherUsersRefuseWritesOurSlotComesAndGoes)
     {
         OtherUser suite(ldb, jet::kLdbLockBase + 7);
         EXPECT_EQ(jet::ldbUsers(path).size(), 2u);
-        EXPECT_EQ(exec(db, "INSERT INTO offset VALUES (2, 3)"),
+        EXPECT_EQ(db.exec("INSERT INTO offset VALUES (2, 3)"),
                   "data1.dat は OFFICE-PC の Admin、SHIP-PC の staff で使用中です");
-        EXPECT_EQ(exec(db, "UPDATE offset SET top = 9"),
+        EXPECT_EQ(db.exec("UPDATE offset SET top = 9"),
                   "data1.dat は OFFICE-PC の Admin、SHIP-PC の staff で使用中です");
         EXPECT_EQ(readFile(path), before);
-        EXPECT_EQ(exec(db, "SELECT count(*) FROM offset"), ""); // reads go on
+        EXPECT_EQ(db.exec("SELECT count(*) FROM offset"), ""); // reads go on
     }
     // The suite gone without clearing its slots: they no longer count; ours goes into a free slot and the lock
     // file, not ours, stays with the suite's slots as they were.
     EXPECT_TRUE(jet::ldbUsers(path).empty());
     auto ldbBefore = readFile(ldb);
-    EXPECT_EQ(exec(db, "INSERT INTO offset VALUES (2, 3)"), "");
+    EXPECT_EQ(db.exec("INSERT INTO offset VALUES (2, 3)"), "");
     EXPECT_EQ(readFile(ldb), ldbBefore);
     // A lock inside the slots is not ours to read.
     {
         OtherUser other(ldb, 10);
-        EXPECT_EQ(exec(db, "INSERT INTO offset VALUES (3, 4)"), "");
+        EXPECT_EQ(db.exec("INSERT INTO offset VALUES (3, 4)"), "");
     }
-    sqlite3_close(db);
+    db.close();
     EXPECT_EQ(checkProblems(path), "");
-    std::filesystem::remove_all(dir);
 }
 
 } // namespace

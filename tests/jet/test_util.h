@@ -80,17 +80,45 @@ inline std::string scratchCopy(const std::string& file, const std::string& as)
     return dst.string();
 }
 
-// Inconsistencies the engine's check finds in a file on disk, one a line; "" when clean.
-inline std::string checkProblems(const std::string& path, const std::string& password = "")
+// A folder of its own under the temporary folder, named in UTF-8; removed with everything in it at the end.
+struct ScratchDir {
+    std::filesystem::path dir;
+    explicit ScratchDir(const std::string& utf8Name)
+    {
+        const std::string name = utf8Name + "-" + std::to_string(::getpid());
+        dir = std::filesystem::temp_directory_path() / std::filesystem::path(std::u8string(name.begin(), name.end()));
+        std::filesystem::remove_all(dir);
+        std::filesystem::create_directories(dir);
+    }
+    ~ScratchDir()
+    {
+        std::error_code ignored;
+        std::filesystem::remove_all(dir, ignored);
+    }
+    // A file in the folder, as a UTF-8 path.
+    std::string operator/(const std::string& name) const
+    {
+        auto s = (dir / std::filesystem::path(std::u8string(name.begin(), name.end()))).u8string();
+        return std::string(s.begin(), s.end());
+    }
+};
+
+// Inconsistencies the engine's check finds, one a line; "" when clean.
+inline std::string problemsOf(jet::Database& db)
 {
-    jet::Database db;
-    if (db.open(path, password) != jet::OK) return "cannot open: " + db.error();
     std::vector<std::string> problems;
     if (db.check(problems) != jet::OK) return "cannot check: " + db.error();
     std::string all;
     for (const std::string& p : problems)
         all += p + "\n";
     return all;
+}
+
+inline std::string checkProblems(const std::string& path, const std::string& password = "")
+{
+    jet::Database db;
+    if (db.open(path, password) != jet::OK) return "cannot open: " + db.error();
+    return problemsOf(db);
 }
 
 } // namespace jettest

@@ -1,0 +1,90 @@
+#pragma once
+// A SQLite connection with a Jet file attached through the module, and new files made for a test.
+#include "jet/create.h"
+#include "jet/sqlite_attach.h"
+#include "test_util.h"
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+namespace jettest
+{
+
+class Sql
+{
+public:
+    sqlite3* db = nullptr;
+
+    // Attaches `path` unless it is empty. A file that does not attach makes every statement fail with the reason.
+    explicit Sql(const std::string& path = "", const std::string& password = "")
+    {
+        sqlite3_open(":memory:", &db);
+        std::string err;
+        if (!path.empty() && jet::attach(db, path, password, &err) != 0) attachError_ = "attach: " + err;
+    }
+    ~Sql() { close(); }
+    void close()
+    {
+        sqlite3_close(db);
+        db = nullptr;
+    }
+    Sql(const Sql&) = delete;
+    Sql& operator=(const Sql&) = delete;
+
+    // "" when the statements ran, else SQLite's message.
+    std::string exec(const std::string& sql)
+    {
+        if (!attachError_.empty()) return attachError_;
+        char* msg = nullptr;
+        if (sqlite3_exec(db, sql.c_str(), nullptr, nullptr, &msg) == SQLITE_OK) return "";
+        std::string m = msg ? msg : "error";
+        sqlite3_free(msg);
+        return m;
+    }
+
+    // Rows as text, values joined by '|', each row ended by '\n'; with `kinds`, numbers and blobs carry their
+    // SQLite type ("i:2", "r:3.500000", "b:16"). A statement that fails gives "error: " and the message.
+    std::string query(const std::string& sql, bool kinds = false)
+    {
+        if (!attachError_.empty()) return "error: " + attachError_;
+        sqlite3_stmt* st = nullptr;
+        if (sqlite3_prepare_v2(db, sql.c_str(), -1, &st, nullptr) != SQLITE_OK)
+            return std::string("error: ") + sqlite3_errmsg(db);
+        std::string out;
+        int rc;
+        while ((rc = sqlite3_step(st)) == SQLITE_ROW) {
+            for (int i = 0; i < sqlite3_column_count(st); ++i) {
+                if (i) out += '|';
+                const int type = sqlite3_column_type(st, i);
+                if (type == SQLITE_NULL)
+                    out += "NULL";
+                else if (kinds && type == SQLITE_INTEGER)
+                    out += "i:" + std::to_string(sqlite3_column_int64(st, i));
+                else if (kinds && type == SQLITE_FLOAT)
+                    out += "r:" + std::to_string(sqlite3_column_double(st, i));
+                else if (kinds && type == SQLITE_BLOB)
+                    out += "b:" + std::to_string(sqlite3_column_bytes(st, i));
+                else
+                    out += reinterpret_cast<const char*>(sqlite3_column_text(st, i));
+            }
+            out += '\n';
+        }
+        if (rc != SQLITE_DONE) out = std::string("error: ") + sqlite3_errmsg(db);
+        sqlite3_finalize(st);
+        return out;
+    }
+
+private:
+    std::string attachError_;
+};
+
+// A new file of `tables` at `path`.
+inline ::testing::AssertionResult made(const std::string& path, const std::vector<jet::TableDef>& tables,
+                                       std::uint16_t sortOrder = jet::kSortGeneral, const std::string& password = "")
+{
+    std::string err;
+    if (jet::createDatabase(path, password, sortOrder, tables, &err) == jet::OK) return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << "cannot make " << path << ": " << err;
+}
+
+} // namespace jettest
