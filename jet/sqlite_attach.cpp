@@ -574,7 +574,10 @@ bool fromSqlite(const Column& col, sqlite3_value* v, Value& out, std::string* wh
         *why = kMismatch;
         return false;
     };
-    int t = sqlite3_value_numeric_type(v);
+    // Numeric affinity converts the value in place: a text column keeps '01234' and ' 12345 ' as they are.
+    bool textual = col.type == Type::Text || col.type == Type::Memo || col.type == Type::Guid ||
+                   col.type == Type::Binary || col.type == Type::Ole;
+    int t = textual ? sqlite3_value_type(v) : sqlite3_value_numeric_type(v);
     switch (col.type) {
     case Type::Bool:
         if (t != SQLITE_INTEGER && t != SQLITE_FLOAT) return mismatch();
