@@ -5,8 +5,11 @@
 #include "tests/support/testhome.h"
 
 #include <QFile>
+#include <QProcess>
 #include <QString>
 #include <QStringList>
+
+#include <optional>
 
 namespace pel::test {
 
@@ -84,6 +87,29 @@ inline bool writeBytes(const QString& path, const QByteArray& bytes)
 {
     QFile f(path);
     return f.open(QIODevice::WriteOnly | QIODevice::Truncate) && f.write(bytes) == bytes.size();
+}
+
+// Lines added at the end of the home's mirabo.ini.
+inline bool appendIni(const TestHome& home, const QByteArray& lines)
+{
+    QFile ini(home.file(QStringLiteral("mirabo.ini")));
+    return ini.open(QIODevice::Append) && ini.write(lines) == lines.size() && ini.flush();
+}
+
+// The fonts of a PDF as pdffonts lists them; nullopt when pdffonts is not installed.
+inline std::optional<QString> pdfFonts(const QString& pdf)
+{
+    QProcess fonts;
+    fonts.start(QStringLiteral("pdffonts"), {pdf});
+    if (!fonts.waitForFinished(20000))
+        return std::nullopt;
+    return QString::fromUtf8(fonts.readAllStandardOutput());
+}
+
+// One record paid in full, with its header and trailer.
+inline QStringList fwOne()
+{
+    return {fwHeader(), fwRecord(QStringLiteral("01"), 1001, 5000), fwTrailer(1, 5000, 0, 0)};
 }
 
 // The fixed-width file most tests read: every outcome of the format once.
