@@ -111,9 +111,8 @@ private slots:
     void readMarkWholeOrNone_data();
     void readMarkWholeOrNone();
 
-    void fixedWidth();
-    void comma_data();
-    void comma();
+    void outcomes_data();
+    void outcomes();
     void screenDate_data();
     void screenDate();
     void readToTheEnd_data();
@@ -253,45 +252,6 @@ void PaymentTest::texts()
              QStringLiteral("a.2025010203241i05"));
 }
 
-void PaymentTest::fixedWidth()
-{
-    const QString path = inputFile(*home_, QStringLiteral("MT.txt"), cp932Lines(fwBasic()));
-    ScriptedDialogs d;
-    expectFullRun(d, 4);
-    Run r;
-    QCOMPARE(r.job.run({path, PaymentImportJob::RecordDate, 0}), PaymentImportJob::Result::Done);
-    QVERIFY(d.done());
-    QCOMPARE(r.job.agencyCode(), QStringLiteral("908997"));
-    const QString ok = QStringLiteral("○：正常に読込ました"), day = QStringLiteral("2024/05/10");
-    const QString yamada = QStringLiteral("山田 太郎"), sato = QStringLiteral("ｻﾄｳ ﾊﾅｺ");
-    const QList<QStringList> expected{
-        {ok, "速報", day, "5,000", "5,000", "1001", "101", yamada},
-        {"△：金額に相違があります", "速報", day, "3,000", "2,900", "1002", "102", sato},
-        {ok, "郵振", day, "12,345", "12,345", "1003", "101", yamada},
-        {ok, "郵振訂", day, "800", "500", "1004", "102", sato},
-        {"×：取消データです。　入金処理で調整してください。", "取消", day, "2,000", "2,000", "1005", "101", yamada},
-        {"×：受注伝票がありません", "速報", day, "", "3,000", "99999999", "", ""},
-        {"×：受注伝票がありません", "取消", day, "", "1,200", "99999998", "", ""},
-        {"×：入金伝票が存在します", "速報", day, "7,000", "7,000", "1006", "102", sato},
-        {"×：ﾌｧｲﾅﾝｽｺｰﾄﾞｴﾗｰ", "速報", "", "", "", "", "", ""},
-    };
-    QCOMPARE(r.ui.rows, expected);
-    QCOMPARE(r.totals(), (Totals{4, 20745, 3, 14000, 2, 3200, 7, 34745, 2, 3200}));
-    QCOMPARE(r.job.totals()[7], QStringLiteral("34,745"));
-    // posted: one payment and one ledger line each, nothing for 1005 (取消) or the second 1001 (02)
-    QCOMPARE(count("select count(*) from inmoney where nday = 20240510 and pcode = 6 and inflag = 1"), 4);
-    QCOMPARE(count("select sum(money) from inmoney where nday = 20240510"), 20745);
-    QCOMPARE(count("select count(*) from inmoney where denno = 1005"), 0);
-    QCOMPARE(count("select count(*) from cdai where kubun = 3 and line = 1 and day = 20240510"), 4);
-    QCOMPARE(home_->scalar("select mcode from cdai where denno = 1002"), QStringLiteral("102"));
-    QVERIFY(!home_->scalar("select sdate from inmoney where denno = 1001").isEmpty());
-    QCOMPARE(home_->scalar("select naiyou from operatlog where kubun = 1"), QStringLiteral("4件 20,745円"));
-    // the file is marked as read
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::ReadOnly));
-    QVERIFY(f.readAll().endsWith("\r\n" + *Cp932::encode(u"読込済") + "\r\n"));
-}
-
 void PaymentTest::readMarkWholeOrNone_data()
 {
     QTest::addColumn<QByteArray>("content");
@@ -332,13 +292,31 @@ void PaymentTest::readMarkWholeOrNone()
     QCOMPARE(f.readAll(), expected);
 }
 
-void PaymentTest::comma_data()
+void PaymentTest::outcomes_data()
 {
     QTest::addColumn<QStringList>("lines");
+    QTest::addColumn<QString>("agency");
     QTest::addColumn<QList<QStringList>>("rows");
     QTest::addColumn<Totals>("totals");
-    const QString ok = QStringLiteral("○：正常に読込ました"), day = QStringLiteral("2024/05/11");
-    QTest::newRow("every outcome")
+    QTest::addColumn<QString>("log"); // the run's line in operatlog
+    const QString ok = QStringLiteral("○：正常に読込ました"), differs = QStringLiteral("△：金額に相違があります");
+    const QString cancel = QStringLiteral("×：取消データです。　入金処理で調整してください。");
+    const QString noOrder = QStringLiteral("×：受注伝票がありません"), paid = QStringLiteral("×：入金伝票が存在します");
+    const QString yamada = QStringLiteral("山田 太郎"), sato = QStringLiteral("ｻﾄｳ ﾊﾅｺ");
+    QString day = QStringLiteral("2024/05/10");
+    QTest::newRow("fixed width") << fwBasic() << "908997"
+                                 << QList<QStringList>{{ok, "速報", day, "5,000", "5,000", "1001", "101", yamada},
+                                                       {differs, "速報", day, "3,000", "2,900", "1002", "102", sato},
+                                                       {ok, "郵振", day, "12,345", "12,345", "1003", "101", yamada},
+                                                       {ok, "郵振訂", day, "800", "500", "1004", "102", sato},
+                                                       {cancel, "取消", day, "2,000", "2,000", "1005", "101", yamada},
+                                                       {noOrder, "速報", day, "", "3,000", "99999999", "", ""},
+                                                       {noOrder, "取消", day, "", "1,200", "99999998", "", ""},
+                                                       {paid, "速報", day, "7,000", "7,000", "1006", "102", sato},
+                                                       {"×：ﾌｧｲﾅﾝｽｺｰﾄﾞｴﾗｰ", "速報", "", "", "", "", "", ""}}
+                                 << Totals{4, 20745, 3, 14000, 2, 3200, 7, 34745, 2, 3200} << "4件 20,745円";
+    day = QStringLiteral("2024/05/11");
+    QTest::newRow("comma-separated")
         << QStringList{csvRecord("1", digitsOf(1001, 17), 5000),          // code written "1"
                        csvRecord("01", "EAN" + digitsOf(1002, 17), 2900), // EAN prefix, amount differs
                        csvRecord("12", digitsOf(1003, 17), 12345),
@@ -349,42 +327,59 @@ void PaymentTest::comma_data()
                        csvRecord("01", digitsOf(1006, 17), 7000),
                        csvRecord("03", digitsOf(99999998, 17), 1200),
                        csvRecord("01", digitsOf(1007, 17), 4000, "929999")}
-        << QList<QStringList>{{ok, "速報", day, "5,000", "5,000", "1001", "101", "山田 太郎"},
-                              {"△：金額に相違があります", "速報", day, "3,000", "2,900", "1002", "102", "ｻﾄｳ ﾊﾅｺ"},
-                              {ok, "郵振", day, "12,345", "12,345", "1003", "101", "山田 太郎"},
-                              {ok, "郵振訂", day, "800", "500", "1004", "102", "ｻﾄｳ ﾊﾅｺ"},
-                              {"×：取消データです。　入金処理で調整してください。", "取消", day, "2,000", "2,000",
-                               "1005", "101", "山田 太郎"},
-                              {"×：入金伝票が存在します", "速報", day, "7,000", "7,000", "1006", "102", "ｻﾄｳ ﾊﾅｺ"},
-                              {"×：受注伝票がありません", "取消", day, "", "1,200", "99999998", "", ""},
+        << "929023"
+        << QList<QStringList>{{ok, "速報", day, "5,000", "5,000", "1001", "101", yamada},
+                              {differs, "速報", day, "3,000", "2,900", "1002", "102", sato},
+                              {ok, "郵振", day, "12,345", "12,345", "1003", "101", yamada},
+                              {ok, "郵振訂", day, "800", "500", "1004", "102", sato},
+                              {cancel, "取消", day, "2,000", "2,000", "1005", "101", yamada},
+                              {paid, "速報", day, "7,000", "7,000", "1006", "102", sato},
+                              {noOrder, "取消", day, "", "1,200", "99999998", "", ""},
                               {"×：ﾌｧｲﾅﾝｽｺｰﾄﾞｴﾗｰ", "速報", "", "", "", "", "", ""}}
         // the agency error's amount is cut from the whole line: "\"01\",\"9299" reads as 19299
-        << Totals{4, 20745, 2, 7000 + 19299, 2, 3200, 6, 20745 + 26299, 2, 3200};
-    QTest::newRow("a missing field is an error of its record")
-        << QStringList{csvRecord("01", digitsOf(1001, 17), 5000), QStringLiteral("\"01\",\"929023\",\"1\"")}
-        << QList<QStringList>{{ok, "速報", day, "5,000", "5,000", "1001", "101", "山田 太郎"},
+        << Totals{4, 20745, 2, 7000 + 19299, 2, 3200, 6, 20745 + 26299, 2, 3200} << "4件 20,745円";
+    QTest::newRow("comma-separated, a field missing")
+        << QStringList{csvRecord("01", digitsOf(1001, 17), 5000), QStringLiteral("\"01\",\"929023\",\"1\"")} << "929023"
+        << QList<QStringList>{{ok, "速報", day, "5,000", "5,000", "1001", "101", yamada},
                               {"×：読込データに誤りがあります", "速報", "", "", "", "", "", ""}}
-        << Totals{1, 5000, 1, 0, 0, 0, 2, 5000, 0, 0};
-    QTest::newRow("an order number beyond 32 bits")
-        << QStringList{csvRecord("01", "99999999999999999", 5000)}
+        << Totals{1, 5000, 1, 0, 0, 0, 2, 5000, 0, 0} << "1件 5,000円";
+    QTest::newRow("comma-separated, an order number beyond 32 bits")
+        << QStringList{csvRecord("01", "99999999999999999", 5000)} << "929023"
         << QList<QStringList>{{"×：読込データに誤りがあります", "速報", day, "", "5,000", "", "", ""}}
-        << Totals{0, 0, 1, 5000, 0, 0, 1, 5000, 0, 0};
+        << Totals{0, 0, 1, 5000, 0, 0, 1, 5000, 0, 0} << "0件 0円";
 }
 
-void PaymentTest::comma()
+// Every outcome a record can have, listed and summed; the paid ones posted, each with its ledger line; the file
+// marked as read.
+void PaymentTest::outcomes()
 {
     QFETCH(QStringList, lines);
+    QFETCH(QString, agency);
     QFETCH(QList<QStringList>, rows);
     QFETCH(Totals, totals);
-    const QString path = inputFile(*home_, QStringLiteral("MT.csv"), cp932Lines(lines));
+    QFETCH(QString, log);
+    const QString path = inputFile(*home_, QStringLiteral("MT.txt"), cp932Lines(lines));
     ScriptedDialogs d;
     expectFullRun(d, static_cast<int>(totals[0]));
     Run r;
-    QCOMPARE(r.job.run({path, 0, 0}), PaymentImportJob::Result::Done);
-    QCOMPARE(r.job.commaFlag(), qint16(1));
+    QCOMPARE(r.job.run({path, PaymentImportJob::RecordDate, 0}), PaymentImportJob::Result::Done);
+    QVERIFY(d.done());
+    QCOMPARE(r.job.agencyCode(), agency);
+    QCOMPARE(r.job.commaFlag(), qint16(agency == QLatin1String("929023")));
     QCOMPARE(r.ui.rows, rows);
     QCOMPARE(r.totals(), totals);
-    QCOMPARE(count("select count(*) from inmoney where nday = 20240511"), totals[0]);
+    const QString posted = QStringLiteral(" where nday > 20240101 and pcode = 6 and inflag = 1");
+    QCOMPARE(count("select count(*) from inmoney" + posted), totals[0]);
+    QCOMPARE(count("select sum(money) from inmoney" + posted), totals[1]);
+    QCOMPARE(count("select count(*) from cdai where kubun = 3 and line = 1 and day > 20240101"), totals[0]);
+    for (const QStringList& row : rows) {
+        if (!row[0].startsWith(u'○') && !row[0].startsWith(u'△'))
+            continue;
+        QCOMPARE(home_->scalar("select mcode from cdai where denno = " + row[5]), row[6]);
+        QVERIFY(!home_->scalar("select sdate from inmoney where denno = " + row[5]).isEmpty());
+    }
+    QCOMPARE(home_->scalar("select naiyou from operatlog where kubun = 1"), log);
+    QVERIFY(contents(path).endsWith("\r\n" + *Cp932::encode(u"読込済") + "\r\n"));
 }
 
 void PaymentTest::screenDate_data()
