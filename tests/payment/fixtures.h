@@ -2,6 +2,7 @@
 // A small shop for the payment import: two customers, seven orders (1006 paid already), the agency 908997 with the
 // record layouts of 908997 and 929023, and builders of the agencies' record lines.
 #include "app/cp932.h"
+#include "app/db/dbglobals.h"
 #include "tests/support/testhome.h"
 
 #include <QFile>
@@ -9,6 +10,7 @@
 #include <QString>
 #include <QStringList>
 
+#include <memory>
 #include <optional>
 
 namespace pel::test {
@@ -34,6 +36,22 @@ inline bool setUpShop(TestHome& home)
         QStringLiteral("INSERT INTO jyuden (denno,mcode,pcode,total) VALUES (1007,101,6,4000)"),
         QStringLiteral("INSERT INTO inmoney (denno,nday,pcode,money,inflag) VALUES (1006,20240101,6,7000,1)"),
     });
+}
+
+// The shop's home for one test, with the program's connection open; false with the reason.
+inline bool openShop(std::unique_ptr<TestHome>& home, QString* why)
+{
+    qputenv("PEL008_LOCK_WAIT_MS", "20");
+    home = std::make_unique<TestHome>();
+    *why = home->ok() ? QStringLiteral("cannot set up the shop") : home->error();
+    return home->ok() && setUpShop(*home) && fnOpenDB(1);
+}
+
+inline void closeShop(std::unique_ptr<TestHome>& home)
+{
+    fnCloseDB(1);
+    gclsDb.reset();
+    home.reset();
 }
 
 inline QString digitsOf(qint64 value, int width)

@@ -137,20 +137,15 @@ private:
 
 void PaymentTest::init()
 {
-    qputenv("PEL008_LOCK_WAIT_MS", "20");
     if (backendUnderTest() == Backend::Postgres && testServer().isEmpty())
         QSKIP("PEL008_TEST_PG is not set");
-    home_ = std::make_unique<TestHome>();
-    QVERIFY2(home_->ok(), qPrintable(home_->error()));
-    QVERIFY(setUpShop(*home_));
-    QVERIFY(fnOpenDB(1));
+    QString why;
+    QVERIFY2(openShop(home_, &why), qPrintable(why));
 }
 
 void PaymentTest::cleanup()
 {
-    fnCloseDB(1);
-    gclsDb.reset();
-    home_.reset();
+    closeShop(home_);
 }
 
 void PaymentTest::layoutValue_data()
