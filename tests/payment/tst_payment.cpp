@@ -123,8 +123,8 @@ private slots:
     void postingFailure();
     void postingEditsOneRow();
     void retryAfterLockReleased();
-    void cancelledAndRunAgain();
-    void engineErrorRollsBack();
+    void interruptedAndRunAgain_data();
+    void interruptedAndRunAgain();
     void backupCopy();
     void runnerKilledAndRunAgain();
     void runner();
@@ -576,8 +576,7 @@ void PaymentTest::postingFailure()
 {
     QFETCH(QString, refused);
     QFETCH(qint64, payments);
-    const QString path = inputFile(*home_, QStringLiteral("MT.txt"),
-                                   cp932Lines({fwHeader(), fwRecord("01", 1001, 5000), fwTrailer(1, 5000, 0, 0)}));
+    const QString path = inputFile(*home_, QStringLiteral("MT.txt"), cp932Lines(fwOne()));
     if (!refused.isEmpty() && home_->backend() == Backend::Jet)
         QSKIP("Jet has no triggers to refuse a write with");
     if (!refused.isEmpty())
@@ -650,76 +649,71 @@ void PaymentTest::retryAfterLockReleased()
     QCOMPARE(count("select count(*) from cdai where denno = 1001"), 1);
 }
 
-void PaymentTest::cancelledAndRunAgain()
+void PaymentTest::interruptedAndRunAgain_data()
 {
-    const QString path = inputFile(*home_, QStringLiteral("MT.txt"), cp932Lines(fwBasic()));
-    Run r;
-    {
-        ScriptedDialogs d;
-        d.expect(kStart, answer::Yes);
-        d.expect(QStringLiteral("処理を中止しました。\r\n2件の入金処理をしました"), answer::Ok);
-        // pass 1 yields once per line (13), pass 2 stops before its fourth record
-        r.ui.cancelAfterYields = 13 + 3;
-        QCOMPARE(r.job.run({path, 0, 0}), PaymentImportJob::Result::Cancelled);
-    }
-    QCOMPARE(count("select count(*) from inmoney"), 3);
-    r.ui.cancelAfterYields = -1;
-    r.ui.rows.clear();
-    ScriptedDialogs d;
-    expectFullRun(d, 2);
-    QCOMPARE(r.job.run({path, 0, 0}), PaymentImportJob::Result::Done);
-    QCOMPARE(r.ui.rows.value(1).value(0), QStringLiteral("×：入金伝票が存在します"));
-    QCOMPARE(r.ui.rows.value(2).value(0), QStringLiteral("○：正常に読込ました"));
-    QCOMPARE(count("select count(*) from inmoney"), 5);
-    QCOMPARE(count("select count(*) from cdai"), 4);
-    QCOMPARE(count("select max(c) from (select count(*) as c from inmoney group by denno) t"), 1);
+    QTest::addColumn<int>("cancelAt"); // the yields before a cancel; -1: none
+    QTest::addColumn<bool>("closeDb"); // the screen's connection closed under the job after the first row
+    QTest::addColumn<int>("result");
+    QTest::addColumn<QString>("message");
+    QTest::addColumn<int>("posted");
+    QTest::addColumn<QString>("log"); // the run's line in operatlog, none for a failed run
+    // pass 1 yields once per line (13), pass 2 stops before its fourth record
+    QTest::newRow("cancelled") << 13 + 3 << false << int(PaymentImportJob::Result::Cancelled)
+                               << "処理を中止しました。\r\n2件の入金処理をしました" << 2 << "2件 7,900円";
+    // the next lookup fails with the engine's text, inside the run's transaction
+    QTest::newRow("engine error") << -1 << true << int(PaymentImportJob::Result::Failed)
+                                  << "Operation is not allowed when the object is closed." << 1 << "<none>";
 }
 
-void PaymentTest::engineErrorRollsBack()
+// What an interrupted run posted stays, the file unmarked; the next run posts the rest, nothing twice.
+void PaymentTest::interruptedAndRunAgain()
 {
-    // the screen's connection is closed under the job once the run's transaction is open and the first record is
-    // posted: the next lookup fails with the engine's text, the run ends Failed, unmarked and unlogged, and the next
-    // run on a new connection posts the rest without the first twice
-    const QString path = inputFile(*home_, QStringLiteral("MT.txt"), cp932Lines(fwBasic()));
-    struct CloseAfterFirstRow final : RecordingInteraction {
+    QFETCH(int, cancelAt);
+    QFETCH(bool, closeDb);
+    QFETCH(int, result);
+    QFETCH(QString, message);
+    QFETCH(int, posted);
+    QFETCH(QString, log);
+    struct ClosingUser final : RecordingInteraction {
         clsDbClass* db = nullptr;
         void resultRow(const QStringList& row) override
         {
             RecordingInteraction::resultRow(row);
-            if (rows.size() == 1)
+            if (db && rows.size() == 1)
                 db->CloseDb();
         }
     };
+    const QString path = inputFile(*home_, QStringLiteral("MT.txt"), cp932Lines(fwBasic()));
     clsDbClass db;
     QVERIFY(db.OpenDb());
-    CloseAfterFirstRow ui;
-    ui.db = &db;
+    ClosingUser ui;
+    ui.db = closeDb ? &db : nullptr;
+    ui.cancelAfterYields = cancelAt;
     PaymentImportJob job(db, ui);
     job.setCheckWait(0);
     {
         ScriptedDialogs d;
         d.expect(kStart, answer::Yes);
-        d.expect(QStringLiteral("Operation is not allowed when the object is closed."), answer::Ok);
-        QCOMPARE(job.run({path, 0, 0}), PaymentImportJob::Result::Failed);
-        QVERIFY(d.done());
+        d.expect(message, answer::Ok);
+        QCOMPARE(int(job.run({path, 0, 0})), result);
     }
     QVERIFY(!job.busy());
     QCOMPARE(ui.locks, (QList<bool>{true, false}));
-    QCOMPARE(ui.rows.size(), 1);
-    QCOMPARE(count("select count(*) from inmoney"), 2);
-    QCOMPARE(count("select count(*) from operatlog where kubun = 1"), 0);
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::ReadOnly));
-    QVERIFY(!f.readAll().contains("\x93\xC7\x8D\x9E\x8D\xCF")); // 読込済
-    f.close();
+    QCOMPARE(count("select count(*) from inmoney"), 1 + posted);
+    QCOMPARE(home_->scalar("select naiyou from operatlog where kubun = 1"), log);
+    QVERIFY(!contents(path).contains("\x93\xC7\x8D\x9E\x8D\xCF")); // 読込済
     QVERIFY(db.OpenDb());
     ui.db = nullptr;
-    ui.rows = {{}, {}}; // no more closing
+    ui.cancelAfterYields = -1;
+    ui.rows.clear();
     ScriptedDialogs d;
-    expectFullRun(d, 3);
+    expectFullRun(d, 4 - posted);
     QCOMPARE(job.run({path, 0, 0}), PaymentImportJob::Result::Done);
-    QCOMPARE(ui.rows.value(2).value(0), QStringLiteral("×：入金伝票が存在します"));
+    for (int i = 0; i < posted; ++i)
+        QCOMPARE(ui.rows.value(i).value(0), QStringLiteral("×：入金伝票が存在します"));
     QCOMPARE(count("select count(*) from inmoney"), 5);
+    QCOMPARE(count("select count(*) from cdai"), 4);
+    QCOMPARE(count("select max(c) from (select count(*) as c from inmoney group by denno) t"), 1);
 }
 
 void PaymentTest::backupCopy()
@@ -738,9 +732,7 @@ void PaymentTest::backupCopy()
     QCOMPARE(copies.size(), 1);
     QVERIFY(copies[0] == QFileInfo(pel::backupName(path, before)).fileName() ||
             copies[0] == QFileInfo(pel::backupName(path, before.addSecs(1))).fileName());
-    QFile copy(home_->file(copies[0])), original(path);
-    QVERIFY(copy.open(QIODevice::ReadOnly) && original.open(QIODevice::ReadOnly));
-    QCOMPARE(copy.readAll(), original.readAll()); // the marked file
+    QCOMPARE(contents(home_->file(copies[0])), contents(path)); // the marked file
 }
 
 void PaymentTest::runnerKilledAndRunAgain()
