@@ -31,7 +31,6 @@ private slots:
     void programEndsSilently_data();
     void programEndsSilently();
     void twelveArgumentsAreARuntimeError();
-    void runnerSqlNamesFieldsAsTheSystem();
     void runnerExitCodes_data();
     void runnerExitCodes();
     void suiteJetFileOpensThroughTheConnectionRule();
@@ -90,18 +89,6 @@ void TstPrograms::twelveArgumentsAreARuntimeError()
     const Ran r = pel::test::runIn(home_.path(), pel008_, twelve);
     QVERIFY(r.code != 0);
     QVERIFY2(r.err.contains(QStringLiteral("インデックスが有効範囲にありません")), qPrintable(r.err));
-}
-
-void TstPrograms::runnerSqlNamesFieldsAsTheSystem()
-{
-    const Ran join =
-        batch({"sql", "select * from jyuden d,member m,member jm where d.omcode=m.code and d.mcode=jm.code"});
-    QCOMPARE(join.code, 0);
-    const QStringList header = join.out.section(QLatin1Char('\n'), 0, 0).split(QLatin1Char(','));
-    for (const char* n : {"denno", "m.tel", "jm.tel", "d.memo", "m.name", "jm.name"})
-        QVERIFY2(header.contains(QLatin1String(n)), n);
-    QCOMPARE(join.out.count(QLatin1Char('\n')), 201);
-    QVERIFY(batch({"sql", "select sum(total) from jyuden"}).out.startsWith(QStringLiteral("Expr1000\n")));
 }
 
 void TstPrograms::runnerExitCodes_data()
