@@ -92,20 +92,16 @@ void OffsetTest::fieldLimits_data()
 {
     QTest::addColumn<QString>("typed");
     QTest::addColumn<QString>("shown");
-    QTest::newRow("above") << "45"
-                           << " 30.0";
-    QTest::newRow("below") << "-31.25"
-                           << "-30.0";
-    QTest::newRow("limit") << "-30"
-                           << "-30.0";
-    QTest::newRow("rounded half up") << "1.25"
-                                     << "  1.3";
-    QTest::newRow("negative rounded") << "-0.04"
-                                      << "  0.0";
-    QTest::newRow("empty") << ""
-                           << "  0.0";
-    QTest::newRow("padded input") << " 7"
-                                  << "  7.0";
+    const auto row = [](const char* name, const char* typed, const char* shown) {
+        QTest::newRow(name) << QString::fromLatin1(typed) << QString::fromLatin1(shown);
+    };
+    row("above", "45", " 30.0");
+    row("below", "-31.25", "-30.0");
+    row("limit", "-30", "-30.0");
+    row("rounded half up", "1.25", "  1.3");
+    row("negative rounded", "-0.04", "  0.0");
+    row("empty", "", "  0.0");
+    row("padded input", " 7", "  7.0");
 }
 
 void OffsetTest::fieldLimits()
