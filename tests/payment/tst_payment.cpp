@@ -113,8 +113,6 @@ private slots:
 
     void outcomes_data();
     void outcomes();
-    void screenDate_data();
-    void screenDate();
     void readToTheEnd_data();
     void readToTheEnd();
     void refused_data();
@@ -293,7 +291,8 @@ void PaymentTest::outcomes_data()
     QTest::addColumn<QString>("agency");
     QTest::addColumn<QList<QStringList>>("rows");
     QTest::addColumn<Totals>("totals");
-    QTest::addColumn<QString>("log"); // the run's line in operatlog
+    QTest::addColumn<QString>("log");    // the run's line in operatlog
+    QTest::addColumn<int>("screenDate"); // 0: each record's date
     const QString ok = QStringLiteral("○：正常に読込ました"), differs = QStringLiteral("△：金額に相違があります");
     const QString cancel = QStringLiteral("×：取消データです。　入金処理で調整してください。");
     const QString noOrder = QStringLiteral("×：受注伝票がありません"), paid = QStringLiteral("×：入金伝票が存在します");
@@ -309,7 +308,7 @@ void PaymentTest::outcomes_data()
                                                        {noOrder, "取消", day, "", "1,200", "99999998", "", ""},
                                                        {paid, "速報", day, "7,000", "7,000", "1006", "102", sato},
                                                        {"×：ﾌｧｲﾅﾝｽｺｰﾄﾞｴﾗｰ", "速報", "", "", "", "", "", ""}}
-                                 << Totals{4, 20745, 3, 14000, 2, 3200, 7, 34745, 2, 3200} << "4件 20,745円";
+                                 << Totals{4, 20745, 3, 14000, 2, 3200, 7, 34745, 2, 3200} << "4件 20,745円" << 0;
     day = QStringLiteral("2024/05/11");
     QTest::newRow("comma-separated")
         << QStringList{csvRecord("1", digitsOf(1001, 17), 5000),          // code written "1"
@@ -332,16 +331,26 @@ void PaymentTest::outcomes_data()
                               {noOrder, "取消", day, "", "1,200", "99999998", "", ""},
                               {"×：ﾌｧｲﾅﾝｽｺｰﾄﾞｴﾗｰ", "速報", "", "", "", "", "", ""}}
         // the agency error's amount is cut from the whole line: "\"01\",\"9299" reads as 19299
-        << Totals{4, 20745, 2, 7000 + 19299, 2, 3200, 6, 20745 + 26299, 2, 3200} << "4件 20,745円";
+        << Totals{4, 20745, 2, 7000 + 19299, 2, 3200, 6, 20745 + 26299, 2, 3200} << "4件 20,745円" << 0;
     QTest::newRow("comma-separated, a field missing")
         << QStringList{csvRecord("01", digitsOf(1001, 17), 5000), QStringLiteral("\"01\",\"929023\",\"1\"")} << "929023"
         << QList<QStringList>{{ok, "速報", day, "5,000", "5,000", "1001", "101", yamada},
                               {"×：読込データに誤りがあります", "速報", "", "", "", "", "", ""}}
-        << Totals{1, 5000, 1, 0, 0, 0, 2, 5000, 0, 0} << "1件 5,000円";
+        << Totals{1, 5000, 1, 0, 0, 0, 2, 5000, 0, 0} << "1件 5,000円" << 0;
     QTest::newRow("comma-separated, an order number beyond 32 bits")
         << QStringList{csvRecord("01", "99999999999999999", 5000)} << "929023"
         << QList<QStringList>{{"×：読込データに誤りがあります", "速報", day, "", "5,000", "", "", ""}}
-        << Totals{0, 0, 1, 5000, 0, 0, 1, 5000, 0, 0} << "0件 0円";
+        << Totals{0, 0, 1, 5000, 0, 0, 1, 5000, 0, 0} << "0件 0円" << 0;
+    // the screen's date goes to fixed-width records only
+    const Totals one{1, 5000, 0, 0, 0, 0, 1, 5000, 0, 0};
+    QTest::newRow("fixed width, the screen's date")
+        << fwOne() << "908997"
+        << QList<QStringList>{{ok, "速報", "2024/06/20", "5,000", "5,000", "1001", "101", yamada}} << one
+        << "1件 5,000円" << 20240620;
+    QTest::newRow("comma-separated, the screen's date")
+        << QStringList{csvRecord("01", digitsOf(1001, 17), 5000)} << "929023"
+        << QList<QStringList>{{ok, "速報", "", "5,000", "5,000", "1001", "101", yamada}} << one << "1件 5,000円"
+        << 20240620;
 }
 
 // Every outcome a record can have, listed and summed; the paid ones posted, each with its ledger line; the file
@@ -353,52 +362,34 @@ void PaymentTest::outcomes()
     QFETCH(QList<QStringList>, rows);
     QFETCH(Totals, totals);
     QFETCH(QString, log);
+    QFETCH(int, screenDate);
     const QString path = inputFile(*home_, QStringLiteral("MT.txt"), cp932Lines(lines));
     ScriptedDialogs d;
     expectFullRun(d, static_cast<int>(totals[0]));
     Run r;
-    QCOMPARE(r.job.run({path, PaymentImportJob::RecordDate, 0}), PaymentImportJob::Result::Done);
+    const int dateKind = screenDate ? PaymentImportJob::ScreenDate : PaymentImportJob::RecordDate;
+    QCOMPARE(r.job.run({path, dateKind, screenDate}), PaymentImportJob::Result::Done);
     QVERIFY(d.done());
     QCOMPARE(r.job.agencyCode(), agency);
     QCOMPARE(r.job.commaFlag(), qint16(agency == QLatin1String("929023")));
     QCOMPARE(r.ui.rows, rows);
     QCOMPARE(r.totals(), totals);
-    const QString posted = QStringLiteral(" where nday > 20240101 and pcode = 6 and inflag = 1");
+    const QString posted = QStringLiteral(" where denno <> 1006 and pcode = 6 and inflag = 1");
     QCOMPARE(count("select count(*) from inmoney" + posted), totals[0]);
     QCOMPARE(count("select sum(money) from inmoney" + posted), totals[1]);
-    QCOMPARE(count("select count(*) from cdai where kubun = 3 and line = 1 and day > 20240101"), totals[0]);
+    QCOMPARE(count("select count(*) from cdai where kubun = 3 and line = 1"), totals[0]);
+    // each on the date listed (none listed: 0), the ledger line with the order's customer
     for (const QStringList& row : rows) {
         if (!row[0].startsWith(u'○') && !row[0].startsWith(u'△'))
             continue;
+        const QString day = row[2].isEmpty() ? QStringLiteral("0") : QString(row[2]).remove(u'/');
+        QCOMPARE(home_->scalar("select nday from inmoney where denno = " + row[5]), day);
+        QCOMPARE(home_->scalar("select day from cdai where denno = " + row[5]), day);
         QCOMPARE(home_->scalar("select mcode from cdai where denno = " + row[5]), row[6]);
         QVERIFY(!home_->scalar("select sdate from inmoney where denno = " + row[5]).isEmpty());
     }
     QCOMPARE(home_->scalar("select naiyou from operatlog where kubun = 1"), log);
     QVERIFY(contents(path).endsWith("\r\n" + *Cp932::encode(u"読込済") + "\r\n"));
-}
-
-void PaymentTest::screenDate_data()
-{
-    QTest::addColumn<bool>("csv");
-    QTest::addColumn<qint64>("posted");
-    QTest::newRow("fixed width takes the screen's date") << false << qint64(20240620);
-    QTest::newRow("comma-separated keeps 0") << true << qint64(0);
-}
-
-void PaymentTest::screenDate()
-{
-    QFETCH(bool, csv);
-    QFETCH(qint64, posted);
-    const QStringList lines = csv ? QStringList{csvRecord("01", digitsOf(1001, 17), 5000)}
-                                  : QStringList{fwHeader(), fwRecord("01", 1001, 5000), fwTrailer(1, 5000, 0, 0)};
-    const QString path = inputFile(*home_, QStringLiteral("MT.txt"), cp932Lines(lines));
-    ScriptedDialogs d;
-    expectFullRun(d, 1);
-    Run r;
-    QCOMPARE(r.job.run({path, PaymentImportJob::ScreenDate, 20240620}), PaymentImportJob::Result::Done);
-    QCOMPARE(count("select nday from inmoney where denno = 1001"), posted);
-    QCOMPARE(count("select day from cdai where denno = 1001"), posted);
-    QCOMPARE(r.ui.rows.value(0).value(2), posted ? QStringLiteral("2024/06/20") : QString());
 }
 
 void PaymentTest::readToTheEnd_data()
