@@ -38,6 +38,16 @@ inline bool setUpShop(TestHome& home)
     });
 }
 
+const QString kStart = QStringLiteral("作業を開始しますか？");
+
+// The dialogs of a run that goes to its end: start, closing count, backup declined.
+inline void expectFullRun(ScriptedDialogs& d, int posted)
+{
+    d.expect(kStart, answer::Yes);
+    d.expect(QString::number(posted) + QStringLiteral("件の入金処理をしました"), answer::Ok);
+    d.expect(QStringLiteral("読込データをバックアップしますか？"), answer::No);
+}
+
 // The shop's home for one test, with the program's connection open; false with the reason.
 inline bool openShop(std::unique_ptr<TestHome>& home, QString* why)
 {

@@ -101,9 +101,7 @@ void ReadCvsMtTest::importByF5()
     QVERIFY(form.txtDay->txtYy()->isEnabled());
     form.txtDay->setYmd(20240620);
     form.txtFname->setText(QStringLiteral("  ") + path + QStringLiteral(" "));
-    d.expect(QStringLiteral("作業を開始しますか？"), answer::Yes);
-    d.expect(QStringLiteral("4件の入金処理をしました"), answer::Ok);
-    d.expect(QStringLiteral("読込データをバックアップしますか？"), answer::No);
+    expectFullRun(d, 4);
     QVERIFY(form.toolbar()->press(5)); // F5
     QVERIFY(d.done());
     QCOMPARE(form.txtFname->text(), path);
@@ -144,7 +142,7 @@ void ReadCvsMtTest::stopDuringRun()
     form.load();
     form.show();
     form.txtFname->setText(home_->file(QStringLiteral("MT.txt")));
-    d.expect(QStringLiteral("作業を開始しますか？"), answer::Yes);
+    d.expect(kStart, answer::Yes);
     d.expect(QStringLiteral("処理を中止します"), stop);
     if (stop == answer::Yes) {
         d.expect(QStringLiteral("処理を中止しました。\r\n2件の入金処理をしました"), answer::Ok);
@@ -398,7 +396,7 @@ void ReadCvsMtTest::controlsAfterRun()
     form.cboDkbn->setCurrentIndex(dateKind);
     form.txtFname->setText(outcome == QLatin1String("no file") ? home_->file(QStringLiteral("none.txt")) : path);
     const QStringList before = enabledState(&form);
-    d.expect(QStringLiteral("作業を開始しますか？"), outcome == QLatin1String("refused") ? answer::No : answer::Yes);
+    d.expect(kStart, outcome == QLatin1String("refused") ? answer::No : answer::Yes);
     if (outcome == QLatin1String("no file")) {
         d.expect(QStringLiteral("ファイルオープンに失敗しました！"), answer::Ok);
     } else if (outcome == QLatin1String("cancelled")) {

@@ -31,9 +31,6 @@ namespace {
 
 using Totals = QList<qint64>;
 
-const QString kBatchTitle = PaymentImportJob::kTitle;
-const QString kStart = QStringLiteral("作業を開始しますか？");
-
 // A job as the screen holds it: its own connection, a recording user, no wait before the checks.
 struct Run {
     clsDbClass db;
@@ -53,26 +50,10 @@ struct Run {
     }
 };
 
-QString inputFile(const TestHome& home, const QString& name, const QByteArray& bytes)
-{
-    const QString path = home.file(name);
-    if (!writeBytes(path, bytes))
-        qWarning("cannot write %s", qPrintable(path));
-    return path;
-}
-
 QByteArray contents(const QString& path)
 {
     QFile f(path);
     return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<unreadable>");
-}
-
-// The dialogs of a run that goes to its end: start, closing count, backup declined.
-void expectFullRun(ScriptedDialogs& d, int posted)
-{
-    d.expect(kStart, answer::Yes);
-    d.expect(QString::number(posted) + QStringLiteral("件の入金処理をしました"), answer::Ok);
-    d.expect(QStringLiteral("読込データをバックアップしますか？"), answer::No);
 }
 
 // Another connection holding what the posting of order 1001 needs: on PostgreSQL its ledger line.
@@ -124,6 +105,14 @@ private slots:
 
 private:
     qint64 count(const QString& select) { return home_->scalar(select).toLongLong(); }
+    // MT.txt of the home with these bytes.
+    QString mt(const QByteArray& bytes)
+    {
+        const QString path = home_->file(QStringLiteral("MT.txt"));
+        if (!writeBytes(path, bytes))
+            qWarning("cannot write %s", qPrintable(path));
+        return path;
+    }
     std::unique_ptr<TestHome> home_;
 };
 
@@ -353,7 +342,7 @@ void PaymentTest::outcomes()
     QFETCH(Totals, totals);
     QFETCH(QString, log);
     QFETCH(int, screenDate);
-    const QString path = inputFile(*home_, QStringLiteral("MT.txt"), cp932Lines(lines));
+    const QString path = mt(cp932Lines(lines));
     ScriptedDialogs d;
     expectFullRun(d, static_cast<int>(totals[0]));
     Run r;
@@ -408,7 +397,7 @@ void PaymentTest::readToTheEnd()
 {
     QFETCH(QByteArray, bytes);
     QFETCH(int, posted);
-    const QString path = inputFile(*home_, QStringLiteral("MT.txt"), bytes);
+    const QString path = mt(bytes);
     Run r;
     {
         ScriptedDialogs d;
@@ -421,7 +410,7 @@ void PaymentTest::readToTheEnd()
     d.expect(kStart, answer::Yes);
     d.expect(QStringLiteral("読込済みデータです"), answer::Ok);
     QCOMPARE(r.job.run({path, 0, 0}), PaymentImportJob::Result::Refused);
-    QCOMPARE(d.shown.last(), kBatchTitle + "|64|読込済みデータです");
+    QCOMPARE(d.shown.last(), PaymentImportJob::kTitle + "|64|読込済みデータです");
     QCOMPARE(count("select count(*) from inmoney"), 1 + posted);
     QVERIFY(!r.job.busy());
 }
@@ -502,7 +491,7 @@ void PaymentTest::refused()
         QSKIP("a Jet file's tables cannot be altered through SQLite");
     else if (!setUp.isEmpty())
         QVERIFY(home_->exec({setUp}));
-    const QString path = inputFile(*home_, QStringLiteral("MT.txt"), bytes);
+    const QString path = mt(bytes);
     ScriptedDialogs d;
     d.expect(kStart, answer::Yes);
     if (message.endsWith(QLatin1String("\r\n")))
@@ -557,7 +546,7 @@ void PaymentTest::postingFailure()
 {
     QFETCH(QString, refused);
     QFETCH(qint64, payments);
-    const QString path = inputFile(*home_, QStringLiteral("MT.txt"), cp932Lines(fwOne()));
+    const QString path = mt(cp932Lines(fwOne()));
     if (!refused.isEmpty() && home_->backend() == Backend::Jet)
         QSKIP("Jet has no triggers to refuse a write with");
     if (!refused.isEmpty())
@@ -664,7 +653,7 @@ void PaymentTest::interruptedAndRunAgain()
                 db->CloseDb();
         }
     };
-    const QString path = inputFile(*home_, QStringLiteral("MT.txt"), cp932Lines(fwBasic()));
+    const QString path = mt(cp932Lines(fwBasic()));
     clsDbClass db;
     QVERIFY(db.OpenDb());
     ClosingUser ui;
@@ -699,7 +688,7 @@ void PaymentTest::interruptedAndRunAgain()
 
 void PaymentTest::backupCopy()
 {
-    const QString path = inputFile(*home_, QStringLiteral("MT.txt"), cp932Lines(fwBasic()));
+    const QString path = mt(cp932Lines(fwBasic()));
     ScriptedDialogs d;
     d.expect(kStart, answer::Yes);
     d.expect(QStringLiteral("4件の入金処理をしました"), answer::Ok);
@@ -719,7 +708,7 @@ void PaymentTest::backupCopy()
 void PaymentTest::runnerKilledAndRunAgain()
 {
     // a real kill part-way through pass 2: whatever was posted stays, and the next run posts nothing twice
-    const QString path = inputFile(*home_, QStringLiteral("MT.txt"), cp932Lines(fwBasic()));
+    const QString path = mt(cp932Lines(fwBasic()));
     QVERIFY(appendIni(*home_, "[CvsRead]\r\nCheckWait=150\r\n"));
     QProcess first;
     first.start(QStringLiteral(PEL008_BATCH), {QStringLiteral("--yes"), QStringLiteral("import-payments"), path});
@@ -748,7 +737,7 @@ void PaymentTest::runnerKilledAndRunAgain()
 // --json, the report PDF, usage errors.
 void PaymentTest::runner()
 {
-    const QString path = inputFile(*home_, QStringLiteral("MT.txt"), cp932Lines(fwBasic()));
+    const QString path = mt(cp932Lines(fwBasic()));
     Ran b = batch({"import-payments", path}); // stops at the question, as a user pressing No would
     QCOMPARE(b.code, 1);
     QCOMPARE(b.err, QStringLiteral("作業を開始しますか？\n"));
@@ -814,9 +803,8 @@ void PaymentTest::runnerDryRun()
 {
     // the same order twice (the second finds the first's payment without a wait), a cancel of a paid order
     const QString path =
-        inputFile(*home_, QStringLiteral("MT.csv"),
-                  cp932Lines({csvRecord("01", digitsOf(1001, 17), 5000), csvRecord("12", digitsOf(1001, 17), 5000),
-                              csvRecord("03", digitsOf(1006, 17), 7000)}));
+        mt(cp932Lines({csvRecord("01", digitsOf(1001, 17), 5000), csvRecord("12", digitsOf(1001, 17), 5000),
+                       csvRecord("03", digitsOf(1006, 17), 7000)}));
     QVERIFY(appendIni(*home_, "[CvsRead]\r\nCheckWait=0\r\n"));
     const QString expected =
         R"({"posted":1,"rows":[["○：正常に読込ました","速報","2024/05/11","5,000","5,000","1001","101","山田 太郎"],)"
