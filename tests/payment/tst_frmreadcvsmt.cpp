@@ -262,12 +262,9 @@ void ReadCvsMtTest::previewKeys()
             problem = QStringLiteral("%1 pages").arg(view->pageCount());
         expectPage("opened", 1);
         // F2 and F3 stop at the last and the first page
-        for (const auto& [k, page] : {std::pair{Qt::Key_F3, 1},
-                                      {Qt::Key_F2, 2},
-                                      {Qt::Key_F2, 3},
-                                      {Qt::Key_F2, 4},
-                                      {Qt::Key_F2, 4},
-                                      {Qt::Key_F3, 3}}) {
+        const std::pair<Qt::Key, int> steps[] = {{Qt::Key_F3, 1}, {Qt::Key_F2, 2}, {Qt::Key_F2, 3},
+                                                 {Qt::Key_F2, 4}, {Qt::Key_F2, 4}, {Qt::Key_F3, 3}};
+        for (const auto& [k, page] : steps) {
             key(k);
             expectPage(k == Qt::Key_F2 ? "F2" : "F3", page);
         }
