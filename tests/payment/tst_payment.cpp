@@ -91,10 +91,9 @@ private slots:
     void readToTheEnd();
     void refused_data();
     void refused();
-    void postingFailure_data();
-    void postingFailure();
+    void postingAgainstALock_data();
+    void postingAgainstALock();
     void postingEditsOneRow();
-    void retryAfterLockReleased();
     void interruptedAndRunAgain_data();
     void interruptedAndRunAgain();
     void backupCopy();
@@ -507,46 +506,80 @@ QStringList refuseWrites(Backend backend, const QString& table)
                 .arg(table)};
 }
 
-void PaymentTest::postingFailure_data()
+void PaymentTest::postingAgainstALock_data()
 {
-    QTest::addColumn<QString>("refused");
+    QTest::addColumn<QString>("refused"); // a table that refuses writes; empty: another connection holds the lock
+    QTest::addColumn<int>("heldMs");      // how long it is held; -1: beyond the eleven attempts
     QTest::addColumn<qint64>("payments");
+    QTest::addColumn<qint64>("ledger");
     // the payment refused: nothing is left; the ledger line refused: the payment stays and the record is listed
     // as failed (the next import reports it as paid)
-    QTest::newRow("payment refused") << "inmoney" << qint64(0);
-    QTest::newRow("ledger line refused") << "cdai" << qint64(1);
-    // a real lock held by another connection: on SQLite the database's write lock stops the payment already, on
-    // PostgreSQL the held ledger line stops the ledger write
-    QTest::newRow("held by another connection") << "" << qint64(backendUnderTest() == Backend::Postgres ? 1 : 0);
+    QTest::newRow("payment refused") << "inmoney" << -1 << qint64(0) << qint64(0);
+    QTest::newRow("ledger line refused") << "cdai" << -1 << qint64(1) << qint64(0);
+    // a real lock: on SQLite the database's write lock stops the payment already, on PostgreSQL the held ledger line
+    // (one there already) stops the ledger write
+    const qint64 pg = backendUnderTest() == Backend::Postgres ? 1 : 0;
+    QTest::newRow("held by another connection") << "" << -1 << pg << pg;
+    QTest::newRow("held over a few attempts") << "" << 350 << qint64(1) << qint64(1);
 }
 
-void PaymentTest::postingFailure()
+void PaymentTest::postingAgainstALock()
 {
     QFETCH(QString, refused);
+    QFETCH(int, heldMs);
     QFETCH(qint64, payments);
-    const QString path = mt(cp932Lines(fwOne()));
-    if (!refused.isEmpty() && home_->backend() == Backend::Jet)
+    QFETCH(qint64, ledger);
+    if (home_->backend() == Backend::Jet && !refused.isEmpty())
         QSKIP("Jet has no triggers to refuse a write with");
+    if (home_->backend() == Backend::Jet && heldMs >= 0)
+        QSKIP("a Jet file held by another writer fails at once: the attempts do not wait for it");
+    const QString path = mt(cp932Lines(fwOne()));
     if (!refused.isEmpty())
         QVERIFY(home_->exec(refuseWrites(home_->backend(), refused)));
     else if (home_->backend() == Backend::Postgres) // a ledger line of that order and date that another program holds
         QVERIFY(home_->exec({"INSERT INTO cdai (mcode,day,kubun,denno,line) VALUES ('101',20240510,3,1001,1)"}));
-    ScriptedDialogs d;
-    expectFullRun(d, 0);
-    Run r;
-    {
-        std::unique_ptr<HeldLock> lock;
-        if (refused.isEmpty()) {
-            lock = holdOrder1001(home_->backend());
-            QVERIFY(lock->ok());
-        }
-        QCOMPARE(r.job.run({path, 0, 0}), PaymentImportJob::Result::Done);
+    if (heldMs >= 0) { // attempts that last long enough to outwait the holder
+        qputenv("PEL008_LOCK_WAIT_MS", "100");
+        fnCloseDB(1);
+        QVERIFY(fnOpenDB(1));
     }
-    QCOMPARE(r.ui.rows.value(0).value(0), QStringLiteral("×：記録中にエラーが発生しました"));
-    QCOMPARE(r.totals(), (Totals{0, 0, 1, 5000, 0, 0, 1, 5000, 0, 0}));
+    std::unique_ptr<HeldLock> lock;
+    std::atomic<int> held{0}; // 1 held, -1 could not lock
+    std::thread holder;
+    if (refused.isEmpty() && heldMs < 0) {
+        lock = holdOrder1001(home_->backend());
+        QVERIFY(lock->ok());
+    } else if (heldMs >= 0) {
+        holder = std::thread([&] {
+            const auto lock = holdOrder1001(home_->backend());
+            held = lock->ok() ? 1 : -1;
+            std::this_thread::sleep_for(std::chrono::milliseconds(heldMs));
+        });
+        while (held == 0)
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    ScriptedDialogs d;
+    expectFullRun(d, heldMs >= 0 ? 1 : 0);
+    Run r;
+    QElapsedTimer t;
+    t.start();
+    QCOMPARE(r.job.run({path, 0, 0}), PaymentImportJob::Result::Done);
+    const qint64 waited = t.elapsed();
+    lock.reset();
+    if (holder.joinable()) {
+        holder.join();
+        QCOMPARE(held.load(), 1);
+        QVERIFY2(waited >= 200, qPrintable(QString::number(waited))); // it did meet the lock
+    }
+    if (heldMs >= 0) {
+        QCOMPARE(r.ui.rows.value(0).value(0), QStringLiteral("○：正常に読込ました"));
+        QCOMPARE(r.totals(), (Totals{1, 5000, 0, 0, 0, 0, 1, 5000, 0, 0}));
+    } else {
+        QCOMPARE(r.ui.rows.value(0).value(0), QStringLiteral("×：記録中にエラーが発生しました"));
+        QCOMPARE(r.totals(), (Totals{0, 0, 1, 5000, 0, 0, 1, 5000, 0, 0}));
+    }
     QCOMPARE(count("select count(*) from inmoney where denno = 1001"), payments);
-    QCOMPARE(count("select count(*) from cdai where denno = 1001 and mcode = '101' and day = 20240510"),
-             refused.isEmpty() && home_->backend() == Backend::Postgres ? 1 : 0);
+    QCOMPARE(count("select count(*) from cdai where denno = 1001 and mcode = '101' and day = 20240510"), ledger);
 }
 
 void PaymentTest::postingEditsOneRow()
@@ -564,37 +597,6 @@ void PaymentTest::postingEditsOneRow()
     QString e;
     QCOMPARE(p.paymentExists(1006, &e), std::optional<bool>(true)); // paid on another date
     QCOMPARE(p.paymentExists(1002, &e), std::optional<bool>(false));
-}
-
-void PaymentTest::retryAfterLockReleased()
-{
-    // another program holds the lock over a few of the eleven attempts: the posting gets through once it is released
-    if (home_->backend() == Backend::Jet)
-        QSKIP("a Jet file held by another writer fails at once: the attempts do not wait for it");
-    qputenv("PEL008_LOCK_WAIT_MS", "100");
-    fnCloseDB(1);
-    QVERIFY(fnOpenDB(1));
-    if (home_->backend() == Backend::Postgres)
-        QVERIFY(home_->exec({"INSERT INTO cdai (mcode,day,kubun,denno,line) VALUES ('101',20240510,3,1001,1)"}));
-    std::atomic<int> held{0}; // 1 held, -1 could not lock
-    std::thread other([&] {
-        const auto lock = holdOrder1001(home_->backend());
-        held = lock->ok() ? 1 : -1;
-        std::this_thread::sleep_for(std::chrono::milliseconds(350));
-    });
-    while (held == 0)
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    PaymentPosting p(0);
-    QElapsedTimer t;
-    t.start();
-    const bool posted = p.postPayment(QString(), 1001, 20240510, 5000, 6);
-    const qint64 waited = t.elapsed();
-    other.join();
-    QCOMPARE(held.load(), 1);
-    QVERIFY2(posted, qPrintable(p.lastError()));
-    QVERIFY2(waited >= 200, qPrintable(QString::number(waited))); // it did meet the lock
-    QCOMPARE(count("select count(*) from inmoney where denno = 1001"), 1);
-    QCOMPARE(count("select count(*) from cdai where denno = 1001"), 1);
 }
 
 void PaymentTest::interruptedAndRunAgain_data()
