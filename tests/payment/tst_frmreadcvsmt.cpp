@@ -222,8 +222,6 @@ void ReadCvsMtTest::reportPdf()
     const rptCVSMTPrint report(CvsMtReportData::build(fourPages(), 1), QDate(2024, 5, 12));
     const QString pdf = home_->file(QStringLiteral("report.pdf"));
     QVERIFY(report.savePdf(pdf));
-    if (!qEnvironmentVariableIsEmpty("PEL008_KEEP_REPORT"))
-        QFile::copy(pdf, qEnvironmentVariable("PEL008_KEEP_REPORT"));
     const std::optional<QString> fonts = pdfFonts(pdf);
     if (!fonts)
         QSKIP("pdffonts is not installed");
