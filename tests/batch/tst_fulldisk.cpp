@@ -1,8 +1,9 @@
 // The exports on a full disk: the runner is started with a file size limit (SIGXFSZ ignored, so that a write beyond
 // it fails as on a full disk). Nothing may be called saved or marked, and a file that was there stays as it was.
+#include "tests/batch/process.h"
+
 #include <QDir>
 #include <QFile>
-#include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -11,10 +12,7 @@
 
 namespace {
 
-struct Run {
-    int code = -1;
-    QString out, err;
-};
+using pel::test::Ran;
 
 constexpr rlim_t kLimit = 64 * 1024; // above SQLite's shared-memory file, below every export of the demo
 
@@ -34,28 +32,20 @@ private slots:
     void exportOnFullDisk();
 
 private:
-    Run batch(const QStringList& args, bool limited = false);
+    Ran batch(const QStringList& args, bool limited = false);
     QString flagged(const QString& column);
     QTemporaryDir home_;
 };
 
-Run TstFullDisk::batch(const QStringList& args, bool limited)
+Ran TstFullDisk::batch(const QStringList& args, bool limited)
 {
-    QProcess p;
-    QProcessEnvironment e = QProcessEnvironment::systemEnvironment();
-    e.insert(QStringLiteral("PEL008_HOME"), home_.path());
-    p.setProcessEnvironment(e);
-    if (limited)
-        p.setChildProcessModifier([] {
-            std::signal(SIGXFSZ, SIG_IGN);
-            const rlimit limit{kLimit, kLimit};
-            setrlimit(RLIMIT_FSIZE, &limit);
-        });
-    p.start(QStringLiteral(PEL008_BATCH_EXE), args);
-    if (!p.waitForFinished(300000))
-        p.kill();
-    return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1, QString::fromUtf8(p.readAllStandardOutput()),
-            QString::fromUtf8(p.readAllStandardError())};
+    const std::function<void()> limit = [] {
+        std::signal(SIGXFSZ, SIG_IGN);
+        const rlimit limit{kLimit, kLimit};
+        setrlimit(RLIMIT_FSIZE, &limit);
+    };
+    return pel::test::runIn(home_.path(), QStringLiteral(PEL008_BATCH_EXE), args,
+                            limited ? limit : std::function<void()>(), 300000);
 }
 
 QString TstFullDisk::flagged(const QString& column)
@@ -65,7 +55,7 @@ QString TstFullDisk::flagged(const QString& column)
 
 void TstFullDisk::initTestCase()
 {
-    const Run r = batch({"demo", "--orders", "10000"});
+    const Ran r = batch({"demo", "--orders", "10000"});
     QVERIFY2(r.code == 0, qPrintable(r.err));
     QVERIFY(QDir(home_.path()).mkpath(QStringLiteral("out")));
 }
@@ -112,7 +102,7 @@ void TstFullDisk::exportOnFullDisk()
     }
     const QString before = flagged(flag);
 
-    const Run r = batch(args, true);
+    const Ran r = batch(args, true);
     QCOMPARE(r.code, 1);
     QVERIFY2(r.err.contains(QStringLiteral("ファイルの書き込みに失敗しました！")), qPrintable(r.err));
     QVERIFY2(!r.err.contains(saved), qPrintable(r.err));
@@ -126,7 +116,7 @@ void TstFullDisk::exportOnFullDisk()
         QCOMPARE(readAll(out.filePath(name)), QByteArray("\"an earlier run\"\r\n"));
 
     // the same run without the limit writes more than the limit: the test did fill the disk
-    const Run full = batch(args);
+    const Ran full = batch(args);
     QVERIFY2(full.code == 0, qPrintable(full.err));
     qint64 size = 0;
     for (const QString& name : files)

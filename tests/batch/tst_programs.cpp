@@ -1,6 +1,7 @@
 // The executables as the suite and scripts run them.
 #include "app/inifile.h"
 #include "jet/tool.h"
+#include "tests/batch/process.h"
 #include "tests/support/testhome.h"
 
 #include <QCryptographicHash>
@@ -12,29 +13,7 @@
 
 namespace {
 
-struct Run {
-    int code = -1;
-    QString out, err;
-};
-
-Run run(const QString& program, const QStringList& args, const QString& home = QString(),
-        const QStringList& env = {})
-{
-    QProcess p;
-    QProcessEnvironment e = QProcessEnvironment::systemEnvironment();
-    e.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
-    e.insert(QStringLiteral("PEL008_NO_DIALOGS"), QStringLiteral("1"));
-    if (!home.isEmpty())
-        e.insert(QStringLiteral("PEL008_HOME"), home);
-    for (const QString& kv : env)
-        e.insert(kv.section(QLatin1Char('='), 0, 0), kv.section(QLatin1Char('='), 1));
-    p.setProcessEnvironment(e);
-    p.start(program, args);
-    if (!p.waitForFinished(60000))
-        p.kill();
-    return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1, QString::fromUtf8(p.readAllStandardOutput()),
-            QString::fromUtf8(p.readAllStandardError())};
-}
+using pel::test::Ran;
 
 QByteArray digest(const QString& path)
 {
@@ -52,13 +31,17 @@ private slots:
     void programEndsSilently_data();
     void programEndsSilently();
     void twelveArgumentsAreARuntimeError();
-    void runnerSqlNamesFieldsAsTheSystem();
     void runnerExitCodes_data();
     void runnerExitCodes();
     void suiteJetFileOpensThroughTheConnectionRule();
     void demoHomeOnPostgres();
 
 private:
+    // The runner on the demo home, or on another.
+    Ran batch(const QStringList& args, const QString& home = {})
+    {
+        return pel::test::runIn({}, batch_, QStringList{"--home", home.isEmpty() ? home_.path() : home} + args);
+    }
     QString pel008_, batch_;
     QTemporaryDir home_;
 };
@@ -67,8 +50,7 @@ void TstPrograms::initTestCase()
 {
     pel008_ = QStringLiteral(PEL008_EXE);
     batch_ = QStringLiteral(PEL008_BATCH_EXE);
-    const Run r = run(batch_, {QStringLiteral("--home"), home_.path(), QStringLiteral("--json"), QStringLiteral("demo"),
-                               QStringLiteral("--orders"), QStringLiteral("200")});
+    const Ran r = batch({"--json", "demo", "--orders", "200"});
     QVERIFY2(r.code == 0, qPrintable(r.err));
     QVERIFY(r.out.contains(QStringLiteral("\"orders\":200")));
     for (const char* f : {"data1.dat", "mirabo.ini", "samples/MT908997.txt", "samples/MT929023.csv",
@@ -91,14 +73,12 @@ void TstPrograms::programEndsSilently()
     QFETCH(QStringList, args);
     const QString db = home_.filePath(QStringLiteral("data1.dat"));
     const QByteArray before = digest(db);
-    const Run r = run(pel008_, args, home_.path());
+    const Ran r = pel::test::runIn(home_.path(), pel008_, args);
     QCOMPARE(r.code, 0);
     QCOMPARE(r.out, QString());
     QVERIFY2(!r.err.contains(QStringLiteral("エラー")), qPrintable(r.err));
     QCOMPARE(digest(db), before);
-    const Run log = run(batch_, {QStringLiteral("--home"), home_.path(), QStringLiteral("sql"),
-                                 QStringLiteral("select count(*) from operatlog")});
-    QCOMPARE(log.out, QStringLiteral("Expr1000\n0\n"));
+    QCOMPARE(batch({"sql", "select count(*) from operatlog"}).out, QStringLiteral("Expr1000\n0\n"));
 }
 
 void TstPrograms::twelveArgumentsAreARuntimeError()
@@ -106,52 +86,36 @@ void TstPrograms::twelveArgumentsAreARuntimeError()
     QStringList twelve;
     for (int i = 1; i <= 12; ++i)
         twelve << QString::number(i);
-    const Run r = run(pel008_, twelve, home_.path());
+    const Ran r = pel::test::runIn(home_.path(), pel008_, twelve);
     QVERIFY(r.code != 0);
     QVERIFY2(r.err.contains(QStringLiteral("インデックスが有効範囲にありません")), qPrintable(r.err));
-}
-
-void TstPrograms::runnerSqlNamesFieldsAsTheSystem()
-{
-    const Run join = run(batch_, {QStringLiteral("--home"), home_.path(), QStringLiteral("sql"),
-                                  QStringLiteral("select * from jyuden d,member m,member jm where d.omcode=m.code and "
-                                                 "d.mcode=jm.code")});
-    QCOMPARE(join.code, 0);
-    const QStringList header = join.out.section(QLatin1Char('\n'), 0, 0).split(QLatin1Char(','));
-    for (const char* n : {"denno", "m.tel", "jm.tel", "d.memo", "m.name", "jm.name"})
-        QVERIFY2(header.contains(QLatin1String(n)), n);
-    QCOMPARE(join.out.count(QLatin1Char('\n')), 201);
-    const Run sum = run(batch_, {QStringLiteral("--home"), home_.path(), QStringLiteral("sql"),
-                                 QStringLiteral("select sum(total) from jyuden")});
-    QVERIFY(sum.out.startsWith(QStringLiteral("Expr1000\n")));
 }
 
 void TstPrograms::runnerExitCodes_data()
 {
     QTest::addColumn<QStringList>("args");
-    QTest::addColumn<int>("code");
     QTest::addColumn<QString>("stderrHas");
+    QTest::addColumn<int>("code");
     QTest::addColumn<QString>("stdoutIs"); // "*": not checked
-    QTest::newRow("no command") << QStringList{} << 2 << "usage" << "";
-    QTest::newRow("unknown command") << QStringList{"frobnicate"} << 2 << "unknown command" << "";
-    QTest::newRow("sql without statement") << QStringList{"sql"} << 2 << "usage" << "";
-    QTest::newRow("bad statement") << QStringList{"sql", "select * from nosuchtable"} << 1 << "nosuchtable" << "";
-    QTest::newRow("update counts rows") << QStringList{"sql", "update jyuden set nflag=1 where denno<=3"} << 0
-                                        << "" << "3\n";
+    QTest::newRow("no command") << QStringList{} << "usage" << 2 << "";
+    QTest::newRow("unknown command") << QStringList{"frobnicate"} << "unknown command" << 2 << "";
+    QTest::newRow("sql without statement") << QStringList{"sql"} << "usage" << 2 << "";
+    QTest::newRow("bad statement") << QStringList{"sql", "select * from nosuchtable"} << "nosuchtable" << 1 << "";
+    QTest::newRow("update counts rows") << QStringList{"sql", "update jyuden set nflag=1 where denno<=3"} << "" << 0
+                                        << "3\n";
     QTest::newRow("json select is JSON alone")
-        << QStringList{"--json", "sql", "select denno, nflag from jyuden where denno=1"} << 0 << ""
+        << QStringList{"--json", "sql", "select denno, nflag from jyuden where denno=1"} << "" << 0
         << "{\"fields\":[\"denno\",\"nflag\"],\"rows\":[[\"1\",\"1\"]]}\n";
-    QTest::newRow("json update") << QStringList{"--json", "sql", "update jyuden set nflag=0 where denno=2"} << 0 << ""
+    QTest::newRow("json update") << QStringList{"--json", "sql", "update jyuden set nflag=0 where denno=2"} << "" << 0
                                  << "{\"affected\":1}\n";
-    QTest::newRow("offset with a word for a number") << QStringList{"offset", "set", "1", "1", "1.25", "x", "3"} << 2
-                                                     << "TOP, LEFT and HEIGHT are numbers" << "";
-    QTest::newRow("demo over a home") << QStringList{"demo"} << 1 << "exists" << "";
-    QTest::newRow("mail without a server") << QStringList{"mail", "--to", "a@example.jp"} << 2 << "usage" << "*";
+    QTest::newRow("offset with a word for a number")
+        << QStringList{"offset", "set", "1", "1", "1.25", "x", "3"} << "TOP, LEFT and HEIGHT are numbers" << 2 << "";
+    QTest::newRow("demo over a home") << QStringList{"demo"} << "exists" << 1 << "";
+    QTest::newRow("mail without a server") << QStringList{"mail", "--to", "a@example.jp"} << "usage" << 2 << "*";
     // port 1 on the loopback is closed: the result text says so, quickly
+    const QStringList closed{"mail", "--server", "127.0.0.1:1", "--to", "a@example.jp", "--from", "shop@example.jp"};
     QTest::newRow("mail to a closed port")
-        << QStringList{"mail", "--server", "127.0.0.1:1", "--to", "a@example.jp", "--from", "shop@example.jp",
-                       "--subject", "入金", "--body", "本文"}
-        << 1 << "127.0.0.1:1" << "*";
+        << closed + QStringList{"--subject", "入金", "--body", "本文"} << "127.0.0.1:1" << 1 << "*";
 }
 
 void TstPrograms::runnerExitCodes()
@@ -160,10 +124,7 @@ void TstPrograms::runnerExitCodes()
     QFETCH(int, code);
     QFETCH(QString, stderrHas);
     QFETCH(QString, stdoutIs);
-    QStringList options{QStringLiteral("--home"), home_.path()};
-    if (args.value(0) == QLatin1String("--json"))
-        options << args.takeFirst();
-    const Run r = run(batch_, options + args);
+    const Ran r = batch(args);
     QCOMPARE(r.code, code);
     if (!stderrHas.isEmpty())
         QVERIFY2((r.err + r.out).contains(stderrHas), qPrintable(r.err));
@@ -179,16 +140,15 @@ void TstPrograms::suiteJetFileOpensThroughTheConnectionRule()
     QFile::setPermissions(db, QFile::ReadOwner | QFile::WriteOwner);
     std::string error;
     QVERIFY2(jet::setPassword(db.toStdString(), "VelQuarto", &error) == 0, error.c_str());
-    const QStringList sql{QStringLiteral("--home"), home.path(), QStringLiteral("sql"),
-                          QStringLiteral("select A, C, sum(D) from Table1 where C = 2 group by A, C")};
-    const Run ok = run(batch_, sql);
+    const QStringList sql{"sql", "select A, C, sum(D) from Table1 where C = 2 group by A, C"};
+    const Ran ok = batch(sql, home.path());
     QVERIFY2(ok.code == 0, qPrintable(ok.err));
     QCOMPARE(ok.out, QStringLiteral("A,C,Expr1000\nabcdefg,2,222\n"));
-    const Run listed = run(batch_, {QStringLiteral("jet"), db, QStringLiteral("--password"), QStringLiteral("VelQuarto")});
+    const Ran listed = batch({"jet", db, "--password", "VelQuarto"}, home.path());
     QVERIFY2(listed.code == 0 && listed.out.contains(QStringLiteral("Table1\t")), qPrintable(listed.err));
 
     QVERIFY(jet::setPassword(db.toStdString(), "another", &error) == 0);
-    const Run refused = run(batch_, sql);
+    const Ran refused = batch(sql, home.path());
     QCOMPARE(refused.code, 1);
     QVERIFY2(refused.err.contains(QStringLiteral("password"), Qt::CaseInsensitive), qPrintable(refused.err));
 }
@@ -203,33 +163,18 @@ void TstPrograms::demoHomeOnPostgres()
     pel::fnGetIni(QStringLiteral("mirabo"), QStringLiteral("dbserver"), QString(), server, 1024, pg.file("mirabo.ini"));
     QVERIFY(!server.isEmpty());
     QTemporaryDir home;
-    const QStringList demo{QStringLiteral("--home"), home.path(), QStringLiteral("demo"), QStringLiteral("--orders"),
-                           QStringLiteral("60"), QStringLiteral("--dbserver"), server};
-    const Run refused = run(batch_, demo); // never over a shop's tables
+    const QStringList demo{"demo", "--orders", "60", "--dbserver", server};
+    const Ran refused = batch(demo, home.path()); // never over a shop's tables
     QCOMPARE(refused.code, 1);
     QVERIFY2(refused.err.contains(QStringLiteral("already holds the tables")), qPrintable(refused.err));
     QStringList drops;
     for (const QString& t : pg.tables())
         drops << QStringLiteral("DROP TABLE ") + t;
     QVERIFY(pg.exec(drops));
-
-    const Run made = run(batch_, demo);
+    const Ran made = batch(demo, home.path());
     QVERIFY2(made.code == 0, qPrintable(made.err));
     QVERIFY(!QFile::exists(home.filePath(QStringLiteral("data1.dat"))));
-    const Run count = run(batch_, {QStringLiteral("--home"), home.path(), QStringLiteral("sql"),
-                                   QStringLiteral("select count(*) from jyuden")});
-    QCOMPARE(count.out, QStringLiteral("Expr1000\n60\n"));
-    // the jobs run on it as on the SQLite home
-    QTemporaryDir out;
-    const Run billing = run(batch_, {QStringLiteral("--home"), home.path(), QStringLiteral("--yes"), QStringLiteral("--json"),
-                                     QStringLiteral("export-billing"), QStringLiteral("--dir"), out.path(),
-                                     QStringLiteral("--from-date"), QStringLiteral("20000101"), QStringLiteral("--to-date"),
-                                     QStringLiteral("20991231")});
-    QVERIFY2(billing.code == 0 && billing.out.contains(QStringLiteral("\"marked\"")), qPrintable(billing.err));
-    const Run tracking = run(batch_, {QStringLiteral("--home"), home.path(), QStringLiteral("--json"),
-                                      QStringLiteral("import-tracking"), home.filePath(QStringLiteral("samples/icat_result.csv")),
-                                      QStringLiteral("--errlog"), out.filePath(QStringLiteral("err.txt"))});
-    QVERIFY2(tracking.code == 0 && tracking.out.contains(QStringLiteral("\"rejected\":1")), qPrintable(tracking.out));
+    QCOMPARE(batch({"sql", "select count(*) from jyuden"}, home.path()).out, QStringLiteral("Expr1000\n60\n"));
 }
 
 QTEST_GUILESS_MAIN(TstPrograms)

@@ -1,11 +1,9 @@
 // frmOffset against a fresh database: load, field limits, save of a new and an existing row, save against a lock.
-#include "app/db/connection.h"
 #include "app/db/dbglobals.h"
 #include "offset/frmoffset.h"
 #include "offset/offsetjob.h"
-#include "tests/support/testhome.h"
+#include "tests/support/heldlock.h"
 #include "tests/ui/enabledstate.h"
-#include "ui/msgcatalog.h"
 
 #include <QLabel>
 #include <QLineEdit>
@@ -16,12 +14,8 @@ using namespace pel;
 
 namespace {
 
-QString recordError()
-{
-    CatalogueEntry e;
-    catalogueEntry(QStringLiteral("記録エラー"), QString(), &e);
-    return e.text;
-}
+const QString kRecordError =
+    QStringLiteral("記録に失敗しました！\r\n\r\nすべて終了し、データメンテナンスから復旧をしてください");
 
 // The dialog as the suite opens it: kind and code set, loaded, shown.
 struct Opened {
@@ -34,34 +28,6 @@ struct Opened {
         dialog.show();
         QApplication::setActiveWindow(&dialog);
     }
-};
-
-// Another connection holding the offsets of kind 2, code 7 for as long as it lives: on SQLite the database's write
-// lock, on PostgreSQL the row itself.
-class Locker {
-public:
-    explicit Locker(test::Backend backend)
-    {
-        c_ = Connection::create();
-        QString err;
-        const QString statement = backend == test::Backend::Postgres
-                                      ? QStringLiteral("SELECT * FROM offset WHERE kubun = 2 AND code = 7 FOR UPDATE")
-                                      : QStringLiteral("UPDATE offset SET hight = hight WHERE kubun = -1");
-        ok_ = c_->open(fnConnectString(0, QStringLiteral("data1.dat")), &err) && c_->begin(&err) &&
-              c_->executeRaw(c_->dialect().adapt(statement), {}, &err);
-        if (!ok_)
-            qWarning("%s", qPrintable(err));
-    }
-    ~Locker()
-    {
-        QString ignored;
-        (void)c_->rollback(&ignored);
-    }
-    bool ok() const { return ok_; }
-
-private:
-    std::shared_ptr<Connection> c_;
-    bool ok_ = false;
 };
 
 } // namespace
@@ -126,13 +92,16 @@ void OffsetTest::fieldLimits_data()
 {
     QTest::addColumn<QString>("typed");
     QTest::addColumn<QString>("shown");
-    QTest::newRow("above") << "45" << " 30.0";
-    QTest::newRow("below") << "-31.25" << "-30.0";
-    QTest::newRow("limit") << "-30" << "-30.0";
-    QTest::newRow("rounded half up") << "1.25" << "  1.3";
-    QTest::newRow("negative rounded") << "-0.04" << "  0.0";
-    QTest::newRow("empty") << "" << "  0.0";
-    QTest::newRow("padded input") << " 7" << "  7.0";
+    const auto row = [](const char* name, const char* typed, const char* shown) {
+        QTest::newRow(name) << QString::fromLatin1(typed) << QString::fromLatin1(shown);
+    };
+    row("above", "45", " 30.0");
+    row("below", "-31.25", "-30.0");
+    row("limit", "-30", "-30.0");
+    row("rounded half up", "1.25", "  1.3");
+    row("negative rounded", "-0.04", "  0.0");
+    row("empty", "", "  0.0");
+    row("padded input", " 7", "  7.0");
 }
 
 void OffsetTest::fieldLimits()
@@ -177,11 +146,8 @@ void OffsetTest::saveCreatesMissingRow()
     QCOMPARE(o.dialog.result(), int(QDialog::Accepted));
     const QString row = QStringLiteral(" from offset where kubun = 2 and code = 8");
     QCOMPARE(home_->scalar(QStringLiteral("select count(*)") + row), QStringLiteral("1"));
-    QCOMPARE(home_->scalar(QStringLiteral("select kubun") + row), QStringLiteral("2"));
-    QCOMPARE(home_->scalar(QStringLiteral("select code") + row), QStringLiteral("8"));
-    QCOMPARE(home_->scalar(QStringLiteral("select [top]") + row), QStringLiteral("3.5"));
-    QCOMPARE(home_->scalar(QStringLiteral("select [left]") + row), QStringLiteral("-1"));
-    QCOMPARE(home_->scalar(QStringLiteral("select hight") + row), QStringLiteral("0"));
+    for (const auto& [column, value] : {std::pair{"[top]", "3.5"}, {"[left]", "-1"}, {"hight", "0"}})
+        QCOMPARE(home_->scalar(QStringLiteral("select ") + column + row), QString::fromLatin1(value));
     // The row that was there is untouched.
     QCOMPARE(home_->scalar(QStringLiteral("select [top] from offset where kubun = 2 and code = 7")),
              QStringLiteral("1.5"));
@@ -200,7 +166,8 @@ void OffsetTest::saveUpdatesRowByKeyboard()
     QCOMPARE(QApplication::focusWidget(), o.dialog.cmdOk);
     QTest::keyClick(o.dialog.cmdOk, Qt::Key_Return);
     QCOMPARE(o.dialog.result(), int(QDialog::Accepted));
-    QCOMPARE(home_->scalar(QStringLiteral("select [top] from offset where kubun = 2 and code = 7")), QStringLiteral("30"));
+    QCOMPARE(home_->scalar(QStringLiteral("select [top] from offset where kubun = 2 and code = 7")),
+             QStringLiteral("30"));
     QCOMPARE(home_->scalar(QStringLiteral("select hight from offset where kubun = 2 and code = 7")).left(4),
              QStringLiteral("12.3"));
     QCOMPARE(home_->scalar(QStringLiteral("select count(*) from offset")), QStringLiteral("1"));
@@ -211,9 +178,12 @@ void OffsetTest::saveAgainstLockedRow()
     test::ScriptedDialogs dialogs;
     Opened o(2, 7);
     o.dialog.txtTop->setText(QStringLiteral("  4.0"));
-    auto lock = std::make_unique<Locker>(home_->backend());
+    // another connection holding the offsets of kind 2, code 7
+    auto lock = std::make_unique<test::HeldLock>(
+        home_->backend(), QStringLiteral("SELECT * FROM offset WHERE kubun = 2 AND code = 7 FOR UPDATE"),
+        QStringLiteral("UPDATE offset SET hight = hight WHERE kubun = -1"));
     QVERIFY(lock->ok());
-    dialogs.expect(recordError(), answer::Ok);
+    dialogs.expect(kRecordError, answer::Ok);
     const QStringList controls = test::enabledState(&o.dialog);
     o.dialog.cmdOk->click();
     QVERIFY(dialogs.done());
@@ -225,7 +195,7 @@ void OffsetTest::saveAgainstLockedRow()
     // The job itself: eleven attempts against the held row, then the one message; one on a free row.
     OffsetJob job(2, 7);
     test::RecordingInteraction ui;
-    dialogs.expect(recordError(), answer::Ok);
+    dialogs.expect(kRecordError, answer::Ok);
     QVERIFY(!job.save(QStringLiteral("1"), QStringLiteral("2"), QStringLiteral("3"), ui));
     QCOMPARE(job.attempts(), 11);
     QVERIFY(dialogs.done());

@@ -2,11 +2,16 @@
 // A small shop for the payment import: two customers, seven orders (1006 paid already), the agency 908997 with the
 // record layouts of 908997 and 929023, and builders of the agencies' record lines.
 #include "app/cp932.h"
+#include "app/db/dbglobals.h"
 #include "tests/support/testhome.h"
 
 #include <QFile>
+#include <QProcess>
 #include <QString>
 #include <QStringList>
+
+#include <memory>
+#include <optional>
 
 namespace pel::test {
 
@@ -31,6 +36,32 @@ inline bool setUpShop(TestHome& home)
         QStringLiteral("INSERT INTO jyuden (denno,mcode,pcode,total) VALUES (1007,101,6,4000)"),
         QStringLiteral("INSERT INTO inmoney (denno,nday,pcode,money,inflag) VALUES (1006,20240101,6,7000,1)"),
     });
+}
+
+const QString kStart = QStringLiteral("作業を開始しますか？");
+
+// The dialogs of a run that goes to its end: start, closing count, backup declined.
+inline void expectFullRun(ScriptedDialogs& d, int posted)
+{
+    d.expect(kStart, answer::Yes);
+    d.expect(QString::number(posted) + QStringLiteral("件の入金処理をしました"), answer::Ok);
+    d.expect(QStringLiteral("読込データをバックアップしますか？"), answer::No);
+}
+
+// The shop's home for one test, with the program's connection open; false with the reason.
+inline bool openShop(std::unique_ptr<TestHome>& home, QString* why)
+{
+    qputenv("PEL008_LOCK_WAIT_MS", "20");
+    home = std::make_unique<TestHome>();
+    *why = home->ok() ? QStringLiteral("cannot set up the shop") : home->error();
+    return home->ok() && setUpShop(*home) && fnOpenDB(1);
+}
+
+inline void closeShop(std::unique_ptr<TestHome>& home)
+{
+    fnCloseDB(1);
+    gclsDb.reset();
+    home.reset();
 }
 
 inline QString digitsOf(qint64 value, int width)
@@ -84,6 +115,29 @@ inline bool writeBytes(const QString& path, const QByteArray& bytes)
 {
     QFile f(path);
     return f.open(QIODevice::WriteOnly | QIODevice::Truncate) && f.write(bytes) == bytes.size();
+}
+
+// Lines added at the end of the home's mirabo.ini.
+inline bool appendIni(const TestHome& home, const QByteArray& lines)
+{
+    QFile ini(home.file(QStringLiteral("mirabo.ini")));
+    return ini.open(QIODevice::Append) && ini.write(lines) == lines.size() && ini.flush();
+}
+
+// The fonts of a PDF as pdffonts lists them; nullopt when pdffonts is not installed.
+inline std::optional<QString> pdfFonts(const QString& pdf)
+{
+    QProcess fonts;
+    fonts.start(QStringLiteral("pdffonts"), {pdf});
+    if (!fonts.waitForFinished(20000))
+        return std::nullopt;
+    return QString::fromUtf8(fonts.readAllStandardOutput());
+}
+
+// One record paid in full, with its header and trailer.
+inline QStringList fwOne()
+{
+    return {fwHeader(), fwRecord(QStringLiteral("01"), 1001, 5000), fwTrailer(1, 5000, 0, 0)};
 }
 
 // The fixed-width file most tests read: every outcome of the format once.

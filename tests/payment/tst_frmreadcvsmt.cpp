@@ -25,6 +25,20 @@
 using namespace pel;
 using namespace pel::test;
 
+namespace {
+
+// A list long enough for four pages of the report.
+QList<QStringList> fourPages()
+{
+    QList<QStringList> list;
+    for (int i = 0; i < 70; ++i)
+        list << QStringList{
+            "×：受注伝票がありません", "速報", "2024/05/10", "", "1,000", QString::number(5000 + i), "", ""};
+    return list;
+}
+
+} // namespace
+
 class ReadCvsMtTest : public QObject {
     Q_OBJECT
 private slots:
@@ -32,7 +46,8 @@ private slots:
     void cleanup();
     void loadWithoutAgency();
     void importByF5();
-    void busyReentryAndF6();
+    void stopDuringRun_data();
+    void stopDuringRun();
     void reportGroups_data();
     void reportGroups();
     void reportPdf();
@@ -42,46 +57,22 @@ private slots:
     void fileChoice();
     void controlsAfterRun_data();
     void controlsAfterRun();
-    void closeDuringRun_data();
-    void closeDuringRun();
 
 private:
-    // MT.txt of the basic fixed-width records, and a wait before each payment check that keeps a run going
-    bool slowRunOfFwBasic();
     std::unique_ptr<TestHome> home_;
 };
 
-bool ReadCvsMtTest::slowRunOfFwBasic()
-{
-    QFile ini(home_->file(QStringLiteral("mirabo.ini")));
-    if (!ini.open(QIODevice::ReadOnly))
-        return false;
-    const QByteArray settings = ini.readAll().replace("CheckWait=0", "CheckWait=300");
-    ini.close();
-    return writeBytes(ini.fileName(), settings) &&
-           writeBytes(home_->file(QStringLiteral("MT.txt")), cp932Lines(fwBasic()));
-}
-
 void ReadCvsMtTest::init()
 {
-    qputenv("PEL008_LOCK_WAIT_MS", "20");
     if (backendUnderTest() == Backend::Postgres && testServer().isEmpty())
         QSKIP("PEL008_TEST_PG is not set");
-    home_ = std::make_unique<TestHome>();
-    QVERIFY2(home_->ok(), qPrintable(home_->error()));
-    QVERIFY(setUpShop(*home_));
-    QFile ini(home_->file(QStringLiteral("mirabo.ini")));
-    QVERIFY(ini.open(QIODevice::Append));
-    ini.write("[CvsRead]\r\nCheckWait=0\r\n");
-    ini.close();
-    QVERIFY(fnOpenDB(1));
+    QString why;
+    QVERIFY2(openShop(home_, &why), qPrintable(why));
 }
 
 void ReadCvsMtTest::cleanup()
 {
-    fnCloseDB(1);
-    gclsDb.reset();
-    home_.reset();
+    closeShop(home_);
 }
 
 void ReadCvsMtTest::loadWithoutAgency()
@@ -110,9 +101,7 @@ void ReadCvsMtTest::importByF5()
     QVERIFY(form.txtDay->txtYy()->isEnabled());
     form.txtDay->setYmd(20240620);
     form.txtFname->setText(QStringLiteral("  ") + path + QStringLiteral(" "));
-    d.expect(QStringLiteral("作業を開始しますか？"), answer::Yes);
-    d.expect(QStringLiteral("4件の入金処理をしました"), answer::Ok);
-    d.expect(QStringLiteral("読込データをバックアップしますか？"), answer::No);
+    expectFullRun(d, 4);
     QVERIFY(form.toolbar()->press(5)); // F5
     QVERIFY(d.done());
     QCOMPARE(form.txtFname->text(), path);
@@ -128,61 +117,32 @@ void ReadCvsMtTest::importByF5()
     QCOMPARE(home_->scalar("select count(*) from inmoney where nday = 20240620"), QStringLiteral("4"));
 }
 
-void ReadCvsMtTest::busyReentryAndF6()
+void ReadCvsMtTest::stopDuringRun_data()
 {
-    // a wait before each check keeps the run going while F5 and F6 are pressed
-    QVERIFY(slowRunOfFwBasic());
-    ScriptedDialogs d;
-    frmReadCVSMT form;
-    form.load();
-    form.show();
-    form.txtFname->setText(home_->file(QStringLiteral("MT.txt")));
-    d.expect(QStringLiteral("作業を開始しますか？"), answer::Yes);
-    d.expect(QStringLiteral("処理を中止します"), answer::Yes);
-    // F6 while the second record waits for its check: that record is still posted, the third is not begun
-    d.expect(QStringLiteral("処理を中止しました。\r\n2件の入金処理をしました"), answer::Ok);
-    bool reentered = false;
-    QTimer poll;
-    QObject::connect(&poll, &QTimer::timeout, &form, [&] {
-        if (reentered || form.ListView->topLevelItemCount() < 1)
-            return;
-        reentered = true;
-        QVERIFY(form.job().busy());
-        QVERIFY(!form.cmdOK->isEnabled());
-        form.cmdOK_Click(); // a second OK only puts the focus back
-        form.toolbar()->press(6);
-    });
-    poll.start(20);
-    form.cmdOK_Click();
-    poll.stop();
-    QVERIFY(reentered);
-    QVERIFY(d.done());
-    QVERIFY(!form.job().busy());
-    QVERIFY(form.cmdOK->isEnabled());
-    QCOMPARE(home_->scalar("select count(*) from inmoney"), QStringLiteral("3"));
+    QTest::addColumn<QString>("how"); // F6, the title-bar button (a close event) or reject()
+    QTest::addColumn<int>("stop");    // the answer to "処理中止"
+    QTest::addColumn<bool>("closes"); // once the run has ended
+    QTest::newRow("F6") << "F6" << int(answer::Yes) << false;
+    QTest::newRow("title bar, stopped") << "close" << int(answer::Yes) << true;
+    QTest::newRow("title bar, not stopped") << "close" << int(answer::No) << false;
+    QTest::newRow("reject, stopped") << "reject" << int(answer::Yes) << true;
 }
 
-void ReadCvsMtTest::closeDuringRun_data()
+// Done while the second record waits for its check (a wait set before each check keeps the run going): a stopped
+// run still posts that record and begins no other; the run keeps its screen and connection to its end.
+void ReadCvsMtTest::stopDuringRun()
 {
-    QTest::addColumn<bool>("titleBar"); // the title-bar button (a close event), else reject()
-    QTest::addColumn<int>("stop");      // the answer to "処理中止"
-    QTest::newRow("title bar, stopped") << true << int(answer::Yes);
-    QTest::newRow("title bar, not stopped") << true << int(answer::No);
-    QTest::newRow("reject, stopped") << false << int(answer::Yes);
-}
-
-void ReadCvsMtTest::closeDuringRun()
-{
-    QFETCH(bool, titleBar);
+    QFETCH(QString, how);
     QFETCH(int, stop);
-    // a wait before each check keeps the run going while the screen is closed
-    QVERIFY(slowRunOfFwBasic());
+    QFETCH(bool, closes);
+    QVERIFY(appendIni(*home_, "[CvsRead]\r\nCheckWait=300\r\n"));
+    QVERIFY(writeBytes(home_->file(QStringLiteral("MT.txt")), cp932Lines(fwBasic())));
     ScriptedDialogs d;
     frmReadCVSMT form;
     form.load();
     form.show();
     form.txtFname->setText(home_->file(QStringLiteral("MT.txt")));
-    d.expect(QStringLiteral("作業を開始しますか？"), answer::Yes);
+    d.expect(kStart, answer::Yes);
     d.expect(QStringLiteral("処理を中止します"), stop);
     if (stop == answer::Yes) {
         d.expect(QStringLiteral("処理を中止しました。\r\n2件の入金処理をしました"), answer::Ok);
@@ -190,25 +150,30 @@ void ReadCvsMtTest::closeDuringRun()
         d.expect(QStringLiteral("4件の入金処理をしました"), answer::Ok);
         d.expect(QStringLiteral("読込データをバックアップしますか？"), answer::No);
     }
-    bool closed = false;
+    bool done = false;
     QTimer poll;
     QObject::connect(&poll, &QTimer::timeout, &form, [&] {
-        if (closed || form.ListView->topLevelItemCount() < 1)
+        if (done || form.ListView->topLevelItemCount() < 1)
             return;
-        closed = true;
-        titleBar ? (void)form.close() : form.reject();
+        done = true;
+        QVERIFY(form.job().busy());
+        QVERIFY(!form.cmdOK->isEnabled());
+        form.cmdOK_Click(); // a second OK only puts the focus back
+        if (how == QLatin1String("F6"))
+            form.toolbar()->press(6);
+        else
+            how == QLatin1String("close") ? (void)form.close() : form.reject();
     });
     poll.start(20);
     form.cmdOK_Click();
     poll.stop();
-    QVERIFY(closed);
+    QVERIFY(done);
     QVERIFY(d.done());
-    // the run kept its screen and connection to its end
+    QVERIFY(!form.job().busy());
     QVERIFY(form.isVisible());
-    QCOMPARE(home_->scalar("select count(*) from inmoney"), stop == answer::Yes ? QStringLiteral("3")
-                                                                                 : QStringLiteral("5"));
+    QCOMPARE(home_->scalar("select count(*) from inmoney"), stop == answer::Yes ? "3" : "5");
     QCoreApplication::processEvents();
-    QCOMPARE(form.isVisible(), stop != answer::Yes);
+    QCOMPARE(form.isVisible(), !closes);
 }
 
 void ReadCvsMtTest::reportGroups_data()
@@ -254,21 +219,14 @@ void ReadCvsMtTest::reportGroups()
 void ReadCvsMtTest::reportPdf()
 {
     // a long list flows over pages; the Japanese font is embedded
-    QList<QStringList> list;
-    for (int i = 0; i < 70; ++i)
-        list << QStringList{
-            "×：受注伝票がありません", "速報", "2024/05/10", "", "1,000", QString::number(5000 + i), "", ""};
-    const rptCVSMTPrint report(CvsMtReportData::build(list, 1), QDate(2024, 5, 12));
+    const rptCVSMTPrint report(CvsMtReportData::build(fourPages(), 1), QDate(2024, 5, 12));
     const QString pdf = home_->file(QStringLiteral("report.pdf"));
     QVERIFY(report.savePdf(pdf));
-    if (!qEnvironmentVariableIsEmpty("PEL008_KEEP_REPORT"))
-        QFile::copy(pdf, qEnvironmentVariable("PEL008_KEEP_REPORT"));
-    QProcess fonts;
-    fonts.start(QStringLiteral("pdffonts"), {pdf});
-    if (!fonts.waitForFinished(20000))
+    const std::optional<QString> fonts = pdfFonts(pdf);
+    if (!fonts)
         QSKIP("pdffonts is not installed");
-    const QString out = QString::fromUtf8(fonts.readAllStandardOutput());
-    QVERIFY2(out.contains(QStringLiteral("IPAexGothic")) && out.contains(QStringLiteral(" yes ")), qPrintable(out));
+    QVERIFY2(fonts->contains(QStringLiteral("IPAexGothic")) && fonts->contains(QStringLiteral(" yes ")),
+             qPrintable(*fonts));
     QProcess info;
     info.start(QStringLiteral("pdfinfo"), {pdf});
     QVERIFY(info.waitForFinished(20000));
@@ -278,11 +236,7 @@ void ReadCvsMtTest::reportPdf()
 
 void ReadCvsMtTest::previewKeys()
 {
-    QList<QStringList> list;
-    for (int i = 0; i < 70; ++i) // four pages
-        list << QStringList{
-            "×：受注伝票がありません", "速報", "2024/05/10", "", "1,000", QString::number(5000 + i), "", ""};
-    const rptCVSMTPrint report(CvsMtReportData::build(list, 3), QDate(2024, 5, 12));
+    const rptCVSMTPrint report(CvsMtReportData::build(fourPages(), 3), QDate(2024, 5, 12));
     QString problem = QStringLiteral("no preview shown");
     bool closedByF12 = false;
     auto* timer = new QTimer(this);
@@ -305,23 +259,19 @@ void ReadCvsMtTest::previewKeys()
         if (view->pageCount() != 4)
             problem = QStringLiteral("%1 pages").arg(view->pageCount());
         expectPage("opened", 1);
-        key(Qt::Key_F3);
-        expectPage("F3 on the first page", 1);
-        key(Qt::Key_F2);
-        expectPage("F2", 2);
-        key(Qt::Key_F2), key(Qt::Key_F2), key(Qt::Key_F2);
-        expectPage("F2 on the last page", 4);
-        key(Qt::Key_F3);
-        expectPage("F3", 3);
-        box->setText(QStringLiteral("1"));
-        QTest::keyClick(box, Qt::Key_Return);
-        expectPage("page box 1", 1);
-        box->setText(QStringLiteral("9"));
-        QTest::keyClick(box, Qt::Key_Return);
-        expectPage("page box beyond the last", 1);
-        box->setText(QStringLiteral("4"));
-        QTest::keyClick(box, Qt::Key_Return);
-        expectPage("page box 4", 4);
+        // F2 and F3 stop at the last and the first page
+        const std::pair<Qt::Key, int> steps[] = {{Qt::Key_F3, 1}, {Qt::Key_F2, 2}, {Qt::Key_F2, 3},
+                                                 {Qt::Key_F2, 4}, {Qt::Key_F2, 4}, {Qt::Key_F3, 3}};
+        for (const auto& [k, page] : steps) {
+            key(k);
+            expectPage(k == Qt::Key_F2 ? "F2" : "F3", page);
+        }
+        // a page beyond the last is not taken
+        for (const auto& [typed, page] : {std::pair{"1", 1}, {"9", 1}, {"4", 4}}) {
+            box->setText(QString::fromLatin1(typed));
+            QTest::keyClick(box, Qt::Key_Return);
+            expectPage("page box", page);
+        }
         const qreal zoom = view->zoomFactor();
         key(Qt::Key_F9);
         if (problem.isEmpty() && !(view->zoomFactor() < zoom))
@@ -419,23 +369,6 @@ void ReadCvsMtTest::fileChoice()
     form.close();
 }
 
-namespace {
-
-// F6 pressed on the screen's toolbar at a chosen yield of the run.
-class F6Dialogs : public ScriptedDialogs {
-public:
-    Form* form = nullptr;
-    int pressAtYield = -1;
-    int yields = 0;
-    void processEvents() override
-    {
-        if (++yields == pressAtYield && form)
-            form->toolbar()->press(6);
-    }
-};
-
-} // namespace
-
 void ReadCvsMtTest::controlsAfterRun_data()
 {
     QTest::addColumn<int>("dateKind"); // 0: each record's date (the date boxes off), 1: the screen's date
@@ -451,19 +384,19 @@ void ReadCvsMtTest::controlsAfterRun()
     QFETCH(QString, outcome);
     const QString path = home_->file(QStringLiteral("MT.txt"));
     QVERIFY(writeBytes(path, cp932Lines(fwBasic())));
-    F6Dialogs d;
+    ActingDialogs d;
     frmReadCVSMT form;
     form.load();
     form.show();
     form.cboDkbn->setCurrentIndex(dateKind);
     form.txtFname->setText(outcome == QLatin1String("no file") ? home_->file(QStringLiteral("none.txt")) : path);
     const QStringList before = enabledState(&form);
-    d.expect(QStringLiteral("作業を開始しますか？"), outcome == QLatin1String("refused") ? answer::No : answer::Yes);
+    d.expect(kStart, outcome == QLatin1String("refused") ? answer::No : answer::Yes);
     if (outcome == QLatin1String("no file")) {
         d.expect(QStringLiteral("ファイルオープンに失敗しました！"), answer::Ok);
     } else if (outcome == QLatin1String("cancelled")) {
-        d.form = &form;
-        d.pressAtYield = 1; // while the file is checked, before any posting
+        d.action = [&form] { form.toolbar()->press(6); };
+        d.atYield = 1; // while the file is checked, before any posting
         d.expect(QStringLiteral("処理を中止します"), answer::Yes);
     } else if (outcome == QLatin1String("completed")) {
         d.expect(QStringLiteral("4件の入金処理をしました"), answer::Ok);
