@@ -3,7 +3,7 @@
 #include "app/cp932.h"
 #include "app/db/dbglobals.h"
 #include "shipping/icatexportjob.h"
-#include "tests/shipping/orders.h"
+#include "tests/shipping/shippingtest.h"
 #include "tests/support/testhome.h"
 #include "ui/msgcatalog.h"
 

@@ -7,7 +7,7 @@
 #include "app/startup.h"
 #include "shipping/frmicatmake.h"
 #include "shipping/frmicatread.h"
-#include "tests/shipping/orders.h"
+#include "tests/shipping/shippingtest.h"
 #include "tests/support/testhome.h"
 #include "tests/ui/enabledstate.h"
 #include "ui/dateentry.h"
