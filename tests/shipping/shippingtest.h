@@ -1,9 +1,17 @@
 #pragma once
-// A small shop for the shipping tests: the shop record, five customers and orders covering the line's rules
-// (gift and not, no telephone, company, cool classes, time slots, delivery dates, a long note, characters without
-// a CP932 form), and orders the default selection leaves out (kind 10, label-printed, not an order, a later day).
+// Pieces shared by the shipping tests: a small shop, the export's questions, the carrier's result lines and the
+// files as the carrier reads and writes them.
+#include "app/cp932.h"
+#include "tests/support/suitehome.h"
+
+#include <QFile>
 #include <QStringList>
 
+namespace pel::test {
+
+// The shop record, five customers and orders covering the line's rules (gift and not, no telephone, company, cool
+// classes, time slots, delivery dates, a long note, characters without a CP932 form), and orders the default
+// selection leaves out (kind 10, label-printed, not an order, a later day).
 inline QStringList shippingTestRows()
 {
     return {
@@ -28,3 +36,55 @@ inline QStringList shippingTestRows()
         "(108,1,1,0,20250311,9,0,0,0,0,'',4000,0)",
     };
 }
+
+inline QString countQuestion(int n)
+{
+    return QStringLiteral("該当件数は%1件です。作成しますか？").arg(n);
+}
+const QString kMarkQuestion = QStringLiteral("印刷した受注伝票を送り状印刷済みに更新しますか？");
+// the characters of order 104 that have no CP932 form
+const QString kUnencodable104 = QStringLiteral("Shift-JIS にない文字を「?」で書き出しました（3 文字）\r\n"
+                                               "受注番号 104　項目 8　「𠮷」 U+20BB7\r\n"
+                                               "受注番号 104　項目 18　「𠮷」 U+20BB7\r\n"
+                                               "受注番号 104　項目 31　「🍣」 U+1F363");
+
+// A result line: the shipping line's 46 fields, the tracking number as field 47.
+inline QString resultLine(const QString& denno, const QString& tracking,
+                          const QString& name = QStringLiteral("山田 太郎"))
+{
+    QStringList f(46);
+    f[0] = QStringLiteral("2025/03/01");
+    f[1] = denno;
+    f[7] = name;
+    return f.join(QLatin1Char(',')) + QLatin1Char(',') + tracking;
+}
+
+// Lines written as CP932, each ended by CR LF.
+inline bool writeLines(const QString& path, const QStringList& lines)
+{
+    QByteArray bytes;
+    for (const QString& l : lines)
+        bytes += Cp932::encode(l).value_or("<not CP932>") + "\r\n";
+    QFile f(path);
+    return f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size();
+}
+
+// A file's lines as the carrier reads them: CP932, each ended by CR LF.
+inline QStringList readLines(const QString& path)
+{
+    QFile f(path);
+    if (!f.open(QIODevice::ReadOnly))
+        return {QStringLiteral("<missing>")};
+    const QList<QByteArray> parts = f.readAll().split('\n');
+    QStringList lines;
+    for (qsizetype i = 0; i < parts.size(); ++i) {
+        const QByteArray& l = parts.at(i);
+        const bool ended = l.endsWith('\r') && i + 1 < parts.size();
+        if (!l.isEmpty())
+            lines << Cp932::decode(ended ? l.chopped(1) : l).value_or(QStringLiteral("<not CP932>")) +
+                         (ended ? QString() : QStringLiteral("<no CR LF>"));
+    }
+    return lines;
+}
+
+} // namespace pel::test

@@ -1,11 +1,8 @@
 // The I-CAT export job on a small database: the file line by line against a golden file, the selection, the
-// questions and their answers, cancel, a folder that does not exist, and a run of more orders than 16 bits count.
-#include "app/cp932.h"
-#include "app/db/dbglobals.h"
+// line rules, the questions and their answers, cancel, runs that write nothing, a run of more orders than 16 bits
+// count, a refused commit and a damaged row.
 #include "shipping/icatexportjob.h"
 #include "tests/shipping/shippingtest.h"
-#include "tests/support/testhome.h"
-#include "ui/msgcatalog.h"
 
 #include <QFile>
 #include <QTest>
@@ -14,59 +11,27 @@ using namespace pel;
 
 namespace {
 
-const QString kCount5 = QStringLiteral("該当件数は5件です。作成しますか？");
-const QString kMark = QStringLiteral("印刷した受注伝票を送り状印刷済みに更新しますか？");
-// the characters of order 104 that have no CP932 form
-const QString kUnencodable104 = QStringLiteral("Shift-JIS にない文字を「?」で書き出しました（3 文字）\r\n"
-                                               "受注番号 104　項目 8　「𠮷」 U+20BB7\r\n"
-                                               "受注番号 104　項目 18　「𠮷」 U+20BB7\r\n"
-                                               "受注番号 104　項目 31　「🍣」 U+1F363");
-
-QString catalogue(const char* key)
-{
-    CatalogueEntry e;
-    catalogueEntry(QString::fromUtf8(key), QString(), &e);
-    return e.text;
-}
-
-QString fileQuestion(const QString& path)
-{
-    return QStringLiteral("ファイル <") + path +
-           QStringLiteral("> が存在します。\r\nデータを上書しますか？\r\nはい:上書 いいえ:追加");
-}
-
+using test::catalogueText;
+using test::kMarkQuestion;
+using test::kUnencodable104;
+const QString kCount5 = test::countQuestion(5);
 
 // After the lines are written: the completion message, the characters of order 104 without a CP932 form, and Yes
 // to the marking question.
 void expectEndOfRun(test::ScriptedDialogs& dialogs)
 {
-    dialogs.expect(catalogue("ＣＳＶ出力"), answer::Ok);
+    dialogs.expect(catalogueText("ＣＳＶ出力"), answer::Ok);
     dialogs.expect(kUnencodable104, answer::Ok);
-    dialogs.expect(kMark, answer::Yes);
+    dialogs.expect(kMarkQuestion, answer::Yes);
 }
 
 QStringList golden()
 {
     QFile f(QStringLiteral(SHIPPING_TEST_DATA "/icat_export.golden"));
-    if (!f.open(QIODevice::ReadOnly)) return {};
+    if (!f.open(QIODevice::ReadOnly))
+        return {};
     QStringList lines = QString::fromUtf8(f.readAll()).split(QLatin1Char('\n'));
     lines.removeLast();
-    return lines;
-}
-
-// The file as the carrier reads it: CP932 lines ended by CR LF.
-QStringList readBack(const QString& path)
-{
-    QFile f(path);
-    if (!f.open(QIODevice::ReadOnly)) return {};
-    const QByteArray bytes = f.readAll();
-    if (!bytes.isEmpty() && !bytes.endsWith("\r\n")) return {QStringLiteral("<no CR LF at the end>")};
-    QStringList lines;
-    for (const QByteArray& l : bytes.split('\n')) {
-        if (l.isEmpty()) continue;
-        if (!l.endsWith('\r')) return {QStringLiteral("<bare LF>")};
-        lines << Cp932::decode(l.chopped(1)).value_or(QStringLiteral("<not CP932>"));
-    }
     return lines;
 }
 
@@ -91,12 +56,11 @@ QStringList dennos(const QStringList& lines)
 
 } // namespace
 
-class IcatExportTest : public QObject
-{
+class IcatExportTest : public QObject {
     Q_OBJECT
 private slots:
-    void init();
-    void cleanup();
+    void init() { test::openHome(home_, test::shippingTestRows(), &db_); }
+    void cleanup() { test::closeHome(home_, &db_); }
     void labelKinds_data();
     void labelKinds();
     void goldenFile();
@@ -108,8 +72,8 @@ private slots:
     void requiredFields();
     void existingFile_data();
     void existingFile();
-    void nothingToExport();
-    void missingFolderMarksNothing();
+    void nothingWritten_data();
+    void nothingWritten();
     void cancelAskedBeforeEveryRecord();
     void moreOrdersThanSixteenBits();
     void aFailedCommitIsNotCounted();
@@ -121,25 +85,6 @@ private:
     std::unique_ptr<test::TestHome> home_;
     std::unique_ptr<clsDbClass> db_;
 };
-
-void IcatExportTest::init()
-{
-    if (test::backendUnderTest() == test::Backend::Postgres && test::testServer().isEmpty())
-        QSKIP("PEL008_TEST_PG is not set");
-    home_ = std::make_unique<test::TestHome>();
-    QVERIFY2(home_->ok(), qPrintable(home_->error()));
-    QVERIFY(home_->exec(shippingTestRows()));
-    QVERIFY(fnOpenDB(1));
-    db_ = std::make_unique<clsDbClass>();
-    QVERIFY(db_->OpenDb());
-}
-
-void IcatExportTest::cleanup()
-{
-    db_.reset();
-    fnCloseDB(1);
-    home_.reset();
-}
 
 IcatExportJob::Result IcatExportTest::run(const IcatExportJob::Input& in, test::RecordingInteraction* ui)
 {
@@ -196,28 +141,20 @@ void IcatExportTest::goldenFile()
     const QString path = home_->file(QStringLiteral("icat.csv"));
     test::ScriptedDialogs dialogs;
     dialogs.expect(kCount5, answer::Yes);
-    dialogs.expect(catalogue("ＣＳＶ出力"), answer::Ok);
-    const QList<IcatUnencodable> unencodable = {{104, 8, QStringLiteral("𠮷"), 0x20BB7},
-                                                {104, 18, QStringLiteral("𠮷"), 0x20BB7},
-                                                {104, 31, QStringLiteral("🍣"), 0x1F363}};
-    dialogs.expect(kUnencodable104, answer::Ok);
-    dialogs.expect(kMark, answer::Yes);
+    expectEndOfRun(dialogs);
     test::RecordingInteraction ui;
     const auto r = run(input(path), &ui);
     QVERIFY(dialogs.done());
     QCOMPARE(int(r.outcome), int(IcatExportJob::Outcome::Done));
     const QStringList expected = golden();
-    const QStringList lines = readBack(path);
+    const QStringList lines = test::readLines(path);
     QCOMPARE(lines.size(), expected.size());
     for (int i = 0; i < lines.size(); ++i)
         QCOMPARE(lines[i], expected[i]);
-    QCOMPARE(r.unencodable.size(), unencodable.size());
-    for (int i = 0; i < unencodable.size(); ++i) {
-        QCOMPARE(r.unencodable[i].denno, unencodable[i].denno);
-        QCOMPARE(r.unencodable[i].field, unencodable[i].field);
-        QCOMPARE(r.unencodable[i].character, unencodable[i].character);
-        QCOMPARE(r.unencodable[i].codePoint, unencodable[i].codePoint);
-    }
+    QStringList unencodable;
+    for (const IcatUnencodable& u : r.unencodable)
+        unencodable << QStringLiteral("%1 %2 %3 %4").arg(u.denno).arg(u.field).arg(u.character).arg(u.codePoint, 0, 16);
+    QCOMPARE(unencodable, (QStringList{"104 8 𠮷 20bb7", "104 18 𠮷 20bb7", "104 31 🍣 1f363"}));
     QCOMPARE(r.count, 5);
     QCOMPARE(r.written, 5);
     QCOMPARE(r.marked, 5);
@@ -268,9 +205,10 @@ void IcatExportTest::selection()
     in.reprint = reprint;
     const int n = int(exported.count(QLatin1Char(' '))) + 1;
     test::ScriptedDialogs dialogs;
-    dialogs.expect(QStringLiteral("該当件数は%1件です。作成しますか？").arg(n), answer::Yes);
-    dialogs.expect(catalogue("ＣＳＶ出力"), answer::Ok);
-    if (!reprint) dialogs.expect(kMark, answer::Yes);
+    dialogs.expect(test::countQuestion(n), answer::Yes);
+    dialogs.expect(catalogueText("ＣＳＶ出力"), answer::Ok);
+    if (!reprint)
+        dialogs.expect(kMarkQuestion, answer::Yes);
     IcatExportJob job(*db_);
     job.loadShop();
     std::optional<IcatExportJob::Selection> shown;
@@ -278,7 +216,7 @@ void IcatExportTest::selection()
     test::RecordingInteraction ui;
     const auto r = job.run(in, ui);
     QVERIFY(dialogs.done());
-    QStringList got = dennos(readBack(path));
+    QStringList got = dennos(test::readLines(path));
     got.sort();
     QCOMPARE(got.join(QLatin1Char(' ')), exported);
     QCOMPARE(flagged(), flaggedAfter);
@@ -315,13 +253,13 @@ void IcatExportTest::lineRules()
          "(123,1,1,0,20250301,6,0,0,0,0,'',100,0),(124,1,1,0,20250301,8,0,0,0,0,'',100,0)"}));
     const QString path = home_->file(QStringLiteral("icat.csv"));
     test::ScriptedDialogs dialogs;
-    dialogs.expect(QStringLiteral("該当件数は%1件です。作成しますか？").arg(exported.count(u' ') + 1), answer::Yes);
-    dialogs.expect(catalogue("ＣＳＶ出力"), answer::Ok);
-    dialogs.expect(kMark, answer::No);
+    dialogs.expect(test::countQuestion(exported.count(u' ') + 1), answer::Yes);
+    dialogs.expect(catalogueText("ＣＳＶ出力"), answer::Ok);
+    dialogs.expect(kMarkQuestion, answer::No);
     test::RecordingInteraction ui;
     QCOMPARE(int(run(input(path, kind), &ui).outcome), int(IcatExportJob::Outcome::Done));
     QVERIFY(dialogs.done());
-    const QStringList lines = readBack(path);
+    const QStringList lines = test::readLines(path);
     QCOMPARE(dennos(lines).join(u' '), exported);
     for (const QString& l : lines)
         QCOMPARE(l.section(u',', 2, 2), QStringLiteral("2")); // the carrier's kind of these labels
@@ -343,9 +281,10 @@ void IcatExportTest::requiredFields()
     QString* fields[] = {&in.yy[0], &in.mm[0],    &in.dd[0],    &in.yy[1], &in.mm[1],
                          &in.dd[1], &in.denno[0], &in.denno[1], &in.file};
     *fields[field] = QStringLiteral("  ");
-    if (field < 8) *fields[field + 1] = QString(); // a later empty field is not the one named
+    if (field < 8)
+        *fields[field + 1] = QString(); // a later empty field is not the one named
     test::ScriptedDialogs dialogs;
-    dialogs.expect(catalogue("未記入"), answer::Ok);
+    dialogs.expect(catalogueText("未記入"), answer::Ok);
     test::RecordingInteraction ui;
     const auto r = run(in, &ui);
     QVERIFY(dialogs.done());
@@ -377,14 +316,15 @@ void IcatExportTest::existingFile()
     }
     test::ScriptedDialogs dialogs;
     dialogs.expect(kCount5, answer::Yes);
-    dialogs.expect(fileQuestion(path), answer);
-    if (answer != answer::Cancel) {
+    dialogs.expect(QStringLiteral("ファイル <") + path +
+                       QStringLiteral("> が存在します。\r\nデータを上書しますか？\r\nはい:上書 いいえ:追加"),
+                   answer);
+    if (answer != answer::Cancel)
         expectEndOfRun(dialogs);
-    }
     const auto r = run(input(path));
     QVERIFY(dialogs.done());
     QCOMPARE(dialogs.styles.value(1), 35);
-    const QStringList got = readBack(path);
+    const QStringList got = test::readLines(path);
     QCOMPARE(got.size(), lines);
     if (answer == answer::No) {
         QCOMPARE(got.mid(0, 2), (QStringList{"old,1", "old,2"}));
@@ -395,43 +335,46 @@ void IcatExportTest::existingFile()
              int(answer == answer::Cancel ? IcatExportJob::Outcome::Abandoned : IcatExportJob::Outcome::Done));
 }
 
-void IcatExportTest::nothingToExport()
+void IcatExportTest::nothingWritten_data()
 {
-    const QString path = home_->file(QStringLiteral("icat.csv"));
-    IcatExportJob::Input in = input(path);
-    in.denno[0] = in.denno[1] = QStringLiteral("109");
-    test::ScriptedDialogs dialogs;
-    dialogs.expect(QStringLiteral("該当件数は０件です"), answer::Ok);
-    const auto r = run(in);
-    QVERIFY(dialogs.done());
-    QCOMPARE(dialogs.styles.value(0), 70);
-    QCOMPARE(dialogs.shown.value(0).section(QLatin1Char('|'), 0, 0), QStringLiteral("確認"));
-    QCOMPARE(int(r.outcome), int(IcatExportJob::Outcome::NoOrders));
-    QVERIFY(!QFile::exists(path));
-
-    // refusing the count writes nothing either
-    test::ScriptedDialogs refuse;
-    refuse.expect(kCount5, answer::No);
-    QCOMPARE(int(run(input(path)).outcome), int(IcatExportJob::Outcome::Refused));
-    QVERIFY(refuse.done());
-    QCOMPARE(refuse.styles.value(0), 68);
-    QVERIFY(!QFile::exists(path));
-    QCOMPARE(flagged(), QStringLiteral("106"));
+    using Steps = QList<QPair<QString, int>>;
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<QString>("denno"); // both ends of the number range, else the default range
+    QTest::addColumn<Steps>("steps");   // the text shown and the answer given
+    QTest::addColumn<int>("style");     // of the first dialog
+    QTest::addColumn<int>("outcome");
+    QTest::newRow("no orders") << "icat.csv"
+                               << "109" << Steps{{"該当件数は０件です", answer::Ok}} << 70
+                               << int(IcatExportJob::Outcome::NoOrders);
+    QTest::newRow("count refused") << "icat.csv" << QString() << Steps{{kCount5, answer::No}} << 68
+                                   << int(IcatExportJob::Outcome::Refused);
+    QTest::newRow("missing folder") << "no such folder/icat.csv" << QString()
+                                    << Steps{{kCount5, answer::Yes}, {catalogueText("ファイルエラー"), answer::Ok}}
+                                    << 68 << int(IcatExportJob::Outcome::FileError);
 }
 
-void IcatExportTest::missingFolderMarksNothing()
+void IcatExportTest::nothingWritten()
 {
-    const QString path = home_->file(QStringLiteral("no such folder/icat.csv"));
-    const QString before = flagged();
+    using Steps = QList<QPair<QString, int>>;
+    QFETCH(QString, file);
+    QFETCH(QString, denno);
+    QFETCH(Steps, steps);
+    QFETCH(int, style);
+    QFETCH(int, outcome);
+    const QString path = home_->file(file);
+    IcatExportJob::Input in = input(path);
+    if (!denno.isEmpty())
+        in.denno[0] = in.denno[1] = denno;
     test::ScriptedDialogs dialogs;
-    dialogs.expect(kCount5, answer::Yes);
-    dialogs.expect(catalogue("ファイルエラー"), answer::Ok);
-    const auto r = run(input(path));
+    for (const auto& [text, answer] : steps)
+        dialogs.expect(text, answer);
+    const auto r = run(in);
     QVERIFY(dialogs.done());
-    QCOMPARE(int(r.outcome), int(IcatExportJob::Outcome::FileError));
+    QCOMPARE(dialogs.shown.value(0).section(QLatin1Char('|'), 0, 1), QStringLiteral("確認|%1").arg(style));
+    QCOMPARE(int(r.outcome), outcome);
     QCOMPARE(r.written, 0);
     QVERIFY(!QFile::exists(path));
-    QCOMPARE(flagged(), before);
+    QCOMPARE(flagged(), QStringLiteral("106"));
 }
 
 void IcatExportTest::cancelAskedBeforeEveryRecord()
@@ -439,14 +382,14 @@ void IcatExportTest::cancelAskedBeforeEveryRecord()
     const QString path = home_->file(QStringLiteral("icat.csv"));
     test::ScriptedDialogs dialogs;
     dialogs.expect(kCount5, answer::Yes);
-    dialogs.expect(catalogue("処理中止"), answer::No);
-    dialogs.expect(catalogue("処理中止"), answer::Yes);
+    dialogs.expect(catalogueText("処理中止"), answer::No);
+    dialogs.expect(catalogueText("処理中止"), answer::Yes);
     test::RecordingInteraction ui;
     ui.cancelAfterYields = 2; // F6 confirmed while the first order was written
     const auto r = run(input(path), &ui);
     QVERIFY(dialogs.done());
     QCOMPARE(int(r.outcome), int(IcatExportJob::Outcome::Stopped));
-    QCOMPARE(readBack(path), golden().mid(0, 2));
+    QCOMPARE(test::readLines(path), golden().mid(0, 2));
     QCOMPARE(flagged(), QStringLiteral("106"));
     QCOMPARE(ui.locks, (QList<bool>{true, false}));
 }
@@ -463,15 +406,15 @@ void IcatExportTest::moreOrdersThanSixteenBits()
                              .arg(n)}));
     const QString path = home_->file(QStringLiteral("many.csv"));
     test::ScriptedDialogs dialogs;
-    dialogs.expect(QStringLiteral("該当件数は%1件です。作成しますか？").arg(n + 1), answer::Yes);
-    dialogs.expect(catalogue("ＣＳＶ出力"), answer::Ok);
-    dialogs.expect(kMark, answer::Yes);
+    dialogs.expect(test::countQuestion(n + 1), answer::Yes);
+    dialogs.expect(catalogueText("ＣＳＶ出力"), answer::Ok);
+    dialogs.expect(kMarkQuestion, answer::Yes);
     const auto r = run(input(path, 10));
     QVERIFY(dialogs.done());
     QCOMPARE(r.count, n + 1);
     QCOMPARE(r.written, n + 1);
     QCOMPARE(r.marked, n + 1);
-    const QStringList lines = readBack(path);
+    const QStringList lines = test::readLines(path);
     QCOMPARE(lines.size(), n + 1);
     QCOMPARE(lines.value(1).section(QLatin1Char(','), 1, 1), QStringLiteral("1001"));
     QCOMPARE(lines.last().section(QLatin1Char(','), 1, 1), QString::number(1000 + n));
@@ -483,7 +426,8 @@ void IcatExportTest::moreOrdersThanSixteenBits()
 void IcatExportTest::aFailedCommitIsNotCounted()
 {
     QString why;
-    if (!test::refuseCommitsOfOrder(*db_, 103, &why)) QSKIP(qPrintable(why));
+    if (!test::refuseCommitsOfOrder(*db_, 103, &why))
+        QSKIP(qPrintable(why));
     test::ScriptedDialogs dialogs;
     dialogs.expect(kCount5, answer::Yes);
     expectEndOfRun(dialogs);
@@ -501,12 +445,13 @@ void IcatExportTest::aFailedCommitIsNotCounted()
 // An order row the engine cannot read makes the selection fail: its text is shown and no file is written.
 void IcatExportTest::damagedRowWritesNothing()
 {
-    if (test::backendUnderTest() != test::Backend::Sqlite) QSKIP("makes a Jet home of its own: once is enough");
+    if (test::backendUnderTest() != test::Backend::Sqlite)
+        QSKIP("makes a Jet home of its own: once is enough");
     db_.reset();
     fnCloseDB(1);
     test::TestHome jet(test::Backend::Jet);
     QVERIFY2(jet.ok(), qPrintable(jet.error()));
-    QVERIFY(jet.exec(shippingTestRows()));
+    QVERIFY(jet.exec(test::shippingTestRows()));
     const QString path = jet.file(QStringLiteral("icat.csv"));
     {
         test::DamagedJetRow damage(jet.file(QStringLiteral("data1.dat")), QStringLiteral("jyuden"), 2);
