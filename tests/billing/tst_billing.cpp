@@ -43,7 +43,6 @@ private slots:
     void nothingWritten_data();
     void nothingWritten();
     void reoutputAsksNoMarking();
-    void abortBeforeAnOrder();
     void markingRolledBackAfterElevenAttempts();
     void readErrorStopsTheRun_data();
     void readErrorStopsTheRun();
@@ -200,24 +199,6 @@ void BillingTest::reoutputAsksNoMarking()
     QCOMPARE(BillingJob(*db_).run(r, ui).outcome, BillingResult::Outcome::Written);
     QVERIFY(dialogs.done());
     QVERIFY(readAll(out_->filePath(QStringLiteral("コンビニ.csv"))).contains("\"00000000000000106\""));
-}
-
-void BillingTest::abortBeforeAnOrder()
-{
-    test::ScriptedDialogs dialogs;
-    dialogs.expect(kCount4, answer::Yes);
-    dialogs.expectFolder(out_->path());
-    dialogs.expect(QStringLiteral("中止しました。"), answer::Ok);
-    test::RecordingInteraction ui;
-    ui.cancelAfterYields = 3; // one after the count, then one before each order: the second order is not written
-    const BillingResult r = BillingJob(*db_).run(request(1), ui);
-    QVERIFY(dialogs.done());
-    QCOMPARE(r.outcome, BillingResult::Outcome::Aborted);
-    QCOMPARE(r.written, 1);
-    const QByteArray csv = readAll(out_->filePath(QStringLiteral("コンビニ.csv")));
-    QCOMPARE(csv.count("\r\n"), 2); // the header and the first order stay on disk
-    QCOMPARE(cflags(), QStringLiteral("0"));
-    QCOMPARE(ui.locks, (QList<bool>{true, false}));
 }
 
 void BillingTest::markingRolledBackAfterElevenAttempts()

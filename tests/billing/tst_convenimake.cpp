@@ -1,5 +1,5 @@
 // frmConveniMake on the fixed database: opening presets, the activation close, the entry check, a run with its
-// marking, the screen after every kind of run end, and F6 or a close during the run.
+// marking, the screen after every kind of run end, F6 or a close during the run, and the remembered folder.
 #include "app/home.h"
 #include "app/inifile.h"
 #include "app/startup.h"
@@ -65,7 +65,6 @@ private slots:
     void closesWithoutCompanyCode_data();
     void closesWithoutCompanyCode();
     void entryCheckEmptyBox();
-    void runMarksAndRemembersFolder();
     void controlsAfterRun_data();
     void controlsAfterRun();
     void stopDuringRun_data();
@@ -160,30 +159,6 @@ void ConveniMakeTest::entryCheckEmptyBox()
     QCOMPARE(QApplication::focusWidget(), o.form.txtDenno[0]);
 }
 
-void ConveniMakeTest::runMarksAndRemembersFolder()
-{
-    QVERIFY(fnPutIni(QStringLiteral("ConveniMake"), QStringLiteral("FilePath"), QStringLiteral("/old"), iniPath()));
-    test::ScriptedDialogs dialogs;
-    {
-        Opened o;
-        o.range(QStringLiteral("20240101"), QStringLiteral("20240131"), QStringLiteral("1"), QStringLiteral("103"));
-        dialogs.expect(QStringLiteral("該当件数は、3件です。作成しますか？"), answer::Yes);
-        dialogs.expectFolder(out_->path());
-        dialogs.expect(test::catalogueText(QStringLiteral("ＣＳＶ出力")), answer::Ok);
-        dialogs.expect(kMark, answer::Yes);
-        o.form.cmdFile->click();
-        QVERIFY(dialogs.done());
-        QVERIFY(dialogs.shown.contains(QStringLiteral("folder|/old")));
-        QCOMPARE(home_->scalar(QStringLiteral("select sum(cflag) from jyuden where denno <= 104")),
-                 QStringLiteral("3"));
-        QCOMPARE(o.form.lblMsg->text(), QString());
-        o.form.close();
-    }
-    QString folder;
-    fnGetIni(QStringLiteral("ConveniMake"), QStringLiteral("FilePath"), QString(), folder, 1024, iniPath());
-    QCOMPARE(folder, out_->path());
-}
-
 void ConveniMakeTest::controlsAfterRun_data()
 {
     // -1: no orders in the range, 0: the count question answered No, 1: the folder choice cancelled, 2: done,
@@ -233,6 +208,7 @@ void ConveniMakeTest::controlsAfterRun()
     // the closing state after every run
     QCOMPARE(test::enabledState(&o.form), before);
     QCOMPARE(QApplication::focusWidget(), o.form.txtMm(0));
+    QCOMPARE(o.form.lblMsg->text(), QString());
     QVERIFY(!o.form.toolbar()->button(QStringLiteral("F6"))->isEnabled());
 }
 
@@ -250,9 +226,10 @@ void ConveniMakeTest::stopDuringRun()
 {
     QFETCH(QString, how);
     QFETCH(int, stop);
+    QVERIFY(fnPutIni(QStringLiteral("ConveniMake"), QStringLiteral("FilePath"), QStringLiteral("/old"), iniPath()));
     test::ActingDialogs dialogs;
     Opened o;
-    o.range(QStringLiteral("20240101"), QStringLiteral("20240131"), QStringLiteral("1"), QStringLiteral("99999999"));
+    o.range(QStringLiteral("20240101"), QStringLiteral("20240131"), QStringLiteral("1"), QStringLiteral("103"));
     dialogs.atYield = 3; // after the count, before the first order, before the second
     dialogs.action = [&] {
         if (how == QLatin1String("F6"))
@@ -260,7 +237,7 @@ void ConveniMakeTest::stopDuringRun()
         else
             how == QLatin1String("reject") ? o.form.reject() : (void)o.form.close();
     };
-    dialogs.expect(QStringLiteral("該当件数は、4件です。作成しますか？"), answer::Yes);
+    dialogs.expect(QStringLiteral("該当件数は、3件です。作成しますか？"), answer::Yes);
     dialogs.expectFolder(out_->path());
     dialogs.expect(test::catalogueText(QStringLiteral("処理中止")), stop);
     if (stop == answer::Yes) {
@@ -271,15 +248,21 @@ void ConveniMakeTest::stopDuringRun()
     }
     o.form.cmdFile->click();
     QVERIFY(dialogs.done());
+    QCOMPARE(dialogs.shown.at(1), QStringLiteral("folder|/old"));
     // the run kept its screen and connection to its end
     QVERIFY(o.form.isVisible());
     QCOMPARE(home_->scalar(QStringLiteral("select sum(cflag) from jyuden where denno <= 104")),
-             stop == answer::Yes ? QStringLiteral("0") : QStringLiteral("4"));
+             stop == answer::Yes ? QStringLiteral("0") : QStringLiteral("3"));
     QFile customers(out_->filePath(QStringLiteral("顧客一括登録.txt")));
     QVERIFY(customers.open(QIODevice::ReadOnly));
-    QCOMPARE(customers.readAll().count("\r\n"), stop == answer::Yes ? 1 : 4);
+    QCOMPARE(customers.readAll().count("\r\n"), stop == answer::Yes ? 1 : 3);
     QCoreApplication::processEvents();
     QCOMPARE(o.form.isVisible(), how == QLatin1String("F6") || stop != answer::Yes);
+    // the folder chosen is remembered when the screen closes
+    o.form.close();
+    QString folder;
+    fnGetIni(QStringLiteral("ConveniMake"), QStringLiteral("FilePath"), QString(), folder, 1024, iniPath());
+    QCOMPARE(folder, out_->path());
 }
 
 QTEST_MAIN(ConveniMakeTest)

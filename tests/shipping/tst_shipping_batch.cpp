@@ -6,7 +6,6 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QMap>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
@@ -21,8 +20,7 @@ struct Run {
 
 } // namespace
 
-class TstShippingBatch : public QObject
-{
+class TstShippingBatch : public QObject {
     Q_OBJECT
 private slots:
     void initTestCase();
@@ -45,7 +43,8 @@ Run TstShippingBatch::batch(const QStringList& args)
     e.insert(QStringLiteral("PEL008_HOME"), home_.path());
     p.setProcessEnvironment(e);
     p.start(QStringLiteral(PEL008_BATCH_EXE), args);
-    if (!p.waitForFinished(300000)) p.kill();
+    if (!p.waitForFinished(300000))
+        p.kill();
     return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1, QString::fromUtf8(p.readAllStandardOutput()),
             QString::fromUtf8(p.readAllStandardError())};
 }
@@ -54,15 +53,6 @@ void TstShippingBatch::initTestCase()
 {
     const Run r = batch({QStringLiteral("demo"), QStringLiteral("--orders"), QStringLiteral("400")});
     QVERIFY2(r.code == 0, qPrintable(r.err));
-    // the demo's result file comes from the export job: 46 fields and the tracking number
-    QFile f(file(QStringLiteral("samples/icat_result.csv")));
-    QVERIFY(f.open(QIODevice::ReadOnly));
-    const QList<QByteArray> lines = f.readAll().split('\n');
-    QVERIFY(lines.size() > 2);
-    for (const QByteArray& l : lines.mid(0, lines.size() - 1)) {
-        QVERIFY(l.endsWith('\r'));
-        QCOMPARE(l.count(','), 46);
-    }
 }
 
 void TstShippingBatch::usage_data()
@@ -93,6 +83,8 @@ void TstShippingBatch::answeredNoWritesNothing()
     QVERIFY(!QFile::exists(out));
 }
 
+// What only the runner does: the questions answered by --yes and shown on stderr, the counts as --json, --reoutput
+// and --append passed on; the lines and the stored numbers are the job tests' part.
 void TstShippingBatch::roundTrip()
 {
     const QString out = file(QStringLiteral("out/icat.csv"));
@@ -107,55 +99,31 @@ void TstShippingBatch::roundTrip()
     QVERIFY(ex.json().value("unencodable").toArray().isEmpty());
     QVERIFY(ex.err.contains(QStringLiteral("印刷した受注伝票を送り状印刷済みに更新しますか？")));
 
-    // the carrier adds the tracking number as field 47
+    // the carrier adds a tracking number as field 47
     QFile f(out);
     QVERIFY(f.open(QIODevice::ReadOnly));
     QByteArray result;
-    QMap<QString, QString> tracking;
-    for (QByteArray line : f.readAll().split('\n')) {
-        if (line.isEmpty()) continue;
-        line.chop(1);
-        const QString denno = QString::fromLatin1(line.split(',').value(1));
-        tracking.insert(denno, QStringLiteral("4%1").arg(denno.toLongLong(), 11, 10, QLatin1Char('0')));
-        result += line + ',' + tracking.value(denno).toLatin1() + "\r\n";
-    }
-    QCOMPARE(tracking.size(), count);
+    for (const QByteArray& line : f.readAll().split('\n'))
+        if (!line.isEmpty())
+            result += line.chopped(1) + ",4" + line.split(',').value(1).rightJustified(11, '0') + "\r\n";
+    f.close();
     QFile r(file(QStringLiteral("out/result.csv")));
-    QVERIFY(r.open(QIODevice::WriteOnly));
-    r.write(result);
+    QVERIFY(r.open(QIODevice::WriteOnly) && r.write(result) == result.size());
     r.close();
-
     const Run im = batch({"--json", "import-tracking", r.fileName(), "--errlog", file(QStringLiteral("out/err.txt"))});
     QVERIFY2(im.code == 0, qPrintable(im.err));
     QCOMPARE(im.json().value("lines").toInteger(), count);
     QCOMPARE(im.json().value("updated").toInteger(), count);
     QCOMPARE(im.json().value("rejected").toInteger(), 0);
     QCOMPARE(im.err.trimmed(), QStringLiteral("正常に終了しました"));
-    QCOMPARE(QFile(file(QStringLiteral("out/err.txt"))).size(), 0);
-
-    const Run q = batch({"sql", "select denno, okurino from jyuden where hcode = 9"});
-    QCOMPARE(q.code, 0);
-    int matched = 0;
-    for (const QString& row : q.out.split(QLatin1Char('\n')).mid(1)) {
-        const QString denno = row.section(QLatin1Char(','), 0, 0);
-        if (tracking.contains(denno)) {
-            QCOMPARE(row.section(QLatin1Char(','), 1, 1).remove(QLatin1Char('"')), tracking.value(denno));
-            ++matched;
-        }
-    }
-    QCOMPARE(matched, count);
 
     // again, reprinting the flagged orders, appended to the same file
-    QStringList again = exportArgs;
-    again << "--reoutput"
-          << "--append";
-    const Run ap = batch(again);
+    const Run ap = batch(exportArgs + QStringList{"--reoutput", "--append"});
     QVERIFY2(ap.code == 0, qPrintable(ap.err));
     QVERIFY(ap.err.contains(QStringLiteral("はい:上書 いいえ:追加")));
-    QFile twice(out);
-    QVERIFY(twice.open(QIODevice::ReadOnly));
     QVERIFY(ap.json().value("written").toInteger() > count); // every label-printed order of the kind
-    QCOMPARE(twice.readAll().count('\n'), count + ap.json().value("written").toInteger());
+    QVERIFY(f.open(QIODevice::ReadOnly));
+    QCOMPARE(f.readAll().count('\n'), count + ap.json().value("written").toInteger());
 }
 
 void TstShippingBatch::importOfMissingFile()

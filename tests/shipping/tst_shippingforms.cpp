@@ -63,13 +63,12 @@ private slots:
     void kindsUnreadable();
     void presets_data();
     void presets();
-    void exportThroughTheScreen();
     void requiredFieldGetsTheFocus();
     void readScreenImports();
     void chooserStartFolder_data();
     void chooserStartFolder();
-    void makeControlsAfterRun_data();
-    void makeControlsAfterRun();
+    void exportThroughTheScreen_data();
+    void exportThroughTheScreen();
     void readControlsAfterRun_data();
     void readControlsAfterRun();
     void closeDuringRun_data();
@@ -173,30 +172,6 @@ void ShippingFormsTest::presets()
     QVERIFY(f.chkSaiPrint->isChecked());
 }
 
-void ShippingFormsTest::exportThroughTheScreen()
-{
-    test::ScriptedDialogs dialogs;
-    frmICatMake f;
-    QVERIFY(showActive(f));
-    f.dates->entry(0)->setYmd(20250310); // later than the end: swapped by the run
-    f.dates->entry(1)->setYmd(20250301);
-    dialogs.expect(test::countQuestion(5), answer::Yes);
-    dialogs.expect(catalogueText("ＣＳＶ出力"), answer::Ok);
-    dialogs.expect(test::kUnencodable104, answer::Ok);
-    dialogs.expect(test::kMarkQuestion, answer::Yes);
-    QTest::mouseClick(f.cmdFile, Qt::LeftButton);
-    QVERIFY(dialogs.done());
-    QCOMPARE(test::readLines(file("icat.csv")).size(), 5);
-    QCOMPARE(f.dates->entry(0)->ymd(), 20250301);
-    QCOMPARE(f.dates->entry(1)->ymd(), 20250310);
-    QCOMPARE(f.dates->entry(0)->dtpDay()->date(), QDate(2025, 3, 1));
-    QVERIFY(f.txtFile->isEnabled() && f.cmdFile->isEnabled());
-    QVERIFY(f.lblMsg->text().isEmpty());
-    QVERIFY(!f.toolbar()->button(QStringLiteral("F6"))->isEnabled()); // until the focus next leaves the file box
-    QCOMPARE(QApplication::focusWidget(), f.cboHaisou);
-    QCOMPARE(flaggedCount(), QStringLiteral("6"));
-}
-
 void ShippingFormsTest::requiredFieldGetsTheFocus()
 {
     test::ScriptedDialogs dialogs;
@@ -280,7 +255,7 @@ void ShippingFormsTest::chooserStartFolder()
     }
 }
 
-void ShippingFormsTest::makeControlsAfterRun_data()
+void ShippingFormsTest::exportThroughTheScreen_data()
 {
     QTest::addColumn<bool>("preset"); // started with a label kind (the kind list then stays off)
     QTest::addColumn<QString>("outcome");
@@ -289,7 +264,7 @@ void ShippingFormsTest::makeControlsAfterRun_data()
             QTest::addRow("%s%s", outcome, preset ? ", kind preset" : "") << preset << QString::fromLatin1(outcome);
 }
 
-void ShippingFormsTest::makeControlsAfterRun()
+void ShippingFormsTest::exportThroughTheScreen()
 {
     QFETCH(bool, preset);
     QFETCH(QString, outcome);
@@ -297,10 +272,9 @@ void ShippingFormsTest::makeControlsAfterRun()
         gstrArgs = QStringList{"1", "9", "20250301", "20250310", "1", "99999999", "0"};
     test::ActingDialogs dialogs;
     frmICatMake f;
-    f.load();
-    f.show();
-    f.dates->entry(0)->setYmd(20250301);
-    f.dates->entry(1)->setYmd(20250310);
+    QVERIFY(showActive(f));
+    f.dates->entry(0)->setYmd(20250310); // later than the end: swapped by the run
+    f.dates->entry(1)->setYmd(20250301);
     QCOMPARE(f.cboHaisou->isEnabled(), !preset);
     const QStringList before = test::enabledState(&f);
     dialogs.expect(test::countQuestion(5), outcome == QLatin1String("refused") ? answer::No : answer::Yes);
@@ -316,15 +290,23 @@ void ShippingFormsTest::makeControlsAfterRun()
     } else if (outcome == QLatin1String("completed")) {
         dialogs.expect(catalogueText("ＣＳＶ出力"), answer::Ok);
         dialogs.expect(test::kUnencodable104, answer::Ok);
-        dialogs.expect(test::kMarkQuestion, answer::No);
+        dialogs.expect(test::kMarkQuestion, answer::Yes);
         lines = 5;
     }
-    f.cmdFile_Click();
+    QTest::mouseClick(f.cmdFile, Qt::LeftButton);
     QVERIFY(dialogs.done());
+    QCOMPARE(QFile::exists(file("icat.csv")) ? test::readLines(file("icat.csv")).size() : 0, lines);
+    QCOMPARE(flaggedCount(), lines == 5 ? QStringLiteral("6") : QStringLiteral("1"));
+    QCOMPARE(f.dates->entry(0)->ymd(), 20250301);
+    QCOMPARE(f.dates->entry(1)->ymd(), 20250310);
+    QCOMPARE(f.dates->entry(0)->dtpDay()->date(), QDate(2025, 3, 1));
+    // the closing state: each control as it was, F6 off until the focus next leaves the file box
     QCOMPARE(test::enabledState(&f), before);
     QVERIFY(!f.busy());
-    QCOMPARE(QFile::exists(file("icat.csv")) ? test::readLines(file("icat.csv")).size() : 0, lines);
-    QCOMPARE(flaggedCount(), QStringLiteral("1"));
+    QVERIFY(f.lblMsg->text().isEmpty());
+    QVERIFY(!f.toolbar()->button(QStringLiteral("F6"))->isEnabled());
+    if (!preset)
+        QCOMPARE(QApplication::focusWidget(), f.cboHaisou);
 }
 
 void ShippingFormsTest::readControlsAfterRun_data()
