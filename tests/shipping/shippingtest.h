@@ -9,9 +9,9 @@
 
 namespace pel::test {
 
-// The shop record, five customers and orders covering the line's rules (gift and not, no telephone, company, cool
-// classes, time slots, delivery dates, a long note, characters without a CP932 form), and orders the default
-// selection leaves out (kind 10, label-printed, not an order, a later day).
+// The shop record, six customers and orders covering the line's rules (gift and not, no telephone, company, cool
+// classes, time slots, delivery dates, a long note, characters without a CP932 form, commas), orders the default
+// selection leaves out (kind 10, label-printed, not an order, a later day) and orders of kinds 4, 6 and 8.
 inline QStringList shippingTestRows()
 {
     return {
@@ -22,7 +22,8 @@ inline QStringList shippingTestRows()
         "(2,'株式会社テスト','530-0002','大阪府','大阪市北区','3-3','５Ｆ','','',3),"
         "(3,'佐藤花子','9000001','沖縄県','那覇市','4-4','ハイツ①','','080-3333-4444',NULL),"
         "(4,'ギフト 送り主','060-0004','北海道','札幌市','2-2','','','070-4444-5555',2),"
-        "(5,'𠮷田 次郎','812-0005','福岡県','福岡市','5-5','','092-555-5555','',1)",
+        "(5,'𠮷田 次郎','812-0005','福岡県','福岡市','5-5','','092-555-5555','',1),"
+        "(6,'山田, 三郎','100-0001','東京都','千代田区','1-1','','03-0000-0006','',1)",
         // denno, mcode, omcode, denku, sday, hcode, chilled, gift, haiday, htime, memo, total, oflag
         "INSERT INTO jyuden (denno,mcode,omcode,denku,sday,hcode,chilled,gift,haiday,htime,memo,total,oflag) VALUES "
         "(101,1,1,0,20250301,9,1,0,20250305,1,'割れ物注意',5400,0),"
@@ -33,7 +34,9 @@ inline QStringList shippingTestRows()
         "(105,1,1,0,20250303,10,0,0,0,4,'',1000,0),"
         "(106,1,1,0,20250303,9,0,0,0,5,'',2000,1),"
         "(107,1,1,1,20250303,9,0,0,0,0,'',3000,0),"
-        "(108,1,1,0,20250311,9,0,0,0,0,'',4000,0)",
+        "(108,1,1,0,20250311,9,0,0,0,0,'',4000,0),"
+        "(121,6,6,0,20250302,4,0,0,0,0,'のし, 赤',100,0),(122,6,6,0,20250301,4,0,0,0,0,'',100,0),"
+        "(123,1,1,0,20250301,6,0,0,0,0,'',100,0),(124,1,1,0,20250301,8,0,0,0,0,'',100,0)",
     };
 }
 
