@@ -34,6 +34,21 @@ bool showActive(Form& form)
     return QTest::qWaitForWindowActive(&form);
 }
 
+// What a test does to stop a run: F6 (the toolbar key, live only during the run), the title-bar button (a close
+// event) or reject().
+void stop(Form& form, const QString& how)
+{
+    if (how == QLatin1String("F6"))
+        form.toolbar()->press(6);
+    else
+        how == QLatin1String("reject") ? form.reject() : (void)form.close();
+}
+
+bool closes(const QString& how)
+{
+    return how == QLatin1String("title bar") || how == QLatin1String("reject");
+}
+
 QString iniPathOf(const char* key)
 {
     QString saved;
@@ -64,15 +79,13 @@ private slots:
     void presets_data();
     void presets();
     void requiredFieldGetsTheFocus();
-    void readScreenImports();
+    void readScreenStarts();
     void chooserStartFolder_data();
     void chooserStartFolder();
     void exportThroughTheScreen_data();
     void exportThroughTheScreen();
-    void readControlsAfterRun_data();
-    void readControlsAfterRun();
-    void closeDuringRun_data();
-    void closeDuringRun();
+    void importThroughTheScreen_data();
+    void importThroughTheScreen();
 
 private:
     QString file(const char* name) const { return home_->file(QString::fromUtf8(name)); }
@@ -185,7 +198,7 @@ void ShippingFormsTest::requiredFieldGetsTheFocus()
     QCOMPARE(QApplication::focusWidget(), f.txtDenno[1]);
 }
 
-void ShippingFormsTest::readScreenImports()
+void ShippingFormsTest::readScreenStarts()
 {
     const QString in = writeResult({"101"});
     test::ScriptedDialogs dialogs;
@@ -199,16 +212,8 @@ void ShippingFormsTest::readScreenImports()
     dialogs.expectFile(file("chosen.txt"));
     QTest::keyClick(f.txtFile[1], Qt::Key_F4);
     QCOMPARE(f.txtFile[1]->text(), file("chosen.txt"));
-    f.txtFile[1]->setText(file("err.txt"));
-    dialogs.expect(QStringLiteral("正常に終了しました"), answer::Ok);
-    QTest::mouseClick(f.cmdRead, Qt::LeftButton);
-    QVERIFY(dialogs.done());
-    QCOMPARE(okurino(101), QStringLiteral("412345678901"));
-    QVERIFY(QFile::exists(file("err.txt")));
-    QCOMPARE(QApplication::focusWidget(), f.txtFile[0]);
-    f.txtFile[1]->setText(file("err2.txt"));
     f.unload();
-    QCOMPARE(iniPathOf("ErrFile"), file("err2.txt"));
+    QCOMPARE(iniPathOf("ErrFile"), file("chosen.txt"));
 }
 
 void ShippingFormsTest::chooserStartFolder_data()
@@ -255,19 +260,24 @@ void ShippingFormsTest::chooserStartFolder()
     }
 }
 
+// How a run ends, and the screen afterwards. F6 or a close while the first order or line is handled: the close
+// waits for the stopped run and the run keeps its screen and connection to its end.
+const char* const kEnds[] = {"refused", "F6", "completed", "title bar", "reject"};
+
 void ShippingFormsTest::exportThroughTheScreen_data()
 {
     QTest::addColumn<bool>("preset"); // started with a label kind (the kind list then stays off)
-    QTest::addColumn<QString>("outcome");
+    QTest::addColumn<QString>("end");
     for (bool preset : {false, true})
-        for (const char* outcome : {"refused", "cancelled", "completed"})
-            QTest::addRow("%s%s", outcome, preset ? ", kind preset" : "") << preset << QString::fromLatin1(outcome);
+        for (const char* end : kEnds)
+            if (!preset || !closes(QString::fromLatin1(end)))
+                QTest::addRow("%s%s", end, preset ? ", kind preset" : "") << preset << QString::fromLatin1(end);
 }
 
 void ShippingFormsTest::exportThroughTheScreen()
 {
     QFETCH(bool, preset);
-    QFETCH(QString, outcome);
+    QFETCH(QString, end);
     if (preset)
         gstrArgs = QStringList{"1", "9", "20250301", "20250310", "1", "99999999", "0"};
     test::ActingDialogs dialogs;
@@ -277,21 +287,23 @@ void ShippingFormsTest::exportThroughTheScreen()
     f.dates->entry(1)->setYmd(20250301);
     QCOMPARE(f.cboHaisou->isEnabled(), !preset);
     const QStringList before = test::enabledState(&f);
-    dialogs.expect(test::countQuestion(5), outcome == QLatin1String("refused") ? answer::No : answer::Yes);
+    dialogs.expect(test::countQuestion(5), end == QLatin1String("refused") ? answer::No : answer::Yes);
     int lines = 0;
-    if (outcome == QLatin1String("cancelled")) {
-        // F6 pressed while the first order is written (the toolbar key, only live during the run)
-        dialogs.atYield = 2;
-        dialogs.action = [&] { f.toolbar()->press(6); };
-        dialogs.expect(catalogueText("処理中止"), answer::Yes); // F6
-        dialogs.expect(catalogueText("処理中止"), answer::No);  // asked again before the second order
-        dialogs.expect(catalogueText("処理中止"), answer::Yes); // and before the third
-        lines = 2;
-    } else if (outcome == QLatin1String("completed")) {
+    if (end == QLatin1String("completed")) {
         dialogs.expect(catalogueText("ＣＳＶ出力"), answer::Ok);
         dialogs.expect(test::kUnencodable104, answer::Ok);
         dialogs.expect(test::kMarkQuestion, answer::Yes);
         lines = 5;
+    } else if (end != QLatin1String("refused")) {
+        dialogs.atYield = 2;
+        dialogs.action = [&] { stop(f, end); };
+        dialogs.expect(catalogueText("処理中止"), answer::Yes);
+        lines = 1;
+        if (end == QLatin1String("F6")) { // asked again before the second order
+            dialogs.expect(catalogueText("処理中止"), answer::No);
+            lines = 2;
+        }
+        dialogs.expect(catalogueText("処理中止"), answer::Yes);
     }
     QTest::mouseClick(f.cmdFile, Qt::LeftButton);
     QVERIFY(dialogs.done());
@@ -307,85 +319,47 @@ void ShippingFormsTest::exportThroughTheScreen()
     QVERIFY(!f.toolbar()->button(QStringLiteral("F6"))->isEnabled());
     if (!preset)
         QCOMPARE(QApplication::focusWidget(), f.cboHaisou);
+    QVERIFY(f.isVisible());
+    QCoreApplication::processEvents();
+    QCOMPARE(f.isVisible(), !closes(end));
 }
 
-void ShippingFormsTest::readControlsAfterRun_data()
+void ShippingFormsTest::importThroughTheScreen_data()
 {
-    QTest::addColumn<QString>("outcome");
-    QTest::newRow("refused") << "refused";
-    QTest::newRow("cancelled") << "cancelled";
-    QTest::newRow("completed") << "completed";
+    QTest::addColumn<QString>("end");
+    for (const char* end : kEnds)
+        QTest::newRow(end) << QString::fromLatin1(end);
 }
 
-void ShippingFormsTest::readControlsAfterRun()
+void ShippingFormsTest::importThroughTheScreen()
 {
-    QFETCH(QString, outcome);
-    const QString in = writeResult({"101", "102"});
+    QFETCH(QString, end);
+    writeResult({"101", "102", "103"});
     test::ActingDialogs dialogs;
     frmICatRead f;
-    f.load();
-    f.show();
-    if (outcome == QLatin1String("refused"))
+    QVERIFY(showActive(f));
+    if (end == QLatin1String("refused"))
         f.txtFile[0]->setText(file("none.csv"));
     const QStringList before = test::enabledState(&f);
-    if (outcome == QLatin1String("refused")) {
+    if (end == QLatin1String("refused")) {
         dialogs.expect(catalogueText("ファイルエラー"), answer::Ok);
-    } else if (outcome == QLatin1String("cancelled")) {
-        dialogs.atYield = 2;
-        dialogs.action = [&] { f.toolbar()->press(6); };
-        dialogs.expect(catalogueText("処理中止"), answer::Yes);
-    } else {
+    } else if (end == QLatin1String("completed")) {
         dialogs.expect(QStringLiteral("正常に終了しました"), answer::Ok);
+    } else {
+        dialogs.atYield = 2;
+        dialogs.action = [&] { stop(f, end); };
+        dialogs.expect(catalogueText("処理中止"), answer::Yes);
     }
     f.cmdRead_Click();
     QVERIFY(dialogs.done());
+    QCOMPARE(okurino(101), end == QLatin1String("refused") ? QString() : QStringLiteral("412345678901"));
+    QCOMPARE(okurino(102), end == QLatin1String("completed") ? QStringLiteral("412345678902") : QString());
+    QCOMPARE(QFile::exists(file("err.txt")), end != QLatin1String("refused"));
     QCOMPARE(test::enabledState(&f), before);
-}
-
-void ShippingFormsTest::closeDuringRun_data()
-{
-    QTest::addColumn<bool>("import");   // frmICatRead, else frmICatMake
-    QTest::addColumn<bool>("titleBar"); // the title-bar button (a close event), else reject()
-    QTest::newRow("export, title bar") << false << true;
-    QTest::newRow("export, reject") << false << false;
-    QTest::newRow("import, title bar") << true << true;
-    QTest::newRow("import, reject") << true << false;
-}
-
-void ShippingFormsTest::closeDuringRun()
-{
-    QFETCH(bool, import);
-    QFETCH(bool, titleBar);
-    writeResult({"101", "102", "103"});
-    test::ActingDialogs dialogs;
-    frmICatMake make;
-    frmICatRead read;
-    Form& form = import ? static_cast<Form&>(read) : make;
-    form.load();
-    form.show();
-    make.dates->entry(0)->setYmd(20250301);
-    make.dates->entry(1)->setYmd(20250310);
-    // closed while the first order or line is handled
-    dialogs.atYield = 2;
-    dialogs.action = [&] { titleBar ? (void)form.close() : form.reject(); };
-    if (!import)
-        dialogs.expect(test::countQuestion(5), answer::Yes);
-    dialogs.expect(catalogueText("処理中止"), answer::Yes);
-    if (!import)
-        dialogs.expect(catalogueText("処理中止"), answer::Yes); // the export asks again before the next order
-    import ? read.cmdRead->click() : make.cmdFile_Click();
-    QVERIFY(dialogs.done());
-    // the run kept its screen and connection to its end
-    QVERIFY(form.isVisible());
-    if (import) {
-        QCOMPARE(okurino(101), QStringLiteral("412345678901"));
-        QCOMPARE(okurino(102), QString());
-    } else {
-        QCOMPARE(test::readLines(file("icat.csv")).size(), 1);
-        QCOMPARE(flaggedCount(), QStringLiteral("1"));
-    }
+    QCOMPARE(QApplication::focusWidget(), f.txtFile[0]);
+    QVERIFY(f.isVisible());
     QCoreApplication::processEvents();
-    QVERIFY(!form.isVisible());
+    QCOMPARE(f.isVisible(), !closes(end));
 }
 
 QTEST_MAIN(ShippingFormsTest)
