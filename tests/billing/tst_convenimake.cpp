@@ -1,5 +1,6 @@
 // frmConveniMake on the fixed database: opening presets, the activation close, the entry check, a run with its
-// marking, the screen after every kind of run end, F6 or a close during the run, and the remembered folder.
+// marking and its rollback, F6 or a close during the run, the screen after every end of a run, the remembered
+// folder.
 #include "app/home.h"
 #include "app/inifile.h"
 #include "app/startup.h"
@@ -65,10 +66,8 @@ private slots:
     void closesWithoutCompanyCode_data();
     void closesWithoutCompanyCode();
     void entryCheckEmptyBox();
-    void controlsAfterRun_data();
-    void controlsAfterRun();
-    void stopDuringRun_data();
-    void stopDuringRun();
+    void runs_data();
+    void runs();
 
 private:
     std::unique_ptr<test::TestHome> home_;
@@ -159,110 +158,96 @@ void ConveniMakeTest::entryCheckEmptyBox()
     QCOMPARE(QApplication::focusWidget(), o.form.txtDenno[0]);
 }
 
-void ConveniMakeTest::controlsAfterRun_data()
+// A run from the screen to each of its ends, and the screen afterwards. Both ranges are entered the wrong way round
+// (the entry check swaps them); the choose-folder dialog is the step "folder" (1: chosen, 0: cancelled).
+void ConveniMakeTest::runs_data()
 {
-    // -1: no orders in the range, 0: the count question answered No, 1: the folder choice cancelled, 2: done,
-    // 3: done but the marking failed on an order another connection holds
-    QTest::addColumn<int>("reached");
-    QTest::newRow("no orders") << -1;
-    QTest::newRow("refused") << 0;
-    QTest::newRow("cancelled") << 1;
-    QTest::newRow("completed") << 2;
-    QTest::newRow("marking rolled back") << 3;
+    using Steps = QList<QPair<QString, int>>;
+    QTest::addColumn<QStringList>("numbers"); // as entered, the larger first
+    QTest::addColumn<Steps>("steps");
+    QTest::addColumn<QString>("stop"); // what stops the run before its second order: F6, "title bar" or "reject"
+    QTest::addColumn<int>("written");  // the orders in the customer file; -1: no file
+    QTest::addColumn<QString>("marked");
+    const QString count = QStringLiteral("該当件数は、3件です。作成しますか？"), stop = test::catalogueText("処理中止");
+    const QString saved = test::catalogueText("ＣＳＶ出力"), aborted = QStringLiteral("中止しました。");
+    const int y = answer::Yes, n = answer::No, ok = answer::Ok;
+    const QStringList ones{"103", "1"};
+    const Steps stopped{{count, y}, {"folder", 1}, {stop, y}, {aborted, ok}};
+    QTest::newRow("no orders") << QStringList{"999", "900"} << Steps{{"該当件数は０件です", answer::Cancel}} << "" << -1
+                               << "0";
+    QTest::newRow("refused") << ones << Steps{{count, n}} << "" << -1 << "0";
+    QTest::newRow("folder cancelled") << ones << Steps{{count, y}, {"folder", 0}} << "" << -1 << "0";
+    QTest::newRow("completed") << ones << Steps{{count, y}, {"folder", 1}, {saved, ok}, {kMark, n}} << "" << 3 << "0";
+    // another connection holds order 103
+    QTest::newRow("marking rolled back")
+        << ones << Steps{{count, y}, {"folder", 1}, {saved, ok}, {kMark, y}, {test::catalogueText("記録エラー"), ok}}
+        << "" << 3 << "0";
+    QTest::newRow("F6") << ones << stopped << "F6" << 1 << "0";
+    QTest::newRow("title bar, stopped") << ones << stopped << "title bar" << 1 << "0";
+    QTest::newRow("title bar, not stopped")
+        << ones << Steps{{count, y}, {"folder", 1}, {stop, n}, {saved, ok}, {kMark, y}} << "title bar" << 3 << "3";
+    QTest::newRow("reject, stopped") << ones << stopped << "reject" << 1 << "0";
 }
 
-void ConveniMakeTest::controlsAfterRun()
+void ConveniMakeTest::runs()
 {
-    QFETCH(int, reached);
-    test::ScriptedDialogs dialogs;
+    using Steps = QList<QPair<QString, int>>;
+    QFETCH(QStringList, numbers);
+    QFETCH(Steps, steps);
+    QFETCH(QString, stop);
+    QFETCH(QString, marked);
+    QFETCH(int, written);
+    QVERIFY(fnPutIni(QStringLiteral("ConveniMake"), QStringLiteral("FilePath"), QStringLiteral("/old"), iniPath()));
+    test::ActingDialogs dialogs;
     Opened o;
-    // both ranges entered the wrong way round: the entry check swaps them
-    o.range(QStringLiteral("20240131"), QStringLiteral("20240101"), QStringLiteral("999"),
-            reached < 0 ? QStringLiteral("900") : QStringLiteral("1"));
+    o.range(QStringLiteral("20240131"), QStringLiteral("20240101"), numbers.at(0), numbers.at(1));
     const QStringList before = test::enabledState(&o.form);
-    if (reached < 0)
-        dialogs.expect(QStringLiteral("該当件数は０件です"), answer::Cancel);
-    else
-        dialogs.expect(QStringLiteral("該当件数は、4件です。作成しますか？"), reached > 0 ? answer::Yes : answer::No);
-    if (reached > 0)
-        dialogs.expectFolder(reached > 1 ? std::optional<QString>(out_->path()) : std::nullopt);
-    if (reached > 1) {
-        dialogs.expect(test::catalogueText(QStringLiteral("ＣＳＶ出力")), answer::Ok);
-        dialogs.expect(kMark, reached > 2 ? answer::Yes : answer::No);
+    bool chosen = false;
+    for (const auto& [text, answer] : steps) {
+        if (text != QLatin1String("folder"))
+            dialogs.expect(text, answer);
+        else if ((chosen = answer))
+            dialogs.expectFolder(out_->path());
+        else
+            dialogs.expectFolder(std::nullopt);
     }
-    if (reached > 2)
-        dialogs.expect(test::catalogueText(QStringLiteral("記録エラー")), answer::Ok);
+    dialogs.atYield = stop.isEmpty() ? -1 : 3; // after the count, before the first order, before the second
+    dialogs.action = [&] {
+        if (stop == QLatin1String("F6"))
+            QTest::keyClick(QApplication::focusWidget() ? QApplication::focusWidget() : &o.form, Qt::Key_F6);
+        else
+            stop == QLatin1String("reject") ? o.form.reject() : (void)o.form.close();
+    };
     {
         std::optional<test::RecordHolder> holder;
-        if (reached > 2)
-            QVERIFY(holder.emplace(Sql("select * from jyuden where denno=104")).ok());
+        if (QTest::currentDataTag() == QLatin1String("marking rolled back"))
+            QVERIFY(holder.emplace(Sql("select * from jyuden where denno=103")).ok());
         o.form.cmdFile->click();
     }
     QVERIFY(dialogs.done());
-    QCOMPARE(home_->scalar(QStringLiteral("select sum(cflag) from jyuden where denno <= 104")), QStringLiteral("0"));
+    QCOMPARE(home_->scalar(QStringLiteral("select sum(cflag) from jyuden where denno <= 104")), marked);
+    QFile customers(out_->filePath(QStringLiteral("顧客一括登録.txt")));
+    QCOMPARE(customers.open(QIODevice::ReadOnly) ? int(customers.readAll().count("\r\n")) : -1, written);
     QCOMPARE(o.form.dates->entry(0)->ymd(), 20240101LL);
     QCOMPARE(o.form.dates->entry(1)->ymd(), 20240131LL);
     QCOMPARE(o.form.dates->entry(0)->dtpDay()->date(), QDate(2024, 1, 1));
-    QCOMPARE(o.form.txtDenno[0]->text(), reached < 0 ? QStringLiteral("     900") : QStringLiteral("       1"));
-    QCOMPARE(o.form.txtDenno[1]->text(), QStringLiteral("     999"));
-    // the closing state after every run
+    QCOMPARE(o.form.txtDenno[0]->text(), numbers.at(1).rightJustified(8));
+    QCOMPARE(o.form.txtDenno[1]->text(), numbers.at(0).rightJustified(8));
+    // the closing state after every run; a close waits for the run's end
     QCOMPARE(test::enabledState(&o.form), before);
     QCOMPARE(QApplication::focusWidget(), o.form.txtMm(0));
     QCOMPARE(o.form.lblMsg->text(), QString());
     QVERIFY(!o.form.toolbar()->button(QStringLiteral("F6"))->isEnabled());
-}
-
-void ConveniMakeTest::stopDuringRun_data()
-{
-    QTest::addColumn<QString>("how"); // F6, the title-bar button (a close event) or reject()
-    QTest::addColumn<int>("stop");    // the answer to "処理中止"
-    QTest::newRow("F6") << "F6" << int(answer::Yes);
-    QTest::newRow("title bar, stopped") << "title bar" << int(answer::Yes);
-    QTest::newRow("title bar, not stopped") << "title bar" << int(answer::No);
-    QTest::newRow("reject, stopped") << "reject" << int(answer::Yes);
-}
-
-void ConveniMakeTest::stopDuringRun()
-{
-    QFETCH(QString, how);
-    QFETCH(int, stop);
-    QVERIFY(fnPutIni(QStringLiteral("ConveniMake"), QStringLiteral("FilePath"), QStringLiteral("/old"), iniPath()));
-    test::ActingDialogs dialogs;
-    Opened o;
-    o.range(QStringLiteral("20240101"), QStringLiteral("20240131"), QStringLiteral("1"), QStringLiteral("103"));
-    dialogs.atYield = 3; // after the count, before the first order, before the second
-    dialogs.action = [&] {
-        if (how == QLatin1String("F6"))
-            QTest::keyClick(QApplication::focusWidget() ? QApplication::focusWidget() : &o.form, Qt::Key_F6);
-        else
-            how == QLatin1String("reject") ? o.form.reject() : (void)o.form.close();
-    };
-    dialogs.expect(QStringLiteral("該当件数は、3件です。作成しますか？"), answer::Yes);
-    dialogs.expectFolder(out_->path());
-    dialogs.expect(test::catalogueText(QStringLiteral("処理中止")), stop);
-    if (stop == answer::Yes) {
-        dialogs.expect(QStringLiteral("中止しました。"), answer::Ok);
-    } else {
-        dialogs.expect(test::catalogueText(QStringLiteral("ＣＳＶ出力")), answer::Ok);
-        dialogs.expect(kMark, answer::Yes);
-    }
-    o.form.cmdFile->click();
-    QVERIFY(dialogs.done());
-    QCOMPARE(dialogs.shown.at(1), QStringLiteral("folder|/old"));
-    // the run kept its screen and connection to its end
     QVERIFY(o.form.isVisible());
-    QCOMPARE(home_->scalar(QStringLiteral("select sum(cflag) from jyuden where denno <= 104")),
-             stop == answer::Yes ? QStringLiteral("0") : QStringLiteral("3"));
-    QFile customers(out_->filePath(QStringLiteral("顧客一括登録.txt")));
-    QVERIFY(customers.open(QIODevice::ReadOnly));
-    QCOMPARE(customers.readAll().count("\r\n"), stop == answer::Yes ? 1 : 3);
     QCoreApplication::processEvents();
-    QCOMPARE(o.form.isVisible(), how == QLatin1String("F6") || stop != answer::Yes);
+    QCOMPARE(o.form.isVisible(), stop.isEmpty() || stop == QLatin1String("F6") || marked != QLatin1String("0"));
     // the folder chosen is remembered when the screen closes
+    if (chosen)
+        QCOMPARE(dialogs.shown.at(1), QStringLiteral("folder|/old"));
     o.form.close();
     QString folder;
     fnGetIni(QStringLiteral("ConveniMake"), QStringLiteral("FilePath"), QString(), folder, 1024, iniPath());
-    QCOMPARE(folder, out_->path());
+    QCOMPARE(folder, chosen ? out_->path() : QStringLiteral("/old"));
 }
 
 QTEST_MAIN(ConveniMakeTest)
