@@ -1,7 +1,5 @@
-// The runner's export-shipping and import-tracking on a demo home, and the round trip through the carrier: every
-// exported order gets the tracking number added to its line.
-#include "app/cp932.h"
-
+// The runner's export-shipping and import-tracking on a demo home: what it refuses and its exit codes, and the round
+// trip through the carrier, every exported order given a tracking number.
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -24,11 +22,9 @@ class TstShippingBatch : public QObject {
     Q_OBJECT
 private slots:
     void initTestCase();
-    void usage_data();
-    void usage();
-    void answeredNoWritesNothing();
+    void refused_data();
+    void refused();
     void roundTrip();
-    void importOfMissingFile();
 
 private:
     Run batch(const QStringList& args);
@@ -55,32 +51,35 @@ void TstShippingBatch::initTestCase()
     QVERIFY2(r.code == 0, qPrintable(r.err));
 }
 
-void TstShippingBatch::usage_data()
+void TstShippingBatch::refused_data()
 {
-    QTest::addColumn<QStringList>("args");
-    QTest::newRow("no kind") << QStringList{"export-shipping", "--file", "x.csv"};
-    QTest::newRow("kind not printed by I-CAT") << QStringList{"export-shipping", "--file", "x.csv", "--kind", "5"};
-    QTest::newRow("bad date") << QStringList{"export-shipping", "--file",    "x.csv", "--kind", "9",
-                                             "--from-date",     "2025-01-01"};
-    QTest::newRow("order number too long")
-        << QStringList{"export-shipping", "--file", "x.csv", "--kind", "9", "--to-no", "123456789"};
-    QTest::newRow("no error log") << QStringList{"import-tracking", "x.csv"};
+    QTest::addColumn<QStringList>("args"); // "@" stands for the home folder
+    QTest::addColumn<int>("code");
+    QTest::addColumn<QString>("message"); // how stderr starts
+    const QStringList kind9{"export-shipping", "--file", "@out/x.csv", "--kind", "9"};
+    QTest::newRow("no kind") << QStringList{"export-shipping", "--file", "@out/x.csv"} << 2 << QString();
+    QTest::newRow("kind not printed by I-CAT")
+        << QStringList{"export-shipping", "--file", "@out/x.csv", "--kind", "5"} << 2 << QString();
+    QTest::newRow("bad date") << kind9 + QStringList{"--from-date", "2025-01-01"} << 2 << QString();
+    QTest::newRow("order number too long") << kind9 + QStringList{"--to-no", "123456789"} << 2 << QString();
+    QTest::newRow("no error log") << QStringList{"import-tracking", "@out/x.csv"} << 2 << QString();
+    QTest::newRow("the count answered No without --yes")
+        << kind9 + QStringList{"--from-date", "20000101", "--to-date", "20991231"} << 1 << "該当件数は";
+    QTest::newRow("no result file") << QStringList{"import-tracking", "@none.csv", "--errlog", "@out/e.txt"} << 1
+                                    << "ファイルオープンに失敗しました！";
 }
 
-void TstShippingBatch::usage()
+void TstShippingBatch::refused()
 {
     QFETCH(QStringList, args);
-    QCOMPARE(batch(args).code, 2);
-}
-
-void TstShippingBatch::answeredNoWritesNothing()
-{
-    const QString out = file(QStringLiteral("out/no.csv"));
-    const Run r =
-        batch({"export-shipping", "--file", out, "--kind", "9", "--from-date", "20000101", "--to-date", "20991231"});
-    QCOMPARE(r.code, 1);
-    QVERIFY2(r.err.startsWith(QStringLiteral("該当件数は")), qPrintable(r.err));
-    QVERIFY(!QFile::exists(out));
+    QFETCH(int, code);
+    QFETCH(QString, message);
+    for (QString& a : args)
+        a.replace(u'@', home_.path() + QLatin1Char('/'));
+    const Run r = batch(args);
+    QCOMPARE(r.code, code);
+    QVERIFY2(r.err.startsWith(message), qPrintable(r.err));
+    QVERIFY(!QFile::exists(file(QStringLiteral("out/x.csv"))));
 }
 
 // What only the runner does: the questions answered by --yes and shown on stderr, the counts as --json, --reoutput
@@ -124,13 +123,6 @@ void TstShippingBatch::roundTrip()
     QVERIFY(ap.json().value("written").toInteger() > count); // every label-printed order of the kind
     QVERIFY(f.open(QIODevice::ReadOnly));
     QCOMPARE(f.readAll().count('\n'), count + ap.json().value("written").toInteger());
-}
-
-void TstShippingBatch::importOfMissingFile()
-{
-    const Run r = batch({"import-tracking", file(QStringLiteral("none.csv")), "--errlog", file("out/e.txt")});
-    QCOMPARE(r.code, 1);
-    QCOMPARE(r.err.trimmed(), QStringLiteral("ファイルオープンに失敗しました！"));
 }
 
 QTEST_GUILESS_MAIN(TstShippingBatch)
