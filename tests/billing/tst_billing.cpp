@@ -40,12 +40,10 @@ private slots:
     void fieldRules();
     void golden_data();
     void golden();
-    void nothingWritten_data();
-    void nothingWritten();
+    void endsEarly_data();
+    void endsEarly();
     void reoutputAsksNoMarking();
     void markingRolledBackAfterElevenAttempts();
-    void readErrorStopsTheRun_data();
-    void readErrorStopsTheRun();
 
 private:
     BillingRequest request(int agency) const
@@ -148,42 +146,59 @@ void BillingTest::golden()
              mark ? QStringLiteral("4件、印刷済みに更新") : QStringLiteral("<none>"));
 }
 
-void BillingTest::nothingWritten_data()
+void BillingTest::endsEarly_data()
 {
-    QTest::addColumn<qint64>("from");
-    QTest::addColumn<int>("countAnswer");
-    QTest::addColumn<bool>("folderAsked");
+    using test::Steps;
+    QTest::addColumn<qint64>("from");    // the first day of the month the run selects
+    QTest::addColumn<QString>("change"); // what makes one of the run's reads fail
+    QTest::addColumn<Steps>("steps");
     QTest::addColumn<int>("outcome");
-    QTest::newRow("no orders") << qint64(20230101) << 0 << false << int(BillingResult::Outcome::NoOrders);
-    QTest::newRow("count question No") << qint64(20240101) << int(answer::No) << false
+    const QString unreadable = QStringLiteral("データ参照エラーです。\r\n\r\n");
+    const int y = answer::Yes, ok = answer::Ok, read = int(BillingResult::Outcome::ReadFailed);
+    QTest::newRow("no orders") << qint64(20230101) << QString() << Steps{{"該当件数は０件です", answer::Continue}}
+                               << int(BillingResult::Outcome::NoOrders);
+    QTest::newRow("count question No") << qint64(20240101) << QString() << Steps{{kCount4, answer::No}}
                                        << int(BillingResult::Outcome::Declined);
-    QTest::newRow("folder cancelled") << qint64(20240101) << int(answer::Yes) << true
+    QTest::newRow("folder cancelled") << qint64(20240101) << QString() << Steps{{kCount4, y}, {"folder", 0}}
                                       << int(BillingResult::Outcome::NoFolder);
+    // a read that fails is reported in the engine's words, never as "no orders" or as an order without its lines
+    QTest::newRow("selection unreadable")
+        << qint64(20240101) << "ALTER TABLE member RENAME COLUMN code TO code2" << Steps{{unreadable, ok}} << read;
+    QTest::newRow("order lines unreadable") << qint64(20240101) << "ALTER TABLE jyumei RENAME COLUMN line TO line2"
+                                            << Steps{{kCount4, y}, {"folder", 1}, {unreadable, ok}} << read;
+    QTest::newRow("goods name unreadable") << qint64(20240101) << "ALTER TABLE goods RENAME COLUMN name TO name2"
+                                           << Steps{{kCount4, y}, {"folder", 1}, {unreadable, ok}} << read;
 }
 
-void BillingTest::nothingWritten()
+// Runs that end early: no completion message or marking question, nothing marked, no file before the folder is
+// chosen.
+void BillingTest::endsEarly()
 {
     QFETCH(qint64, from);
-    QFETCH(int, countAnswer);
-    QFETCH(bool, folderAsked);
+    QFETCH(QString, change);
+    QFETCH(test::Steps, steps);
     QFETCH(int, outcome);
-    test::ScriptedDialogs dialogs;
+    if (!change.isEmpty()) {
+        if (home_->backend() == test::Backend::Jet)
+            QSKIP(
+                "a Jet file's tables cannot be altered through SQLite; its damaged rows are tested with the database");
+        QVERIFY(home_->exec({change}));
+    }
     BillingRequest r = request(0);
     r.fromDate = from;
-    if (from == 20230101) {
-        r.toDate = 20231231;
-        dialogs.expect(QStringLiteral("該当件数は０件です"), answer::Continue);
-    } else {
-        dialogs.expect(kCount4, countAnswer);
-    }
-    if (folderAsked)
-        dialogs.expectFolder(std::nullopt);
+    r.toDate = from + 30;
+    test::ScriptedDialogs dialogs;
+    test::expectSteps(dialogs, steps, out_->path());
     test::RecordingInteraction ui;
     QCOMPARE(int(BillingJob(*db_).run(r, ui).outcome), outcome);
     QVERIFY(dialogs.done());
-    if (from == 20230101)
+    if (outcome == int(BillingResult::Outcome::NoOrders))
         QCOMPARE(dialogs.shown.first(), QStringLiteral("確認|70|該当件数は０件です")); // Cancel/Try again/Continue
-    QVERIFY(QDir(out_->path()).isEmpty());
+    if (!change.isEmpty())
+        QCOMPARE(dialogs.shown.last().section(QLatin1Char('|'), 2), steps.last().first + db_->ErrMsg());
+    if (!steps.contains({QStringLiteral("folder"), 1}))
+        QVERIFY(QDir(out_->path()).isEmpty());
+    QCOMPARE(cflags(), QStringLiteral("0"));
     QCOMPARE(ui.locks, (QList<bool>{true, false}));
 }
 
@@ -221,41 +236,6 @@ void BillingTest::markingRolledBackAfterElevenAttempts()
     QCOMPARE(cflags(), QStringLiteral("0")); // 101 and 102 rolled back with the rest
     QCOMPARE(home_->scalar(QStringLiteral("select count(*) from operatlog where kubun = 2")), QStringLiteral("0"));
     QVERIFY(QFile::exists(out_->filePath(QStringLiteral("請求一括登録.txt")))); // the files stay
-}
-
-void BillingTest::readErrorStopsTheRun_data()
-{
-    QTest::addColumn<QString>("change"); // what makes one of the run's reads fail
-    QTest::addColumn<bool>("selected");
-    QTest::newRow("selection") << "ALTER TABLE member RENAME COLUMN code TO code2" << false;
-    QTest::newRow("order lines") << "ALTER TABLE jyumei RENAME COLUMN line TO line2" << true;
-    QTest::newRow("goods name") << "ALTER TABLE goods RENAME COLUMN name TO name2" << true;
-}
-
-// A read that fails is reported in the engine's words, never as "no orders" or as an order without its lines; the
-// run then ends without the completion message or the marking question.
-void BillingTest::readErrorStopsTheRun()
-{
-    QFETCH(QString, change);
-    QFETCH(bool, selected);
-    if (home_->backend() == test::Backend::Jet)
-        QSKIP("a Jet file's tables cannot be altered through SQLite; its damaged rows are tested with the database");
-    QVERIFY(home_->exec({change}));
-    test::ScriptedDialogs dialogs;
-    if (selected) {
-        dialogs.expect(kCount4, answer::Yes);
-        dialogs.expectFolder(out_->path());
-    }
-    dialogs.expectStart(QStringLiteral("データ参照エラーです。\r\n\r\n"), answer::Ok);
-    test::RecordingInteraction ui;
-    const BillingResult r = BillingJob(*db_).run(request(0), ui);
-    QVERIFY(dialogs.done());
-    QCOMPARE(r.outcome, BillingResult::Outcome::ReadFailed);
-    QVERIFY(!db_->ErrMsg().isEmpty());
-    QCOMPARE(dialogs.shown.last().section(QLatin1Char('|'), 2),
-             QStringLiteral("データ参照エラーです。\r\n\r\n") + db_->ErrMsg());
-    QCOMPARE(cflags(), QStringLiteral("0"));
-    QCOMPARE(ui.locks, (QList<bool>{true, false}));
 }
 
 QTEST_MAIN(BillingTest)

@@ -161,7 +161,7 @@ void ConveniMakeTest::entryCheckEmptyBox()
 // (the entry check swaps them); the choose-folder dialog is the step "folder" (1: chosen, 0: cancelled).
 void ConveniMakeTest::runs_data()
 {
-    using Steps = QList<QPair<QString, int>>;
+    using test::Steps;
     QTest::addColumn<QStringList>("numbers"); // as entered, the larger first
     QTest::addColumn<Steps>("steps");
     QTest::addColumn<QString>("stop"); // what stops the run before its second order: F6, "title bar" or "reject"
@@ -186,7 +186,7 @@ void ConveniMakeTest::runs_data()
 
 void ConveniMakeTest::runs()
 {
-    using Steps = QList<QPair<QString, int>>;
+    using test::Steps;
     QFETCH(QStringList, numbers);
     QFETCH(Steps, steps);
     QFETCH(QString, stop);
@@ -197,15 +197,8 @@ void ConveniMakeTest::runs()
     Opened o;
     o.range(QStringLiteral("20240131"), QStringLiteral("20240101"), numbers.at(0), numbers.at(1));
     const QStringList before = test::enabledState(&o.form);
-    bool chosen = false;
-    for (const auto& [text, answer] : steps) {
-        if (text != QLatin1String("folder"))
-            dialogs.expect(text, answer);
-        else if ((chosen = answer))
-            dialogs.expectFolder(out_->path());
-        else
-            dialogs.expectFolder(std::nullopt);
-    }
+    test::expectSteps(dialogs, steps, out_->path());
+    const bool chosen = steps.contains({QStringLiteral("folder"), 1});
     dialogs.atYield = stop.isEmpty() ? -1 : 3; // after the count, before the first order, before the second
     dialogs.action = [&] {
         if (stop == QLatin1String("F6"))
