@@ -52,22 +52,6 @@ inline QStringList billingRows()
     return rows;
 }
 
-// A run's dialogs in order: the text shown and the answer given. The step "folder" is the folder choice (answer 1:
-// chosen, 0: cancelled); a text ending in a blank line is followed by the engine's own words.
-using Steps = QList<QPair<QString, int>>;
-
-inline void expectSteps(ScriptedDialogs& dialogs, const Steps& steps, const QString& folder)
-{
-    for (const auto& [text, answer] : steps) {
-        if (text == QLatin1String("folder"))
-            dialogs.expectFolder(answer ? std::optional<QString>(folder) : std::nullopt);
-        else if (text.endsWith(QLatin1String("\r\n\r\n")))
-            dialogs.expectStart(text, answer);
-        else
-            dialogs.expect(text, answer);
-    }
-}
-
 // Another connection holding one record open for editing for as long as it lives, as another program of the suite
 // would.
 class RecordHolder {

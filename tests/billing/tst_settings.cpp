@@ -162,8 +162,7 @@ void SettingsTest::load()
 
 void SettingsTest::save_data()
 {
-    // Each step: the text shown and the answer given.
-    using Steps = QList<QPair<QString, int>>;
+    using test::Steps;
     QTest::addColumn<bool>("checked");
     QTest::addColumn<QString>("code");
     QTest::addColumn<int>("index");
@@ -196,11 +195,10 @@ void SettingsTest::save_data()
 
 void SettingsTest::save()
 {
-    using Steps = QList<QPair<QString, int>>;
     QFETCH(bool, checked);
     QFETCH(int, index);
     QFETCH(QString, code);
-    QFETCH(Steps, steps);
+    QFETCH(test::Steps, steps);
     QFETCH(QString, stored);
     QFETCH(QString, focus);
     test::ScriptedDialogs dialogs;
@@ -209,8 +207,7 @@ void SettingsTest::save()
     o.form.cboCFcode->setCurrentIndex(index);
     o.form.txtCkcode->setText(code);
     o.form.chkCvs->setFocus();
-    for (const auto& [text, answer] : steps)
-        dialogs.expect(text, answer);
+    test::expectSteps(dialogs, steps, QString());
     const QStringList controls = test::enabledState(&o.form);
     o.press(Qt::Key_F5);
     QVERIFY(dialogs.done());

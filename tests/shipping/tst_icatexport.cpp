@@ -288,7 +288,7 @@ void IcatExportTest::goldenFile()
 
 void IcatExportTest::nothingWritten_data()
 {
-    using Steps = QList<QPair<QString, int>>;
+    using test::Steps;
     QTest::addColumn<QString>("file");
     QTest::addColumn<QString>("denno"); // both ends of the number range, else the default range
     QTest::addColumn<Steps>("steps");   // the text shown and the answer given
@@ -306,10 +306,9 @@ void IcatExportTest::nothingWritten_data()
 
 void IcatExportTest::nothingWritten()
 {
-    using Steps = QList<QPair<QString, int>>;
     QFETCH(QString, file);
     QFETCH(QString, denno);
-    QFETCH(Steps, steps);
+    QFETCH(test::Steps, steps);
     QFETCH(int, style);
     QFETCH(int, outcome);
     const QString path = home_->file(file);
@@ -317,8 +316,7 @@ void IcatExportTest::nothingWritten()
     if (!denno.isEmpty())
         in.denno[0] = in.denno[1] = denno;
     test::ScriptedDialogs dialogs;
-    for (const auto& [text, answer] : steps)
-        dialogs.expect(text, answer);
+    test::expectSteps(dialogs, steps, QString());
     const auto r = run(in);
     QVERIFY(dialogs.done());
     QCOMPARE(dialogs.shown.value(0).section(QLatin1Char('|'), 0, 1), QStringLiteral("確認|%1").arg(style));

@@ -1,13 +1,17 @@
 #pragma once
 // What the job and screen suites do around each test: a program folder with the suite's rows and the program's
-// connection open (and a job's, where the suite runs jobs), closed in reverse; a message's catalogue text.
+// connection open (and a job's, where the suite runs jobs), closed in reverse; a run's dialogs as a list of steps;
+// a message's catalogue text.
 #include "app/db/dbclass.h"
 #include "app/db/dbglobals.h"
 #include "tests/support/testhome.h"
 #include "ui/msgcatalog.h"
 
+#include <QList>
+#include <QPair>
 #include <QTest>
 #include <memory>
+#include <optional>
 
 namespace pel::test {
 
@@ -33,6 +37,22 @@ inline void closeHome(std::unique_ptr<TestHome>& home, std::unique_ptr<clsDbClas
         db->reset();
     fnCloseDB(1);
     home.reset();
+}
+
+// A run's dialogs in order: the text shown and the answer given. The step "folder" is the folder choice (answer 1:
+// chosen, 0: cancelled); a text ending in a blank line is followed by the engine's own words.
+using Steps = QList<QPair<QString, int>>;
+
+inline void expectSteps(ScriptedDialogs& dialogs, const Steps& steps, const QString& folder)
+{
+    for (const auto& [text, answer] : steps) {
+        if (text == QLatin1String("folder"))
+            dialogs.expectFolder(answer ? std::optional<QString>(folder) : std::nullopt);
+        else if (text.endsWith(QLatin1String("\r\n\r\n")))
+            dialogs.expectStart(text, answer);
+        else
+            dialogs.expect(text, answer);
+    }
 }
 
 inline QString catalogueText(const QString& key)
