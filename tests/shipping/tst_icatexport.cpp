@@ -67,8 +67,6 @@ private slots:
     void goldenFile();
     void selection_data();
     void selection();
-    void requiredFields_data();
-    void requiredFields();
     void nothingWritten_data();
     void nothingWritten();
     void cancelAskedBeforeEveryRecord();
@@ -207,32 +205,6 @@ void IcatExportTest::selection()
         QVERIFY2(lines.join(u'\n').contains(text), qPrintable(text));
 }
 
-void IcatExportTest::requiredFields_data()
-{
-    QTest::addColumn<int>("field");
-    for (int i = 0; i < 9; ++i)
-        QTest::newRow(qPrintable(QString::number(i))) << i;
-}
-
-void IcatExportTest::requiredFields()
-{
-    QFETCH(int, field);
-    IcatExportJob::Input in = input(home_->file(QStringLiteral("icat.csv")));
-    QString* fields[] = {&in.yy[0], &in.mm[0],    &in.dd[0],    &in.yy[1], &in.mm[1],
-                         &in.dd[1], &in.denno[0], &in.denno[1], &in.file};
-    *fields[field] = QStringLiteral("  ");
-    if (field < 8)
-        *fields[field + 1] = QString(); // a later empty field is not the one named
-    test::ScriptedDialogs dialogs;
-    dialogs.expect(catalogueText("未記入"), answer::Ok);
-    test::RecordingInteraction ui;
-    const auto r = run(in, &ui);
-    QVERIFY(dialogs.done());
-    QCOMPARE(int(r.outcome), int(IcatExportJob::Outcome::Missing));
-    QCOMPARE(r.missing, field);
-    QVERIFY(ui.locks.isEmpty());
-}
-
 void IcatExportTest::goldenFile_data()
 {
     QTest::addColumn<int>("answer"); // to the question about a file already there; -1: no file there
@@ -291,23 +263,29 @@ void IcatExportTest::nothingWritten_data()
     using test::Steps;
     QTest::addColumn<QString>("file");
     QTest::addColumn<QString>("denno"); // both ends of the number range, else the default range
-    QTest::addColumn<Steps>("steps");   // the text shown and the answer given
-    QTest::addColumn<int>("style");     // of the first dialog
+    QTest::addColumn<int>("blank");     // the entry left blank (0..8: both dates, both numbers, the file), else -1
+    QTest::addColumn<Steps>("steps");
+    QTest::addColumn<int>("style"); // of the first dialog
     QTest::addColumn<int>("outcome");
     QTest::newRow("no orders") << "icat.csv"
-                               << "109" << Steps{{"該当件数は０件です", answer::Ok}} << 70
+                               << "109" << -1 << Steps{{"該当件数は０件です", answer::Ok}} << 70
                                << int(IcatExportJob::Outcome::NoOrders);
-    QTest::newRow("count refused") << "icat.csv" << QString() << Steps{{kCount5, answer::No}} << 68
+    QTest::newRow("count refused") << "icat.csv" << QString() << -1 << Steps{{kCount5, answer::No}} << 68
                                    << int(IcatExportJob::Outcome::Refused);
-    QTest::newRow("missing folder") << "no such folder/icat.csv" << QString()
+    QTest::newRow("missing folder") << "no such folder/icat.csv" << QString() << -1
                                     << Steps{{kCount5, answer::Yes}, {catalogueText("ファイルエラー"), answer::Ok}}
                                     << 68 << int(IcatExportJob::Outcome::FileError);
+    for (int i = 0; i < 9; ++i)
+        QTest::addRow("entry %d blank", i)
+            << "icat.csv" << QString() << i << Steps{{catalogueText("未記入"), answer::Ok}} << 48
+            << int(IcatExportJob::Outcome::Missing);
 }
 
 void IcatExportTest::nothingWritten()
 {
     QFETCH(QString, file);
     QFETCH(QString, denno);
+    QFETCH(int, blank);
     QFETCH(test::Steps, steps);
     QFETCH(int, style);
     QFETCH(int, outcome);
@@ -315,12 +293,23 @@ void IcatExportTest::nothingWritten()
     IcatExportJob::Input in = input(path);
     if (!denno.isEmpty())
         in.denno[0] = in.denno[1] = denno;
+    QString* entries[] = {&in.yy[0], &in.mm[0],    &in.dd[0],    &in.yy[1], &in.mm[1],
+                          &in.dd[1], &in.denno[0], &in.denno[1], &in.file};
+    if (blank >= 0)
+        *entries[blank] = QStringLiteral("  ");
+    if (blank >= 0 && blank < 8)
+        *entries[blank + 1] = QString(); // a later empty entry is not the one named
     test::ScriptedDialogs dialogs;
     test::expectSteps(dialogs, steps, QString());
-    const auto r = run(in);
+    test::RecordingInteraction ui;
+    const auto r = run(in, &ui);
     QVERIFY(dialogs.done());
-    QCOMPARE(dialogs.shown.value(0).section(QLatin1Char('|'), 0, 1), QStringLiteral("確認|%1").arg(style));
+    QCOMPARE(dialogs.styles.value(0), style);
+    if (blank < 0) // the count's own dialog
+        QCOMPARE(dialogs.shown.value(0).section(QLatin1Char('|'), 0, 0), QStringLiteral("確認"));
     QCOMPARE(int(r.outcome), outcome);
+    QCOMPARE(r.missing, blank);
+    QCOMPARE(ui.locks.isEmpty(), blank >= 0); // the entries are checked before anything is locked
     QCOMPARE(r.written, 0);
     QVERIFY(!QFile::exists(path));
     QCOMPARE(flagged(), QStringLiteral("106"));
