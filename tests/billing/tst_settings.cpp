@@ -23,6 +23,7 @@ const QString kConfirm3 =
 const QString kSaveUsed = QStringLiteral("コンビニ収納代行設定 を記録します");
 const QString kSaveUnused = QStringLiteral("コンビニ収納代行設定 を記録します　（コンビニを使用しない）");
 const QString kSaved = QStringLiteral("記録しました。");
+const QString kReadError = QStringLiteral("データ参照エラーです。\r\n\r\n");
 const QString kNoPrinter = QStringLiteral("プリンターがインストールされていません。確認してください。");
 
 struct Opened {
@@ -59,7 +60,6 @@ private slots:
     void cleanup() { test::closeHome(home_); }
     void openingEnds_data();
     void openingEnds();
-    void noPrinter();
     void load_data();
     void load();
     void save_data();
@@ -80,49 +80,45 @@ private:
 void SettingsTest::openingEnds_data()
 {
     QTest::addColumn<QString>("statement");
+    QTest::addColumn<bool>("printer"); // one is installed
     QTest::addColumn<bool>("ended");
-    QTest::addColumn<QString>("message"); // how the one message starts; "" when it ends silently
-    const QString readError = QStringLiteral("データ参照エラーです。\r\n\r\n");
-    QTest::newRow("all there") << QString() << false << QString();
-    QTest::newRow("no sysfile row") << "DELETE FROM sysfile" << true << QString();
-    QTest::newRow("no 908997 layout") << "DELETE FROM cvsini WHERE code = '908997'" << true << QString();
+    QTest::addColumn<QString>("message"); // how the one message starts; "" when there is none
+    QTest::addColumn<int>("style");
+    QTest::newRow("all there") << QString() << true << false << QString() << 0;
+    QTest::newRow("no sysfile row") << "DELETE FROM sysfile" << true << true << QString() << 0;
+    QTest::newRow("no 908997 layout") << "DELETE FROM cvsini WHERE code = '908997'" << true << true << QString() << 0;
     QTest::newRow("929023 layout of kind 1 only")
-        << "UPDATE cvsini SET kubun = 1 WHERE code = '929023'" << true << QString();
-    QTest::newRow("sysfile unreadable") << "ALTER TABLE sysfile RENAME COLUMN id TO id9" << true << readError;
-    QTest::newRow("layouts unreadable") << "ALTER TABLE cvsini RENAME COLUMN kubun TO kubun9" << true << readError;
+        << "UPDATE cvsini SET kubun = 1 WHERE code = '929023'" << true << true << QString() << 0;
+    QTest::newRow("sysfile unreadable") << "ALTER TABLE sysfile RENAME COLUMN id TO id9" << true << true << kReadError
+                                        << int(mb::Critical);
+    QTest::newRow("layouts unreadable") << "ALTER TABLE cvsini RENAME COLUMN kubun TO kubun9" << true << true
+                                        << kReadError << int(mb::Critical);
+    // the screen goes on
+    QTest::newRow("no printer") << QString() << false << false << kNoPrinter << int(mb::Exclamation);
 }
 
 void SettingsTest::openingEnds()
 {
     QFETCH(QString, statement);
+    QFETCH(bool, printer);
     QFETCH(bool, ended);
     QFETCH(QString, message);
+    QFETCH(int, style);
     if (home_->backend() == test::Backend::Jet && statement.startsWith(QLatin1String("ALTER")))
         QSKIP("a Jet file's tables cannot be altered through SQLite");
     if (!statement.isEmpty())
         QVERIFY(home_->exec({statement}));
+    if (!printer)
+        frmSetCvs2::printerNames = [] { return QStringList(); };
     test::ScriptedDialogs dialogs;
     if (!message.isEmpty())
         dialogs.expectStart(message, answer::Ok);
     Opened o;
     QVERIFY(dialogs.done());
     QCOMPARE(o.form.ended(), ended);
-    if (!message.isEmpty()) {
-        QCOMPARE(dialogs.styles, QList<int>{mb::Critical});
-        QVERIFY(dialogs.shown.last().section(QLatin1Char('|'), 2).size() > message.size()); // the engine's text
-    }
-}
-
-void SettingsTest::noPrinter()
-{
-    frmSetCvs2::printerNames = [] { return QStringList(); };
-    test::ScriptedDialogs dialogs;
-    dialogs.expect(kNoPrinter, answer::Ok);
-    Opened o;
-    QVERIFY(dialogs.done());
-    QCOMPARE(dialogs.styles, QList<int>{mb::Exclamation});
-    QVERIFY(!o.form.ended()); // the screen goes on
-    QCOMPARE(o.form.txtCkcode->text(), QStringLiteral("1234"));
+    QCOMPARE(dialogs.styles, message.isEmpty() ? QList<int>() : QList<int>{style});
+    if (message == kReadError) // followed by the engine's text
+        QVERIFY(dialogs.shown.last().section(QLatin1Char('|'), 2).size() > message.size());
 }
 
 void SettingsTest::load_data()
