@@ -1,5 +1,5 @@
-// The billing job against the fixed database: the field rules, the three files byte for byte, the questions, the
-// abort, the marking and its rollback, a failed read.
+// The billing job against the fixed database: the field rules, the three files byte for byte with the marking, runs
+// that end early (a failed read among them), the re-output, and the marking rolled back.
 #include "conveni/billingjob.h"
 #include "tests/billing/billingtest.h"
 

@@ -1,6 +1,6 @@
-// frmICatMake and frmICatRead on the small shop: start, presets, an export and an import through the screens with
-// scripted dialogs, the required-field check, the remembered paths, the choosers' folders, and the screens after a
-// run and while one is closed.
+// frmICatMake and frmICatRead on the small shop: start, presets, the required-field check, the remembered paths, the
+// choosers' folders, and an export and an import through the screens to each end of a run (refused, F6, done, the
+// screen closed) with the screen afterwards.
 #include "app/home.h"
 #include "app/inifile.h"
 #include "app/startup.h"
@@ -26,7 +26,8 @@ using test::catalogueText;
 
 namespace {
 
-bool showActive(Form& form)
+// The screen loaded and shown as the active window, as the menu starts it.
+bool loadActive(Form& form)
 {
     form.load();
     form.show();
@@ -49,7 +50,8 @@ bool closes(const QString& how)
     return how == QLatin1String("title bar") || how == QLatin1String("reject");
 }
 
-QString iniPathOf(const char* key)
+// A path the screens keep in mirabo.ini.
+QString remembered(const char* key)
 {
     QString saved;
     fnGetIni(QStringLiteral("I-CAT"), QString::fromLatin1(key), QString(), saved, 1024, iniPath());
@@ -127,7 +129,7 @@ void ShippingFormsTest::makeScreenStarts()
     QVERIFY(f.toolbar()->button(QStringLiteral("F6"))->isEnabled());
     f.txtFile->setText(file("other.csv"));
     f.unload();
-    QCOMPARE(iniPathOf("MakeFile"), file("other.csv"));
+    QCOMPARE(remembered("MakeFile"), file("other.csv"));
 }
 
 // A label kind list that cannot be read is said in the engine's words, not shown as an empty list alone.
@@ -189,7 +191,7 @@ void ShippingFormsTest::requiredFieldGetsTheFocus()
 {
     test::ScriptedDialogs dialogs;
     frmICatMake f;
-    QVERIFY(showActive(f));
+    QVERIFY(loadActive(f));
     f.txtDenno[1]->clear();
     f.txtFile->clear();
     dialogs.expect(catalogueText("未記入"), answer::Ok);
@@ -203,7 +205,7 @@ void ShippingFormsTest::readScreenStarts()
     const QString in = writeResult({"101"});
     test::ScriptedDialogs dialogs;
     frmICatRead f;
-    QVERIFY(showActive(f));
+    QVERIFY(loadActive(f));
     QCOMPARE(f.windowTitle(), QStringLiteral("Ｉ-ＣＡＴデータ読込"));
     QCOMPARE(f.txtFile[0]->text(), in);
     QCOMPARE(f.txtFile[1]->text(), file("err.txt"));
@@ -213,7 +215,7 @@ void ShippingFormsTest::readScreenStarts()
     QTest::keyClick(f.txtFile[1], Qt::Key_F4);
     QCOMPARE(f.txtFile[1]->text(), file("chosen.txt"));
     f.unload();
-    QCOMPARE(iniPathOf("ErrFile"), file("chosen.txt"));
+    QCOMPARE(remembered("ErrFile"), file("chosen.txt"));
 }
 
 void ShippingFormsTest::chooserStartFolder_data()
@@ -248,7 +250,7 @@ void ShippingFormsTest::chooserStartFolder()
     frmICatMake make;
     frmICatRead read;
     Form& form = screen == 1 ? static_cast<Form&>(make) : read;
-    QVERIFY(showActive(form));
+    QVERIFY(loadActive(form));
     for (QLineEdit* box :
          screen == 1 ? QList<QLineEdit*>{make.txtFile} : QList<QLineEdit*>{read.txtFile[0], read.txtFile[1]}) {
         box->setText(path);
@@ -282,7 +284,7 @@ void ShippingFormsTest::exportThroughTheScreen()
         gstrArgs = QStringList{"1", "9", "20250301", "20250310", "1", "99999999", "0"};
     test::ActingDialogs dialogs;
     frmICatMake f;
-    QVERIFY(showActive(f));
+    QVERIFY(loadActive(f));
     f.dates->entry(0)->setYmd(20250310); // later than the end: swapped by the run
     f.dates->entry(1)->setYmd(20250301);
     QCOMPARE(f.cboHaisou->isEnabled(), !preset);
@@ -337,7 +339,7 @@ void ShippingFormsTest::importThroughTheScreen()
     writeResult({"101", "102", "103"});
     test::ActingDialogs dialogs;
     frmICatRead f;
-    QVERIFY(showActive(f));
+    QVERIFY(loadActive(f));
     if (end == QLatin1String("refused"))
         f.txtFile[0]->setText(file("none.csv"));
     const QStringList before = test::enabledState(&f);
