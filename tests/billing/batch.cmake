@@ -1,44 +1,37 @@
-# pel008-batch settings and export-billing on a demo home: save through the checks, export, mark, export again.
+# pel008-batch settings and export-billing on a demo home: what only the runner does (exit codes, --yes and its
+# absence, --json, the options passed on); the files and the checks themselves are the job tests' part.
 file(REMOVE_RECURSE ${WORK})
 file(MAKE_DIRECTORY ${WORK}/out)
+# Runs the runner; fails unless it exits with `expected` and its stdout and stderr together match every pattern.
 function(batch expected)
-  execute_process(COMMAND ${BATCH} --home ${WORK}/home ${ARGN} RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "MATCHES")
+  execute_process(COMMAND ${BATCH} --home ${WORK}/home ${arg_UNPARSED_ARGUMENTS} RESULT_VARIABLE rc
+                  OUTPUT_VARIABLE out ERROR_VARIABLE err)
   if(NOT rc EQUAL ${expected})
-    message(FATAL_ERROR "${ARGN}: exit ${rc}, expected ${expected}\n${out}\n${err}")
+    message(FATAL_ERROR "${arg_UNPARSED_ARGUMENTS}: exit ${rc}, expected ${expected}\n${out}\n${err}")
   endif()
+  foreach(pattern IN LISTS arg_MATCHES)
+    if(NOT "${out}${err}" MATCHES "${pattern}")
+      message(FATAL_ERROR "${arg_UNPARSED_ARGUMENTS}: no ${pattern} in\n${out}\n${err}")
+    endif()
+  endforeach()
   set(out "${out}" PARENT_SCOPE)
   set(err "${err}" PARENT_SCOPE)
 endfunction()
 
 batch(0 demo --orders 80)
-batch(1 settings --agency 929023 --company-code 1234)
-if(NOT err MATCHES "ＤＳＫの企業コードは５桁です")
-  message(FATAL_ERROR "refused code: ${err}")
-endif()
-batch(1 settings --agency 908997 --company-code 4321) # --no: the first confirmation is answered No
+batch(1 settings --agency 929023 --company-code 1234 MATCHES "ＤＳＫの企業コードは５桁です")
+batch(1 settings --agency 908997 --company-code 4321) # without --yes the first confirmation is answered No
 batch(0 --yes settings --agency 908997 --company-code 4321)
-batch(0 --json settings)
-if(NOT out MATCHES "\"agency\":\"908997\"" OR NOT out MATCHES "\"companyCode\":\"4321\"")
-  message(FATAL_ERROR "settings: ${out}")
-endif()
+batch(0 --json settings MATCHES "\"agency\":\"908997\"" "\"companyCode\":\"4321\"")
 
 batch(0 --yes --json export-billing --dir ${WORK}/out --from-date 20991231 --to-date 20000101)
-if(NOT out MATCHES "\"count\":([1-9][0-9]*)")
-  message(FATAL_ERROR "first export: ${out}")
-endif()
+string(REGEX MATCH "\"count\":([1-9][0-9]*)" ignored "${out}")
 set(count ${CMAKE_MATCH_1})
-if(NOT out MATCHES "\"marked\":${count}" OR NOT EXISTS ${WORK}/out/請求一括登録.txt)
-  message(FATAL_ERROR "first export did not mark or write: ${out}")
+if(NOT out MATCHES "\"marked\":${count}[,}]" OR NOT EXISTS ${WORK}/out/請求一括登録.txt)
+  message(FATAL_ERROR "the export did not mark or write: ${out}")
 endif()
-file(READ ${WORK}/out/請求一括登録.txt billing HEX)
-if(NOT billing MATCHES "2c0d0a$") # the trailing comma, CR LF
-  message(FATAL_ERROR "billing file ends wrongly")
-endif()
-batch(0 --yes --json export-billing --dir ${WORK}/out --from-date 20000101 --to-date 20991231)
-if(NOT out MATCHES "\"count\":0")
-  message(FATAL_ERROR "marked orders selected again: ${out}")
-endif()
-# the demo's orders exported before, and no marking question
+# the orders exported before, and no marking question
 batch(0 --yes --json export-billing --dir ${WORK}/out --from-date 20000101 --to-date 20991231 --reoutput --agency 929023)
 if(NOT out MATCHES "\"count\":([0-9]+)" OR CMAKE_MATCH_1 LESS count OR NOT EXISTS ${WORK}/out/コンビニ.csv
    OR err MATCHES "出力済みに更新")

@@ -1,12 +1,10 @@
-// frmConveniMake on the fixed database: opening presets, the activation close, the entry check, a run with its
-// marking, the abort with F6, and the rollback while another connection holds an order.
-#include "app/db/dbglobals.h"
+// frmConveniMake on the fixed database: opening presets, the activation close, the entry check, runs to each of
+// their ends (marking, F6 or a close during the run) and the screen afterwards, the remembered folder.
 #include "app/home.h"
 #include "app/inifile.h"
 #include "app/startup.h"
 #include "conveni/frmconvenimake.h"
 #include "tests/billing/billingtest.h"
-#include "tests/billing/fixture.h"
 #include "tests/ui/enabledstate.h"
 #include "ui/dateentry.h"
 #include "ui/textrules.h"
@@ -23,24 +21,9 @@
 
 using namespace pel;
 
-namespace
-{
+namespace {
 
 const QString kMark = QStringLiteral("作成した、コンビニデータを出力済みに更新しますか？");
-
-// The script of a test, and F6 pressed in the screen at a chosen yield of the run.
-class Dialogs : public test::ScriptedDialogs
-{
-public:
-    QWidget* pressF6In = nullptr;
-    int pressAtYield = -1;
-    int yields = 0;
-    void processEvents() override
-    {
-        if (++yields == pressAtYield && pressF6In)
-            QTest::keyClick(QApplication::focusWidget() ? QApplication::focusWidget() : pressF6In, Qt::Key_F6);
-    }
-};
 
 struct Opened {
     frmConveniMake form;
@@ -65,50 +48,30 @@ struct Opened {
 
 } // namespace
 
-class ConveniMakeTest : public QObject
-{
+class ConveniMakeTest : public QObject {
     Q_OBJECT
 private slots:
-    void init();
-    void cleanup();
+    void init()
+    {
+        qputenv("PEL008_LOCK_WAIT_MS", "20");
+        out_ = std::make_unique<QTemporaryDir>();
+        // no character outside Shift-JIS here: the report has its own tests
+        test::openHome(home_, test::billingRows()
+                                  << "UPDATE member SET name = '吉田 一郎', sname = '吉田' WHERE code = 4");
+    }
+    void cleanup() { test::closeHome(home_); }
     void opening_data();
     void opening();
     void closesWithoutCompanyCode_data();
     void closesWithoutCompanyCode();
     void entryCheckEmptyBox();
-    void entryCheckSwaps();
-    void runMarksAndRemembersFolder();
-    void abortWithF6();
-    void markingRolledBack();
-    void controlsAfterRun_data();
-    void controlsAfterRun();
-    void closeDuringRun_data();
-    void closeDuringRun();
+    void runs_data();
+    void runs();
 
 private:
     std::unique_ptr<test::TestHome> home_;
     std::unique_ptr<QTemporaryDir> out_;
 };
-
-void ConveniMakeTest::init()
-{
-    qputenv("PEL008_LOCK_WAIT_MS", "20");
-    if (test::backendUnderTest() == test::Backend::Postgres && test::testServer().isEmpty())
-        QSKIP("PEL008_TEST_PG is not set");
-    home_ = std::make_unique<test::TestHome>();
-    QVERIFY2(home_->ok(), qPrintable(home_->error()));
-    QVERIFY(test::fillBillingDatabase(*home_));
-    // no character outside Shift-JIS here: the report has its own tests
-    QVERIFY(home_->exec({QStringLiteral("UPDATE member SET name = '吉田 一郎', sname = '吉田' WHERE code = 4")}));
-    out_ = std::make_unique<QTemporaryDir>();
-    QVERIFY(fnOpenDB(1));
-}
-
-void ConveniMakeTest::cleanup()
-{
-    fnCloseDB(1);
-    home_.reset();
-}
 
 void ConveniMakeTest::opening_data()
 {
@@ -154,9 +117,10 @@ void ConveniMakeTest::closesWithoutCompanyCode_data()
 {
     QTest::addColumn<QString>("change");
     QTest::addColumn<QString>("message"); // how the message starts
-    QTest::newRow("no code") << "UPDATE cvsset SET ckcode1 = ''"
-                             << "企業コードが設定されていません。\r\n\r\n「コンビニ収納代行設定」で、企業コードを登録して"
-                                "ください。";
+    QTest::newRow("no code")
+        << "UPDATE cvsset SET ckcode1 = ''"
+        << "企業コードが設定されていません。\r\n\r\n「コンビニ収納代行設定」で、企業コードを登録して"
+           "ください。";
     // a read that fails is not "nothing registered": the engine's words are shown
     QTest::newRow("code unreadable") << "ALTER TABLE cvsset RENAME COLUMN ckcode1 TO ckcode9"
                                      << "データ参照エラーです。\r\n\r\n";
@@ -193,161 +157,81 @@ void ConveniMakeTest::entryCheckEmptyBox()
     QCOMPARE(QApplication::focusWidget(), o.form.txtDenno[0]);
 }
 
-void ConveniMakeTest::entryCheckSwaps()
+// A run from the screen to each of its ends, and the screen afterwards. Both ranges are entered the wrong way round
+// (the entry check swaps them); the choose-folder dialog is the step "folder" (1: chosen, 0: cancelled).
+void ConveniMakeTest::runs_data()
 {
-    test::ScriptedDialogs dialogs;
+    using test::Steps;
+    QTest::addColumn<QStringList>("numbers"); // as entered, the larger first
+    QTest::addColumn<Steps>("steps");
+    QTest::addColumn<QString>("stop"); // what stops the run before its second order: F6, "title bar" or "reject"
+    QTest::addColumn<int>("written");  // the orders in the customer file; -1: no file
+    QTest::addColumn<QString>("marked");
+    const QString count = QStringLiteral("該当件数は、3件です。作成しますか？"), stop = test::catalogueText("処理中止");
+    const QString saved = test::catalogueText("ＣＳＶ出力"), aborted = QStringLiteral("中止しました。");
+    const int y = answer::Yes, n = answer::No, ok = answer::Ok;
+    const QStringList ones{"103", "1"};
+    const Steps stopped{{count, y}, {"folder", 1}, {stop, y}, {aborted, ok}};
+    QTest::newRow("no orders") << QStringList{"999", "900"} << Steps{{"該当件数は０件です", answer::Cancel}} << "" << -1
+                               << "0";
+    QTest::newRow("refused") << ones << Steps{{count, n}} << "" << -1 << "0";
+    QTest::newRow("folder cancelled") << ones << Steps{{count, y}, {"folder", 0}} << "" << -1 << "0";
+    QTest::newRow("completed") << ones << Steps{{count, y}, {"folder", 1}, {saved, ok}, {kMark, n}} << "" << 3 << "0";
+    QTest::newRow("F6") << ones << stopped << "F6" << 1 << "0";
+    QTest::newRow("title bar, stopped") << ones << stopped << "title bar" << 1 << "0";
+    QTest::newRow("title bar, not stopped")
+        << ones << Steps{{count, y}, {"folder", 1}, {stop, n}, {saved, ok}, {kMark, y}} << "title bar" << 3 << "3";
+    QTest::newRow("reject, stopped") << ones << stopped << "reject" << 1 << "0";
+}
+
+void ConveniMakeTest::runs()
+{
+    using test::Steps;
+    QFETCH(QStringList, numbers);
+    QFETCH(Steps, steps);
+    QFETCH(QString, stop);
+    QFETCH(QString, marked);
+    QFETCH(int, written);
+    QVERIFY(fnPutIni(QStringLiteral("ConveniMake"), QStringLiteral("FilePath"), QStringLiteral("/old"), iniPath()));
+    test::ActingDialogs dialogs;
     Opened o;
-    o.range(QStringLiteral("20240131"), QStringLiteral("20240101"), QStringLiteral("104"), QStringLiteral("101"));
-    dialogs.expect(QStringLiteral("該当件数は、4件です。作成しますか？"), answer::No);
+    o.range(QStringLiteral("20240131"), QStringLiteral("20240101"), numbers.at(0), numbers.at(1));
+    const QStringList before = test::enabledState(&o.form);
+    test::expectSteps(dialogs, steps, out_->path());
+    const bool chosen = steps.contains({QStringLiteral("folder"), 1});
+    dialogs.atYield = stop.isEmpty() ? -1 : 3; // after the count, before the first order, before the second
+    dialogs.action = [&] {
+        if (stop == QLatin1String("F6"))
+            QTest::keyClick(QApplication::focusWidget() ? QApplication::focusWidget() : &o.form, Qt::Key_F6);
+        else
+            stop == QLatin1String("reject") ? o.form.reject() : (void)o.form.close();
+    };
     o.form.cmdFile->click();
     QVERIFY(dialogs.done());
+    QCOMPARE(home_->scalar(QStringLiteral("select sum(cflag) from jyuden where denno <= 104")), marked);
+    QFile customers(out_->filePath(QStringLiteral("顧客一括登録.txt")));
+    QCOMPARE(customers.open(QIODevice::ReadOnly) ? int(customers.readAll().count("\r\n")) : -1, written);
     QCOMPARE(o.form.dates->entry(0)->ymd(), 20240101LL);
     QCOMPARE(o.form.dates->entry(1)->ymd(), 20240131LL);
     QCOMPARE(o.form.dates->entry(0)->dtpDay()->date(), QDate(2024, 1, 1));
-    QCOMPARE(o.form.txtDenno[0]->text(), QStringLiteral("     101"));
-    QCOMPARE(o.form.txtDenno[1]->text(), QStringLiteral("     104"));
-    // the closing state
+    QCOMPARE(o.form.txtDenno[0]->text(), numbers.at(1).rightJustified(8));
+    QCOMPARE(o.form.txtDenno[1]->text(), numbers.at(0).rightJustified(8));
+    // the closing state after every run; a close waits for the run's end
+    QCOMPARE(test::enabledState(&o.form), before);
     QCOMPARE(QApplication::focusWidget(), o.form.txtMm(0));
-    QVERIFY(o.form.cmdFile->isEnabled());
+    QCOMPARE(o.form.lblMsg->text(), QString());
     QVERIFY(!o.form.toolbar()->button(QStringLiteral("F6"))->isEnabled());
-}
-
-void ConveniMakeTest::runMarksAndRemembersFolder()
-{
-    QVERIFY(fnPutIni(QStringLiteral("ConveniMake"), QStringLiteral("FilePath"), QStringLiteral("/old"), iniPath()));
-    test::ScriptedDialogs dialogs;
-    {
-        Opened o;
-        o.range(QStringLiteral("20240101"), QStringLiteral("20240131"), QStringLiteral("1"), QStringLiteral("103"));
-        dialogs.expect(QStringLiteral("該当件数は、3件です。作成しますか？"), answer::Yes);
-        dialogs.expectFolder(out_->path());
-        dialogs.expect(test::catalogueText(QStringLiteral("ＣＳＶ出力")), answer::Ok);
-        dialogs.expect(kMark, answer::Yes);
-        o.form.cmdFile->click();
-        QVERIFY(dialogs.done());
-        QVERIFY(dialogs.shown.contains(QStringLiteral("folder|/old")));
-        QCOMPARE(home_->scalar(QStringLiteral("select sum(cflag) from jyuden where denno <= 104")),
-                 QStringLiteral("3"));
-        QCOMPARE(o.form.lblMsg->text(), QString());
-        o.form.close();
-    }
+    QVERIFY(o.form.isVisible());
+    QCoreApplication::processEvents();
+    const bool stopped = steps.contains({test::catalogueText(QStringLiteral("処理中止")), answer::Yes});
+    QCOMPARE(o.form.isVisible(), !stopped || stop == QLatin1String("F6"));
+    // the folder choice starts in the remembered folder, and the one chosen is remembered when the screen closes
+    if (steps.size() > 1)
+        QCOMPARE(dialogs.shown.at(1), QStringLiteral("folder|/old"));
+    o.form.close();
     QString folder;
     fnGetIni(QStringLiteral("ConveniMake"), QStringLiteral("FilePath"), QString(), folder, 1024, iniPath());
-    QCOMPARE(folder, out_->path());
-}
-
-void ConveniMakeTest::abortWithF6()
-{
-    Dialogs dialogs;
-    Opened o;
-    o.range(QStringLiteral("20240101"), QStringLiteral("20240131"), QStringLiteral("1"), QStringLiteral("99999999"));
-    dialogs.pressF6In = &o.form;
-    dialogs.pressAtYield = 3; // after the count, before the first order, before the second
-    dialogs.expect(QStringLiteral("該当件数は、4件です。作成しますか？"), answer::Yes);
-    dialogs.expectFolder(out_->path());
-    dialogs.expect(test::catalogueText(QStringLiteral("処理中止")), answer::Yes);
-    dialogs.expect(QStringLiteral("中止しました。"), answer::Ok);
-    o.form.cmdFile->click();
-    QVERIFY(dialogs.done());
-    QFile customers(out_->filePath(QStringLiteral("顧客一括登録.txt")));
-    QVERIFY(customers.open(QIODevice::ReadOnly));
-    QCOMPARE(customers.readAll().count("\r\n"), 1);
-    QCOMPARE(home_->scalar(QStringLiteral("select sum(cflag) from jyuden where denno <= 104")), QStringLiteral("0"));
-    QCOMPARE(QApplication::focusWidget(), o.form.txtMm(0));
-}
-
-void ConveniMakeTest::markingRolledBack()
-{
-    test::ScriptedDialogs dialogs;
-    Opened o;
-    o.range(QStringLiteral("20240101"), QStringLiteral("20240131"), QStringLiteral("1"), QStringLiteral("99999999"));
-    dialogs.expect(QStringLiteral("該当件数は、4件です。作成しますか？"), answer::Yes);
-    dialogs.expectFolder(out_->path());
-    dialogs.expect(test::catalogueText(QStringLiteral("ＣＳＶ出力")), answer::Ok);
-    dialogs.expect(kMark, answer::Yes);
-    dialogs.expect(test::catalogueText(QStringLiteral("記録エラー")), answer::Ok);
-    {
-        test::RecordHolder holder(Sql("select * from jyuden where denno=104"));
-        QVERIFY(holder.ok());
-        o.form.cmdFile->click();
-    }
-    QVERIFY(dialogs.done());
-    QCOMPARE(home_->scalar(QStringLiteral("select sum(cflag) from jyuden where denno <= 104")), QStringLiteral("0"));
-    QCOMPARE(QApplication::focusWidget(), o.form.txtMm(0));
-    QVERIFY(o.form.txtDenno[0]->isEnabled());
-}
-
-void ConveniMakeTest::controlsAfterRun_data()
-{
-    // -1: no orders in the range, 0: the count question answered No, 1: the folder choice cancelled, 2: done
-    QTest::addColumn<int>("reached");
-    QTest::newRow("no orders") << -1;
-    QTest::newRow("refused") << 0;
-    QTest::newRow("cancelled") << 1;
-    QTest::newRow("completed") << 2;
-}
-
-void ConveniMakeTest::controlsAfterRun()
-{
-    QFETCH(int, reached);
-    test::ScriptedDialogs dialogs;
-    Opened o;
-    o.range(QStringLiteral("20240101"), QStringLiteral("20240131"),
-            reached < 0 ? QStringLiteral("900") : QStringLiteral("1"), QStringLiteral("999"));
-    const QStringList before = test::enabledState(&o.form);
-    if (reached < 0)
-        dialogs.expect(QStringLiteral("該当件数は０件です"), answer::Cancel);
-    else
-        dialogs.expect(QStringLiteral("該当件数は、4件です。作成しますか？"), reached > 0 ? answer::Yes : answer::No);
-    if (reached > 0)
-        dialogs.expectFolder(reached > 1 ? std::optional<QString>(out_->path()) : std::nullopt);
-    if (reached > 1) {
-        dialogs.expect(test::catalogueText(QStringLiteral("ＣＳＶ出力")), answer::Ok);
-        dialogs.expect(kMark, answer::No);
-    }
-    o.form.cmdFile->click();
-    QVERIFY(dialogs.done());
-    QCOMPARE(test::enabledState(&o.form), before);
-}
-
-void ConveniMakeTest::closeDuringRun_data()
-{
-    QTest::addColumn<bool>("titleBar"); // the title-bar button (a close event), else reject()
-    QTest::addColumn<int>("stop");      // the answer to "処理中止"
-    QTest::newRow("title bar, stopped") << true << int(answer::Yes);
-    QTest::newRow("title bar, not stopped") << true << int(answer::No);
-    QTest::newRow("reject, stopped") << false << int(answer::Yes);
-}
-
-void ConveniMakeTest::closeDuringRun()
-{
-    QFETCH(bool, titleBar);
-    QFETCH(int, stop);
-    test::ActingDialogs dialogs;
-    Opened o;
-    o.range(QStringLiteral("20240101"), QStringLiteral("20240131"), QStringLiteral("1"), QStringLiteral("99999999"));
-    dialogs.atYield = 3; // after the first order
-    dialogs.action = [&] { titleBar ? (void)o.form.close() : o.form.reject(); };
-    dialogs.expect(QStringLiteral("該当件数は、4件です。作成しますか？"), answer::Yes);
-    dialogs.expectFolder(out_->path());
-    dialogs.expect(test::catalogueText(QStringLiteral("処理中止")), stop);
-    if (stop == answer::Yes) {
-        dialogs.expect(QStringLiteral("中止しました。"), answer::Ok);
-    } else {
-        dialogs.expect(test::catalogueText(QStringLiteral("ＣＳＶ出力")), answer::Ok);
-        dialogs.expect(kMark, answer::Yes);
-    }
-    o.form.cmdFile->click();
-    QVERIFY(dialogs.done());
-    // the run kept its screen and connection to its end
-    QVERIFY(o.form.isVisible());
-    QCOMPARE(home_->scalar(QStringLiteral("select sum(cflag) from jyuden where denno <= 104")),
-             stop == answer::Yes ? QStringLiteral("0") : QStringLiteral("4"));
-    QFile customers(out_->filePath(QStringLiteral("顧客一括登録.txt")));
-    QVERIFY(customers.open(QIODevice::ReadOnly));
-    QCOMPARE(customers.readAll().count("\r\n"), stop == answer::Yes ? 1 : 4);
-    QCoreApplication::processEvents();
-    QCOMPARE(o.form.isVisible(), stop != answer::Yes);
+    QCOMPARE(folder, chosen ? out_->path() : QStringLiteral("/old"));
 }
 
 QTEST_MAIN(ConveniMakeTest)

@@ -1,10 +1,8 @@
 // frmSetCvs2 and its job against a fresh database: opening checks, load, save with its questions, cancel, and a
 // save against a record another connection holds.
-#include "app/db/dbglobals.h"
 #include "conveni/frmsetcvs2.h"
 #include "conveni/settingsjob.h"
 #include "tests/billing/billingtest.h"
-#include "tests/support/testhome.h"
 #include "tests/ui/enabledstate.h"
 
 #include <QCheckBox>
@@ -15,8 +13,7 @@
 
 using namespace pel;
 
-namespace
-{
+namespace {
 
 const QString kConfirm1 = QStringLiteral("ファイナンス会社の変更をしますがよろしいですか？");
 const QString kConfirm2 = QStringLiteral("本当に変更してもよろしいですか？\r\n再度、間違いがないか確認してください\r\n"
@@ -26,6 +23,7 @@ const QString kConfirm3 =
 const QString kSaveUsed = QStringLiteral("コンビニ収納代行設定 を記録します");
 const QString kSaveUnused = QStringLiteral("コンビニ収納代行設定 を記録します　（コンビニを使用しない）");
 const QString kSaved = QStringLiteral("記録しました。");
+const QString kReadError = QStringLiteral("データ参照エラーです。\r\n\r\n");
 const QString kNoPrinter = QStringLiteral("プリンターがインストールされていません。確認してください。");
 
 struct Opened {
@@ -50,15 +48,18 @@ struct Opened {
 
 } // namespace
 
-class SettingsTest : public QObject
-{
+class SettingsTest : public QObject {
     Q_OBJECT
 private slots:
-    void init();
-    void cleanup();
+    void init()
+    {
+        qputenv("PEL008_LOCK_WAIT_MS", "20");
+        frmSetCvs2::printerNames = [] { return QStringList{QStringLiteral("printer")}; };
+        test::openHome(home_, test::collectionRows());
+    }
+    void cleanup() { test::closeHome(home_); }
     void openingEnds_data();
     void openingEnds();
-    void noPrinter();
     void load_data();
     void load();
     void save_data();
@@ -76,73 +77,50 @@ private:
     std::unique_ptr<test::TestHome> home_;
 };
 
-void SettingsTest::init()
-{
-    qputenv("PEL008_LOCK_WAIT_MS", "20");
-    if (test::backendUnderTest() == test::Backend::Postgres && test::testServer().isEmpty())
-        QSKIP("PEL008_TEST_PG is not set");
-    frmSetCvs2::printerNames = [] { return QStringList{QStringLiteral("printer")}; };
-    home_ = std::make_unique<test::TestHome>();
-    QVERIFY2(home_->ok(), qPrintable(home_->error()));
-    QVERIFY(home_->exec({QStringLiteral("INSERT INTO sysfile (id, name, conveni) VALUES (1, 'shop', 1)"),
-                         QStringLiteral("INSERT INTO cvsini (code, kubun) VALUES ('908997', 0)"),
-                         QStringLiteral("INSERT INTO cvsini (code, kubun) VALUES ('929023', 0)"),
-                         QStringLiteral("INSERT INTO cvsset (code, cfcode1, ckcode1, cvkbn) VALUES (1, '908997', "
-                                        "'1234', 1)")}));
-    QVERIFY(fnOpenDB(1));
-}
-
-void SettingsTest::cleanup()
-{
-    fnCloseDB(1);
-    home_.reset();
-}
-
 void SettingsTest::openingEnds_data()
 {
     QTest::addColumn<QString>("statement");
+    QTest::addColumn<bool>("printer"); // one is installed
     QTest::addColumn<bool>("ended");
-    QTest::addColumn<QString>("message"); // how the one message starts; "" when it ends silently
-    const QString readError = QStringLiteral("データ参照エラーです。\r\n\r\n");
-    QTest::newRow("all there") << QString() << false << QString();
-    QTest::newRow("no sysfile row") << "DELETE FROM sysfile" << true << QString();
-    QTest::newRow("no 908997 layout") << "DELETE FROM cvsini WHERE code = '908997'" << true << QString();
+    QTest::addColumn<QString>("message"); // how the one message starts; "" when there is none
+    QTest::addColumn<int>("style");
+    QTest::newRow("all there") << QString() << true << false << QString() << 0;
+    QTest::newRow("no sysfile row") << "DELETE FROM sysfile" << true << true << QString() << 0;
+    QTest::newRow("no 908997 layout") << "DELETE FROM cvsini WHERE code = '908997'" << true << true << QString() << 0;
     QTest::newRow("929023 layout of kind 1 only")
-        << "UPDATE cvsini SET kubun = 1 WHERE code = '929023'" << true << QString();
-    QTest::newRow("sysfile unreadable") << "ALTER TABLE sysfile RENAME COLUMN id TO id9" << true << readError;
-    QTest::newRow("layouts unreadable") << "ALTER TABLE cvsini RENAME COLUMN kubun TO kubun9" << true << readError;
-    QTest::newRow("settings unreadable") << "ALTER TABLE cvsset RENAME TO cvsset9" << true << readError;
+        << "UPDATE cvsini SET kubun = 1 WHERE code = '929023'" << true << true << QString() << 0;
+    QTest::newRow("sysfile unreadable") << "ALTER TABLE sysfile RENAME COLUMN id TO id9" << true << true << kReadError
+                                        << int(mb::Critical);
+    QTest::newRow("layouts unreadable") << "ALTER TABLE cvsini RENAME COLUMN kubun TO kubun9" << true << true
+                                        << kReadError << int(mb::Critical);
+    QTest::newRow("settings unreadable") << "ALTER TABLE cvsset RENAME TO cvsset9" << true << true << kReadError
+                                         << int(mb::Critical);
+    // the screen goes on; the printer is asked about once the screen is on view
+    QTest::newRow("no printer") << QString() << false << false << kNoPrinter << int(mb::Exclamation);
 }
 
 void SettingsTest::openingEnds()
 {
     QFETCH(QString, statement);
+    QFETCH(bool, printer);
     QFETCH(bool, ended);
     QFETCH(QString, message);
+    QFETCH(int, style);
     if (home_->backend() == test::Backend::Jet && statement.startsWith(QLatin1String("ALTER")))
         QSKIP("a Jet file's tables cannot be altered through SQLite");
-    if (!statement.isEmpty()) QVERIFY(home_->exec({statement}));
+    if (!statement.isEmpty())
+        QVERIFY(home_->exec({statement}));
+    if (!printer)
+        frmSetCvs2::printerNames = [] { return QStringList(); };
     test::ScriptedDialogs dialogs;
-    if (!message.isEmpty()) dialogs.expectStart(message, answer::Ok);
+    if (!message.isEmpty())
+        dialogs.expectStart(message, answer::Ok);
     Opened o;
-    QVERIFY(dialogs.done());
+    QTRY_VERIFY(dialogs.done());
     QCOMPARE(o.form.ended(), ended);
-    if (!message.isEmpty()) {
-        QCOMPARE(dialogs.styles, QList<int>{mb::Critical});
-        QVERIFY(dialogs.shown.last().section(QLatin1Char('|'), 2).size() > message.size()); // the engine's text
-    }
-}
-
-void SettingsTest::noPrinter()
-{
-    frmSetCvs2::printerNames = [] { return QStringList(); };
-    test::ScriptedDialogs dialogs;
-    dialogs.expect(kNoPrinter, answer::Ok);
-    Opened o;
-    QTRY_VERIFY(dialogs.done()); // asked once the screen is on view
-    QCOMPARE(dialogs.styles, QList<int>{mb::Exclamation});
-    QVERIFY(!o.form.ended()); // the screen goes on
-    QCOMPARE(o.form.txtCkcode->text(), QStringLiteral("1234"));
+    QCOMPARE(dialogs.styles, message.isEmpty() ? QList<int>() : QList<int>{style});
+    if (message == kReadError) // followed by the engine's text
+        QVERIFY(dialogs.shown.last().section(QLatin1Char('|'), 2).size() > message.size());
 }
 
 void SettingsTest::load_data()
@@ -182,50 +160,43 @@ void SettingsTest::load()
 
 void SettingsTest::save_data()
 {
-    // Each step: the text shown and the answer given.
-    using Steps = QList<QPair<QString, int>>;
+    using test::Steps;
     QTest::addColumn<bool>("checked");
-    QTest::addColumn<int>("index");
     QTest::addColumn<QString>("code");
-    QTest::addColumn<Steps>("steps");
+    QTest::addColumn<int>("index");
     QTest::addColumn<QString>("stored");
+    QTest::addColumn<Steps>("steps");
     QTest::addColumn<QString>("focus");
     const int y = answer::Yes, n = answer::No, ok = answer::Ok;
     const Steps all{{kConfirm1, y}, {kConfirm2, y}, {kConfirm3, y}, {kSaveUsed, y}, {kSaved, ok}};
-    QTest::newRow("908997, four digits") << true << 0 << "4321" << all << "1|908997|4321"
-                                         << "cboCFcode";
-    QTest::newRow("929023, five digits with spaces") << true << 1 << " 12345 " << all << "2|929023| 12345 "
-                                                     << "cboCFcode";
-    QTest::newRow("908997, five digits") << true << 0 << "12345" << Steps{{"アプラスの企業コードは４桁です", ok}}
-                                         << "1|908997|1234"
+    const QString before = QStringLiteral("1|908997|1234");
+    const auto refused = [&](const char* message) { return Steps{{QString::fromUtf8(message), ok}}; };
+    QTest::newRow("908997, four digits") << true << "4321" << 0 << "1|908997|4321" << all << "cboCFcode";
+    QTest::newRow("929023, five digits with spaces")
+        << true << " 12345 " << 1 << "2|929023| 12345 " << all << "cboCFcode";
+    QTest::newRow("908997, five digits") << true << "12345" << 0 << before << refused("アプラスの企業コードは４桁です")
                                          << "txtCkcode";
     QTest::newRow("908997, a full-width space is not trimmed")
-        << true << 0 << "1234　" << Steps{{"アプラスの企業コードは４桁です", ok}} << "1|908997|1234"
-        << "txtCkcode";
-    QTest::newRow("929023, four digits") << true << 1 << "1234" << Steps{{"ＤＳＫの企業コードは５桁です", ok}}
-                                         << "1|908997|1234"
+        << true << "1234　" << 0 << before << refused("アプラスの企業コードは４桁です") << "txtCkcode";
+    QTest::newRow("929023, four digits") << true << "1234" << 1 << before << refused("ＤＳＫの企業コードは５桁です")
                                          << "txtCkcode";
-    QTest::newRow("blank code") << true << 0 << "   " << Steps{{"企業コードを入力してください", ok}} << "1|908997|1234"
+    QTest::newRow("blank code") << true << "   " << 0 << before << refused("企業コードを入力してください")
                                 << "txtCkcode";
     QTest::newRow("second confirmation No")
-        << true << 1 << "12345" << Steps{{kConfirm1, y}, {kConfirm2, n}} << "1|908997|1234"
-        << "";
-    QTest::newRow("final question No") << true << 1 << "12345"
-                                       << Steps{{kConfirm1, y}, {kConfirm2, y}, {kConfirm3, y}, {kSaveUsed, n}}
-                                       << "1|908997|1234"
-                                       << "";
+        << true << "12345" << 1 << before << Steps{{kConfirm1, y}, {kConfirm2, n}} << "";
+    QTest::newRow("final question No") << true << "12345" << 1 << before
+                                       << Steps{{kConfirm1, y}, {kConfirm2, y}, {kConfirm3, y}, {kSaveUsed, n}} << "";
     // unchecked: only conveni changes, the agency and code stay
-    QTest::newRow("not used") << false << 1 << "" << Steps{{kSaveUnused, y}, {kSaved, ok}} << "0|908997|1234"
+    QTest::newRow("not used") << false << "" << 1 << "0|908997|1234" << Steps{{kSaveUnused, y}, {kSaved, ok}}
                               << "chkCvs";
 }
 
 void SettingsTest::save()
 {
-    using Steps = QList<QPair<QString, int>>;
     QFETCH(bool, checked);
     QFETCH(int, index);
     QFETCH(QString, code);
-    QFETCH(Steps, steps);
+    QFETCH(test::Steps, steps);
     QFETCH(QString, stored);
     QFETCH(QString, focus);
     test::ScriptedDialogs dialogs;
@@ -234,8 +205,7 @@ void SettingsTest::save()
     o.form.cboCFcode->setCurrentIndex(index);
     o.form.txtCkcode->setText(code);
     o.form.chkCvs->setFocus();
-    for (const auto& [text, answer] : steps)
-        dialogs.expect(text, answer);
+    test::expectSteps(dialogs, steps, QString());
     const QStringList controls = test::enabledState(&o.form);
     o.press(Qt::Key_F5);
     QVERIFY(dialogs.done());

@@ -1,11 +1,8 @@
 // The I-CAT export job on a small database: the file line by line against a golden file, the selection, the
-// questions and their answers, cancel, a folder that does not exist, and a run of more orders than 16 bits count.
-#include "app/cp932.h"
-#include "app/db/dbglobals.h"
+// line rules, the questions and their answers, cancel, runs that write nothing, a run of more orders than 16 bits
+// count, a refused commit and a damaged row.
 #include "shipping/icatexportjob.h"
-#include "tests/shipping/orders.h"
-#include "tests/support/testhome.h"
-#include "ui/msgcatalog.h"
+#include "tests/shipping/shippingtest.h"
 
 #include <QFile>
 #include <QTest>
@@ -14,59 +11,27 @@ using namespace pel;
 
 namespace {
 
-const QString kCount5 = QStringLiteral("該当件数は5件です。作成しますか？");
-const QString kMark = QStringLiteral("印刷した受注伝票を送り状印刷済みに更新しますか？");
-// the characters of order 104 that have no CP932 form
-const QString kUnencodable104 = QStringLiteral("Shift-JIS にない文字を「?」で書き出しました（3 文字）\r\n"
-                                               "受注番号 104　項目 8　「𠮷」 U+20BB7\r\n"
-                                               "受注番号 104　項目 18　「𠮷」 U+20BB7\r\n"
-                                               "受注番号 104　項目 31　「🍣」 U+1F363");
-
-QString catalogue(const char* key)
-{
-    CatalogueEntry e;
-    catalogueEntry(QString::fromUtf8(key), QString(), &e);
-    return e.text;
-}
-
-QString fileQuestion(const QString& path)
-{
-    return QStringLiteral("ファイル <") + path +
-           QStringLiteral("> が存在します。\r\nデータを上書しますか？\r\nはい:上書 いいえ:追加");
-}
-
+using test::catalogueText;
+using test::kMarkQuestion;
+using test::kUnencodable104;
+const QString kCount5 = test::countQuestion(5);
 
 // After the lines are written: the completion message, the characters of order 104 without a CP932 form, and Yes
 // to the marking question.
 void expectEndOfRun(test::ScriptedDialogs& dialogs)
 {
-    dialogs.expect(catalogue("ＣＳＶ出力"), answer::Ok);
+    dialogs.expect(catalogueText("ＣＳＶ出力"), answer::Ok);
     dialogs.expect(kUnencodable104, answer::Ok);
-    dialogs.expect(kMark, answer::Yes);
+    dialogs.expect(kMarkQuestion, answer::Yes);
 }
 
 QStringList golden()
 {
     QFile f(QStringLiteral(SHIPPING_TEST_DATA "/icat_export.golden"));
-    if (!f.open(QIODevice::ReadOnly)) return {};
+    if (!f.open(QIODevice::ReadOnly))
+        return {};
     QStringList lines = QString::fromUtf8(f.readAll()).split(QLatin1Char('\n'));
     lines.removeLast();
-    return lines;
-}
-
-// The file as the carrier reads it: CP932 lines ended by CR LF.
-QStringList readBack(const QString& path)
-{
-    QFile f(path);
-    if (!f.open(QIODevice::ReadOnly)) return {};
-    const QByteArray bytes = f.readAll();
-    if (!bytes.isEmpty() && !bytes.endsWith("\r\n")) return {QStringLiteral("<no CR LF at the end>")};
-    QStringList lines;
-    for (const QByteArray& l : bytes.split('\n')) {
-        if (l.isEmpty()) continue;
-        if (!l.endsWith('\r')) return {QStringLiteral("<bare LF>")};
-        lines << Cp932::decode(l.chopped(1)).value_or(QStringLiteral("<not CP932>"));
-    }
     return lines;
 }
 
@@ -91,25 +56,19 @@ QStringList dennos(const QStringList& lines)
 
 } // namespace
 
-class IcatExportTest : public QObject
-{
+class IcatExportTest : public QObject {
     Q_OBJECT
 private slots:
-    void init();
-    void cleanup();
+    void init() { test::openHome(home_, test::shippingTestRows(), &db_); }
+    void cleanup() { test::closeHome(home_, &db_); }
     void labelKinds_data();
     void labelKinds();
+    void goldenFile_data();
     void goldenFile();
     void selection_data();
     void selection();
-    void lineRules_data();
-    void lineRules();
-    void requiredFields_data();
-    void requiredFields();
-    void existingFile_data();
-    void existingFile();
-    void nothingToExport();
-    void missingFolderMarksNothing();
+    void nothingWritten_data();
+    void nothingWritten();
     void cancelAskedBeforeEveryRecord();
     void moreOrdersThanSixteenBits();
     void aFailedCommitIsNotCounted();
@@ -121,25 +80,6 @@ private:
     std::unique_ptr<test::TestHome> home_;
     std::unique_ptr<clsDbClass> db_;
 };
-
-void IcatExportTest::init()
-{
-    if (test::backendUnderTest() == test::Backend::Postgres && test::testServer().isEmpty())
-        QSKIP("PEL008_TEST_PG is not set");
-    home_ = std::make_unique<test::TestHome>();
-    QVERIFY2(home_->ok(), qPrintable(home_->error()));
-    QVERIFY(home_->exec(shippingTestRows()));
-    QVERIFY(fnOpenDB(1));
-    db_ = std::make_unique<clsDbClass>();
-    QVERIFY(db_->OpenDb());
-}
-
-void IcatExportTest::cleanup()
-{
-    db_.reset();
-    fnCloseDB(1);
-    home_.reset();
-}
 
 IcatExportJob::Result IcatExportTest::run(const IcatExportJob::Input& in, test::RecordingInteraction* ui)
 {
@@ -191,64 +131,35 @@ void IcatExportTest::labelKinds()
     QCOMPARE(got, codes);
 }
 
-void IcatExportTest::goldenFile()
-{
-    const QString path = home_->file(QStringLiteral("icat.csv"));
-    test::ScriptedDialogs dialogs;
-    dialogs.expect(kCount5, answer::Yes);
-    dialogs.expect(catalogue("ＣＳＶ出力"), answer::Ok);
-    const QList<IcatUnencodable> unencodable = {{104, 8, QStringLiteral("𠮷"), 0x20BB7},
-                                                {104, 18, QStringLiteral("𠮷"), 0x20BB7},
-                                                {104, 31, QStringLiteral("🍣"), 0x1F363}};
-    dialogs.expect(kUnencodable104, answer::Ok);
-    dialogs.expect(kMark, answer::Yes);
-    test::RecordingInteraction ui;
-    const auto r = run(input(path), &ui);
-    QVERIFY(dialogs.done());
-    QCOMPARE(int(r.outcome), int(IcatExportJob::Outcome::Done));
-    const QStringList expected = golden();
-    const QStringList lines = readBack(path);
-    QCOMPARE(lines.size(), expected.size());
-    for (int i = 0; i < lines.size(); ++i)
-        QCOMPARE(lines[i], expected[i]);
-    QCOMPARE(r.unencodable.size(), unencodable.size());
-    for (int i = 0; i < unencodable.size(); ++i) {
-        QCOMPARE(r.unencodable[i].denno, unencodable[i].denno);
-        QCOMPARE(r.unencodable[i].field, unencodable[i].field);
-        QCOMPARE(r.unencodable[i].character, unencodable[i].character);
-        QCOMPARE(r.unencodable[i].codePoint, unencodable[i].codePoint);
-    }
-    QCOMPARE(r.count, 5);
-    QCOMPARE(r.written, 5);
-    QCOMPARE(r.marked, 5);
-    QCOMPARE(flagged(), QStringLiteral("101 102 103 104 106 110"));
-    QCOMPARE(ui.locks, (QList<bool>{true, false}));
-    QCOMPARE(ui.statuses, (QStringList{QStringLiteral("処理中・・・"), QString()}));
-    QCOMPARE(home_->scalar(QStringLiteral("SELECT count(*) FROM operatlog WHERE syori = 'Ｉ-ＣＡＴデータ作成'")),
-             QStringLiteral("1"));
-}
-
 void IcatExportTest::selection_data()
 {
     QTest::addColumn<QStringList>("range"); // from date, to date, from number, to number
     QTest::addColumn<int>("kind");
     QTest::addColumn<bool>("reprint");
-    QTest::addColumn<QString>("exported");
+    QTest::addColumn<QString>("exported"); // in file order
     QTest::addColumn<QString>("flaggedAfter");
     QTest::addColumn<bool>("swapped");
+    QTest::addColumn<QStringList>("written"); // texts the lines hold
+    const QStringList all{"20250301", "20250310", "1", "99999999"};
     QTest::newRow("number range") << QStringList{"20250301", "20250310", "102", "103"} << 9 << false << "102 103"
-                                  << "102 103 106" << false;
+                                  << "102 103 106" << false << QStringList{};
     QTest::newRow("swapped dates and numbers")
         << QStringList{"20250310", "20250301", " 110", "105"} << 9 << false << "110"
-        << "106 110" << true;
-    QTest::newRow("other kind") << QStringList{"20250301", "20250310", "1", "99999999"} << 10 << false << "105"
-                                << "105 106" << false;
-    QTest::newRow("reprint: flagged orders only, no question")
-        << QStringList{"20250301", "20250310", "1", "99999999"} << 9 << true << "106"
-        << "106" << false;
+        << "106 110" << true << QStringList{};
+    QTest::newRow("reprint: flagged orders only, no question") << all << 9 << true << "106"
+                                                               << "106" << false << QStringList{};
     QTest::newRow("end date takes in the later order")
         << QStringList{"20250303", "20250311", "1", "99999999"} << 9 << false << "108"
-        << "106 108" << false;
+        << "106 108" << false << QStringList{};
+    QTest::newRow("kind 4: by ship date before number, commas written as they are")
+        << all << 4 << false << "122 121"
+        << "106" << false << QStringList{",山田, 三郎,", ",のし, 赤,"};
+    QTest::newRow("kind 6") << all << 6 << false << "123"
+                            << "106" << false << QStringList{};
+    QTest::newRow("kind 8") << all << 8 << false << "124"
+                            << "106" << false << QStringList{};
+    QTest::newRow("kind 10") << all << 10 << false << "105"
+                             << "105 106" << false << QStringList{};
 }
 
 void IcatExportTest::selection()
@@ -259,6 +170,7 @@ void IcatExportTest::selection()
     QFETCH(QString, exported);
     QFETCH(QString, flaggedAfter);
     QFETCH(bool, swapped);
+    QFETCH(QStringList, written);
     const QString path = home_->file(QStringLiteral("icat.csv"));
     IcatExportJob::Input in = input(path, kind);
     for (int i = 0; i < 2; ++i) {
@@ -266,11 +178,11 @@ void IcatExportTest::selection()
         in.denno[i] = range[2 + i];
     }
     in.reprint = reprint;
-    const int n = int(exported.count(QLatin1Char(' '))) + 1;
     test::ScriptedDialogs dialogs;
-    dialogs.expect(QStringLiteral("該当件数は%1件です。作成しますか？").arg(n), answer::Yes);
-    dialogs.expect(catalogue("ＣＳＶ出力"), answer::Ok);
-    if (!reprint) dialogs.expect(kMark, answer::Yes);
+    dialogs.expect(test::countQuestion(int(exported.count(u' ')) + 1), answer::Yes);
+    dialogs.expect(catalogueText("ＣＳＶ出力"), answer::Ok);
+    if (!reprint)
+        dialogs.expect(kMarkQuestion, answer::Yes);
     IcatExportJob job(*db_);
     job.loadShop();
     std::optional<IcatExportJob::Selection> shown;
@@ -278,9 +190,8 @@ void IcatExportTest::selection()
     test::RecordingInteraction ui;
     const auto r = job.run(in, ui);
     QVERIFY(dialogs.done());
-    QStringList got = dennos(readBack(path));
-    got.sort();
-    QCOMPARE(got.join(QLatin1Char(' ')), exported);
+    const QStringList lines = test::readLines(path);
+    QCOMPARE(dennos(lines).join(u' '), exported);
     QCOMPARE(flagged(), flaggedAfter);
     QCOMPARE(shown.has_value(), swapped);
     QVERIFY(r.selection.dateFrom <= r.selection.dateTo && r.selection.dennoFrom <= r.selection.dennoTo);
@@ -288,150 +199,120 @@ void IcatExportTest::selection()
         QCOMPARE(shown->dateFrom, 20250301);
         QCOMPARE(shown->dennoTo, 110);
     }
+    for (const QString& l : lines) // the carrier's kind of label: 2 for every kind but 9
+        QCOMPARE(l.section(u',', 2, 2), kind == 9 ? QStringLiteral("0") : QStringLiteral("2"));
+    for (const QString& text : written)
+        QVERIFY2(lines.join(u'\n').contains(text), qPrintable(text));
 }
 
-void IcatExportTest::lineRules_data()
+void IcatExportTest::goldenFile_data()
 {
-    QTest::addColumn<int>("kind");
-    QTest::addColumn<QString>("exported"); // in file order
-    QTest::addColumn<QStringList>("contains");
-    QTest::newRow("kind 4: by ship date before number, commas written as they are")
-        << 4 << "122 121" << QStringList{",山田, 三郎,", ",のし, 赤,"};
-    QTest::newRow("kind 6") << 6 << "123" << QStringList{};
-    QTest::newRow("kind 8") << 8 << "124" << QStringList{};
-    QTest::newRow("kind 10") << 10 << "105" << QStringList{};
+    QTest::addColumn<int>("answer"); // to the question about a file already there; -1: no file there
+    QTest::addColumn<bool>("kept");  // its lines stay before the new ones
+    QTest::newRow("new file") << -1 << false;
+    QTest::newRow("yes overwrites") << int(answer::Yes) << false;
+    QTest::newRow("no appends") << int(answer::No) << true;
+    QTest::newRow("cancel writes nothing") << int(answer::Cancel) << true;
 }
 
-void IcatExportTest::lineRules()
+void IcatExportTest::goldenFile()
 {
-    QFETCH(int, kind);
-    QFETCH(QString, exported);
-    QFETCH(QStringList, contains);
-    QVERIFY(home_->exec(
-        {"INSERT INTO member (code,name,zip,adr1,adr2,adr3,adr4,tel,keitai,sex) VALUES "
-         "(6,'山田, 三郎','100-0001','東京都','千代田区','1-1','','03-0000-0006','',1)",
-         "INSERT INTO jyuden (denno,mcode,omcode,denku,sday,hcode,chilled,gift,haiday,htime,memo,total,oflag) VALUES "
-         "(121,6,6,0,20250302,4,0,0,0,0,'のし, 赤',100,0),(122,6,6,0,20250301,4,0,0,0,0,'',100,0),"
-         "(123,1,1,0,20250301,6,0,0,0,0,'',100,0),(124,1,1,0,20250301,8,0,0,0,0,'',100,0)"}));
+    QFETCH(int, answer);
+    QFETCH(bool, kept);
     const QString path = home_->file(QStringLiteral("icat.csv"));
+    const QStringList old{"old,1", "old,2"};
+    if (answer >= 0)
+        QVERIFY(test::writeLines(path, old));
     test::ScriptedDialogs dialogs;
-    dialogs.expect(QStringLiteral("該当件数は%1件です。作成しますか？").arg(exported.count(u' ') + 1), answer::Yes);
-    dialogs.expect(catalogue("ＣＳＶ出力"), answer::Ok);
-    dialogs.expect(kMark, answer::No);
+    dialogs.expect(kCount5, answer::Yes);
+    if (answer >= 0)
+        dialogs.expect(QStringLiteral("ファイル <") + path +
+                           QStringLiteral("> が存在します。\r\nデータを上書しますか？\r\nはい:上書 いいえ:追加"),
+                       answer);
+    if (answer != answer::Cancel)
+        expectEndOfRun(dialogs);
     test::RecordingInteraction ui;
-    QCOMPARE(int(run(input(path, kind), &ui).outcome), int(IcatExportJob::Outcome::Done));
+    const auto r = run(input(path), &ui);
     QVERIFY(dialogs.done());
-    const QStringList lines = readBack(path);
-    QCOMPARE(dennos(lines).join(u' '), exported);
-    for (const QString& l : lines)
-        QCOMPARE(l.section(u',', 2, 2), QStringLiteral("2")); // the carrier's kind of these labels
-    for (const QString& c : contains)
-        QVERIFY2(lines.first().contains(c) || lines.last().contains(c), qPrintable(c));
+    if (answer >= 0)
+        QCOMPARE(dialogs.styles.value(1), 35);
+    QCOMPARE(test::readLines(path),
+             (kept ? old : QStringList()) + (answer == answer::Cancel ? QStringList() : golden()));
+    QCOMPARE(ui.locks, (QList<bool>{true, false}));
+    if (answer == answer::Cancel) {
+        QCOMPARE(int(r.outcome), int(IcatExportJob::Outcome::Abandoned));
+        QCOMPARE(flagged(), QStringLiteral("106"));
+        return;
+    }
+    QCOMPARE(int(r.outcome), int(IcatExportJob::Outcome::Done));
+    QStringList unencodable;
+    for (const IcatUnencodable& u : r.unencodable)
+        unencodable << QStringLiteral("%1 %2 %3 %4").arg(u.denno).arg(u.field).arg(u.character).arg(u.codePoint, 0, 16);
+    QCOMPARE(unencodable, (QStringList{"104 8 𠮷 20bb7", "104 18 𠮷 20bb7", "104 31 🍣 1f363"}));
+    QCOMPARE(r.count, 5);
+    QCOMPARE(r.written, 5);
+    QCOMPARE(r.marked, 5);
+    QCOMPARE(flagged(), QStringLiteral("101 102 103 104 106 110"));
+    QCOMPARE(ui.statuses, (QStringList{QStringLiteral("処理中・・・"), QString()}));
+    QCOMPARE(home_->scalar(QStringLiteral("SELECT count(*) FROM operatlog WHERE syori = 'Ｉ-ＣＡＴデータ作成'")),
+             QStringLiteral("1"));
 }
 
-void IcatExportTest::requiredFields_data()
+void IcatExportTest::nothingWritten_data()
 {
-    QTest::addColumn<int>("field");
+    using test::Steps;
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<QString>("denno"); // both ends of the number range, else the default range
+    QTest::addColumn<int>("blank");     // the entry left blank (0..8: both dates, both numbers, the file), else -1
+    QTest::addColumn<Steps>("steps");
+    QTest::addColumn<int>("style"); // of the first dialog
+    QTest::addColumn<int>("outcome");
+    QTest::newRow("no orders") << "icat.csv"
+                               << "109" << -1 << Steps{{"該当件数は０件です", answer::Ok}} << 70
+                               << int(IcatExportJob::Outcome::NoOrders);
+    QTest::newRow("count refused") << "icat.csv" << QString() << -1 << Steps{{kCount5, answer::No}} << 68
+                                   << int(IcatExportJob::Outcome::Refused);
+    QTest::newRow("missing folder") << "no such folder/icat.csv" << QString() << -1
+                                    << Steps{{kCount5, answer::Yes}, {catalogueText("ファイルエラー"), answer::Ok}}
+                                    << 68 << int(IcatExportJob::Outcome::FileError);
     for (int i = 0; i < 9; ++i)
-        QTest::newRow(qPrintable(QString::number(i))) << i;
+        QTest::addRow("entry %d blank", i)
+            << "icat.csv" << QString() << i << Steps{{catalogueText("未記入"), answer::Ok}} << 48
+            << int(IcatExportJob::Outcome::Missing);
 }
 
-void IcatExportTest::requiredFields()
+void IcatExportTest::nothingWritten()
 {
-    QFETCH(int, field);
-    IcatExportJob::Input in = input(home_->file(QStringLiteral("icat.csv")));
-    QString* fields[] = {&in.yy[0], &in.mm[0],    &in.dd[0],    &in.yy[1], &in.mm[1],
-                         &in.dd[1], &in.denno[0], &in.denno[1], &in.file};
-    *fields[field] = QStringLiteral("  ");
-    if (field < 8) *fields[field + 1] = QString(); // a later empty field is not the one named
+    QFETCH(QString, file);
+    QFETCH(QString, denno);
+    QFETCH(int, blank);
+    QFETCH(test::Steps, steps);
+    QFETCH(int, style);
+    QFETCH(int, outcome);
+    const QString path = home_->file(file);
+    IcatExportJob::Input in = input(path);
+    if (!denno.isEmpty())
+        in.denno[0] = in.denno[1] = denno;
+    QString* entries[] = {&in.yy[0], &in.mm[0],    &in.dd[0],    &in.yy[1], &in.mm[1],
+                          &in.dd[1], &in.denno[0], &in.denno[1], &in.file};
+    if (blank >= 0)
+        *entries[blank] = QStringLiteral("  ");
+    if (blank >= 0 && blank < 8)
+        *entries[blank + 1] = QString(); // a later empty entry is not the one named
     test::ScriptedDialogs dialogs;
-    dialogs.expect(catalogue("未記入"), answer::Ok);
+    test::expectSteps(dialogs, steps, QString());
     test::RecordingInteraction ui;
     const auto r = run(in, &ui);
     QVERIFY(dialogs.done());
-    QCOMPARE(int(r.outcome), int(IcatExportJob::Outcome::Missing));
-    QCOMPARE(r.missing, field);
-    QVERIFY(ui.locks.isEmpty());
-}
-
-void IcatExportTest::existingFile_data()
-{
-    QTest::addColumn<int>("answer");
-    QTest::addColumn<int>("lines");
-    QTest::addColumn<QString>("flaggedAfter");
-    QTest::newRow("yes overwrites") << int(answer::Yes) << 5 << "101 102 103 104 106 110";
-    QTest::newRow("no appends") << int(answer::No) << 7 << "101 102 103 104 106 110";
-    QTest::newRow("cancel writes nothing") << int(answer::Cancel) << 2 << "106";
-}
-
-void IcatExportTest::existingFile()
-{
-    QFETCH(int, answer);
-    QFETCH(int, lines);
-    QFETCH(QString, flaggedAfter);
-    const QString path = home_->file(QStringLiteral("icat.csv"));
-    {
-        QFile f(path);
-        QVERIFY(f.open(QIODevice::WriteOnly));
-        f.write("old,1\r\nold,2\r\n");
-    }
-    test::ScriptedDialogs dialogs;
-    dialogs.expect(kCount5, answer::Yes);
-    dialogs.expect(fileQuestion(path), answer);
-    if (answer != answer::Cancel) {
-        expectEndOfRun(dialogs);
-    }
-    const auto r = run(input(path));
-    QVERIFY(dialogs.done());
-    QCOMPARE(dialogs.styles.value(1), 35);
-    const QStringList got = readBack(path);
-    QCOMPARE(got.size(), lines);
-    if (answer == answer::No) {
-        QCOMPARE(got.mid(0, 2), (QStringList{"old,1", "old,2"}));
-        QCOMPARE(got.mid(2), golden());
-    }
-    QCOMPARE(flagged(), flaggedAfter);
-    QCOMPARE(int(r.outcome),
-             int(answer == answer::Cancel ? IcatExportJob::Outcome::Abandoned : IcatExportJob::Outcome::Done));
-}
-
-void IcatExportTest::nothingToExport()
-{
-    const QString path = home_->file(QStringLiteral("icat.csv"));
-    IcatExportJob::Input in = input(path);
-    in.denno[0] = in.denno[1] = QStringLiteral("109");
-    test::ScriptedDialogs dialogs;
-    dialogs.expect(QStringLiteral("該当件数は０件です"), answer::Ok);
-    const auto r = run(in);
-    QVERIFY(dialogs.done());
-    QCOMPARE(dialogs.styles.value(0), 70);
-    QCOMPARE(dialogs.shown.value(0).section(QLatin1Char('|'), 0, 0), QStringLiteral("確認"));
-    QCOMPARE(int(r.outcome), int(IcatExportJob::Outcome::NoOrders));
-    QVERIFY(!QFile::exists(path));
-
-    // refusing the count writes nothing either
-    test::ScriptedDialogs refuse;
-    refuse.expect(kCount5, answer::No);
-    QCOMPARE(int(run(input(path)).outcome), int(IcatExportJob::Outcome::Refused));
-    QVERIFY(refuse.done());
-    QCOMPARE(refuse.styles.value(0), 68);
-    QVERIFY(!QFile::exists(path));
-    QCOMPARE(flagged(), QStringLiteral("106"));
-}
-
-void IcatExportTest::missingFolderMarksNothing()
-{
-    const QString path = home_->file(QStringLiteral("no such folder/icat.csv"));
-    const QString before = flagged();
-    test::ScriptedDialogs dialogs;
-    dialogs.expect(kCount5, answer::Yes);
-    dialogs.expect(catalogue("ファイルエラー"), answer::Ok);
-    const auto r = run(input(path));
-    QVERIFY(dialogs.done());
-    QCOMPARE(int(r.outcome), int(IcatExportJob::Outcome::FileError));
+    QCOMPARE(dialogs.styles.value(0), style);
+    if (blank < 0) // the count's own dialog
+        QCOMPARE(dialogs.shown.value(0).section(QLatin1Char('|'), 0, 0), QStringLiteral("確認"));
+    QCOMPARE(int(r.outcome), outcome);
+    QCOMPARE(r.missing, blank);
+    QCOMPARE(ui.locks.isEmpty(), blank >= 0); // the entries are checked before anything is locked
     QCOMPARE(r.written, 0);
     QVERIFY(!QFile::exists(path));
-    QCOMPARE(flagged(), before);
+    QCOMPARE(flagged(), QStringLiteral("106"));
 }
 
 void IcatExportTest::cancelAskedBeforeEveryRecord()
@@ -439,14 +320,14 @@ void IcatExportTest::cancelAskedBeforeEveryRecord()
     const QString path = home_->file(QStringLiteral("icat.csv"));
     test::ScriptedDialogs dialogs;
     dialogs.expect(kCount5, answer::Yes);
-    dialogs.expect(catalogue("処理中止"), answer::No);
-    dialogs.expect(catalogue("処理中止"), answer::Yes);
+    dialogs.expect(catalogueText("処理中止"), answer::No);
+    dialogs.expect(catalogueText("処理中止"), answer::Yes);
     test::RecordingInteraction ui;
     ui.cancelAfterYields = 2; // F6 confirmed while the first order was written
     const auto r = run(input(path), &ui);
     QVERIFY(dialogs.done());
     QCOMPARE(int(r.outcome), int(IcatExportJob::Outcome::Stopped));
-    QCOMPARE(readBack(path), golden().mid(0, 2));
+    QCOMPARE(test::readLines(path), golden().mid(0, 2));
     QCOMPARE(flagged(), QStringLiteral("106"));
     QCOMPARE(ui.locks, (QList<bool>{true, false}));
 }
@@ -463,15 +344,15 @@ void IcatExportTest::moreOrdersThanSixteenBits()
                              .arg(n)}));
     const QString path = home_->file(QStringLiteral("many.csv"));
     test::ScriptedDialogs dialogs;
-    dialogs.expect(QStringLiteral("該当件数は%1件です。作成しますか？").arg(n + 1), answer::Yes);
-    dialogs.expect(catalogue("ＣＳＶ出力"), answer::Ok);
-    dialogs.expect(kMark, answer::Yes);
+    dialogs.expect(test::countQuestion(n + 1), answer::Yes);
+    dialogs.expect(catalogueText("ＣＳＶ出力"), answer::Ok);
+    dialogs.expect(kMarkQuestion, answer::Yes);
     const auto r = run(input(path, 10));
     QVERIFY(dialogs.done());
     QCOMPARE(r.count, n + 1);
     QCOMPARE(r.written, n + 1);
     QCOMPARE(r.marked, n + 1);
-    const QStringList lines = readBack(path);
+    const QStringList lines = test::readLines(path);
     QCOMPARE(lines.size(), n + 1);
     QCOMPARE(lines.value(1).section(QLatin1Char(','), 1, 1), QStringLiteral("1001"));
     QCOMPARE(lines.last().section(QLatin1Char(','), 1, 1), QString::number(1000 + n));
@@ -483,7 +364,8 @@ void IcatExportTest::moreOrdersThanSixteenBits()
 void IcatExportTest::aFailedCommitIsNotCounted()
 {
     QString why;
-    if (!test::refuseCommitsOfOrder(*db_, 103, &why)) QSKIP(qPrintable(why));
+    if (!test::refuseCommitsOfOrder(*db_, 103, &why))
+        QSKIP(qPrintable(why));
     test::ScriptedDialogs dialogs;
     dialogs.expect(kCount5, answer::Yes);
     expectEndOfRun(dialogs);
@@ -501,12 +383,13 @@ void IcatExportTest::aFailedCommitIsNotCounted()
 // An order row the engine cannot read makes the selection fail: its text is shown and no file is written.
 void IcatExportTest::damagedRowWritesNothing()
 {
-    if (test::backendUnderTest() != test::Backend::Sqlite) QSKIP("makes a Jet home of its own: once is enough");
+    if (test::backendUnderTest() != test::Backend::Sqlite)
+        QSKIP("makes a Jet home of its own: once is enough");
     db_.reset();
     fnCloseDB(1);
     test::TestHome jet(test::Backend::Jet);
     QVERIFY2(jet.ok(), qPrintable(jet.error()));
-    QVERIFY(jet.exec(shippingTestRows()));
+    QVERIFY(jet.exec(test::shippingTestRows()));
     const QString path = jet.file(QStringLiteral("icat.csv"));
     {
         test::DamagedJetRow damage(jet.file(QStringLiteral("data1.dat")), QStringLiteral("jyuden"), 2);

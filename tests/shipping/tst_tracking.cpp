@@ -1,10 +1,7 @@
 // The tracking number import job: result files line by line against a few orders, the error log, the closing
 // messages, files that cannot be opened, cancel, and the line reader on its own.
-#include "app/cp932.h"
-#include "app/db/dbglobals.h"
 #include "shipping/trackingjob.h"
-#include "tests/support/testhome.h"
-#include "ui/msgcatalog.h"
+#include "tests/shipping/shippingtest.h"
 
 #include <QFile>
 #include <QTest>
@@ -15,63 +12,28 @@ using namespace pel;
 
 namespace {
 
+using test::readLines;
+using test::resultLine;
+using test::writeLines;
 const QString kOk = QStringLiteral("正常に終了しました");
 const QString kErrors = QStringLiteral("エラーデータがあります。確認して下さい");
-
-QString fileError()
-{
-    CatalogueEntry e;
-    catalogueEntry(QStringLiteral("ファイルエラー"), QString(), &e);
-    return e.text;
-}
-
-// A result line: the shipping line's 46 fields, the tracking number as field 47.
-QString resultLine(const QString& denno, const QString& tracking, const QString& name = QStringLiteral("山田 太郎"))
-{
-    QStringList f(46);
-    f[0] = QStringLiteral("2025/03/01");
-    f[1] = denno;
-    f[7] = name;
-    return f.join(QLatin1Char(',')) + QLatin1Char(',') + tracking;
-}
-
-bool writeFile(const QString& path, const QStringList& lines)
-{
-    QByteArray bytes;
-    for (const QString& l : lines)
-        bytes += Cp932::encode(l).value_or("<not CP932>") + "\r\n";
-    QFile f(path);
-    return f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size();
-}
+const QStringList kOrders{"INSERT INTO jyuden (denno,okurino,total,memo) VALUES (201,'',1000,'a'),"
+                          "(202,'400000000002',2000,'b'),(203,'',3000,'c'),(204,'777',4000,'d')"};
 
 QByteArray cp932(const QString& text)
 {
     return Cp932::encode(text).value_or("<not CP932>");
 }
 
-QStringList readLines(const QString& path)
-{
-    QFile f(path);
-    if (!f.open(QIODevice::ReadOnly)) return {QStringLiteral("<missing>")};
-    QStringList lines;
-    for (const QByteArray& l : f.readAll().split('\n'))
-        if (!l.isEmpty())
-            lines << Cp932::decode(l.endsWith('\r') ? l.chopped(1) : l).value_or(QStringLiteral("<not CP932>")) +
-                         (l.endsWith('\r') ? QString() : QStringLiteral("<no CR>"));
-    return lines;
-}
-
 } // namespace
 
-class TrackingTest : public QObject
-{
+class TrackingTest : public QObject {
     Q_OBJECT
 private slots:
-    void init();
-    void cleanup();
+    void init() { test::openHome(home_, kOrders, &db_); }
+    void cleanup() { test::closeHome(home_, &db_); }
     void import_data();
     void import();
-    void utf8File();
     void filesThatCannotBeOpened_data();
     void filesThatCannotBeOpened();
     void cancelKeepsEarlierUpdates();
@@ -86,26 +48,6 @@ private:
     std::unique_ptr<clsDbClass> db_;
 };
 
-void TrackingTest::init()
-{
-    if (test::backendUnderTest() == test::Backend::Postgres && test::testServer().isEmpty())
-        QSKIP("PEL008_TEST_PG is not set");
-    home_ = std::make_unique<test::TestHome>();
-    QVERIFY2(home_->ok(), qPrintable(home_->error()));
-    QVERIFY(home_->exec({QStringLiteral("INSERT INTO jyuden (denno,okurino,total,memo) VALUES (201,'',1000,'a'),"
-                                        "(202,'400000000002',2000,'b'),(203,'',3000,'c'),(204,'777',4000,'d')")}));
-    QVERIFY(fnOpenDB(1));
-    db_ = std::make_unique<clsDbClass>();
-    QVERIFY(db_->OpenDb());
-}
-
-void TrackingTest::cleanup()
-{
-    db_.reset();
-    fnCloseDB(1);
-    home_.reset();
-}
-
 QStringList TrackingTest::okurino(test::TestHome* home)
 {
     QStringList v;
@@ -118,48 +60,59 @@ QStringList TrackingTest::okurino(test::TestHome* home)
 void TrackingTest::import_data()
 {
     QTest::addColumn<QStringList>("lines");
-    QTest::addColumn<QStringList>("stored"); // okurino of 201..204 afterwards
-    QTest::addColumn<QStringList>("rejected");
+    QTest::addColumn<bool>("utf8");            // the file saved by an editor as UTF-8 with its mark, else CP932
+    QTest::addColumn<QStringList>("stored");   // okurino of 201..204 afterwards
+    QTest::addColumn<QStringList>("rejected"); // the lines the error log copies as they were read
     QTest::addColumn<qint64>("updated");
     const QStringList untouched{"", "400000000002", "", "777"};
+    const QString unknown = resultLine("999", "499999999999", QStringLiteral("髙橋 一郎"));
 
-    QTest::newRow("empty file") << QStringList{} << untouched << QStringList{} << qint64(0);
+    QTest::newRow("empty file") << QStringList{} << false << untouched << QStringList{} << qint64(0);
     QTest::newRow("quoted comma in a field")
         << QStringList{"\"2025/03/01\",\"201\",\"0\",,,,,\"山田, 太郎\"" + QString(",").repeated(38) +
                        ",\"412345678901\""}
-        << QStringList{"412345678901", "400000000002", "", "777"} << QStringList{} << qint64(1);
+        << false << QStringList{"412345678901", "400000000002", "", "777"} << QStringList{} << qint64(1);
     QTest::newRow("overwrites a stored number")
-        << QStringList{resultLine("202", "412345678902")} << QStringList{"", "412345678902", "", "777"} << QStringList{}
-        << qint64(1);
+        << QStringList{resultLine("202", "412345678902")} << false << QStringList{"", "412345678902", "", "777"}
+        << QStringList{} << qint64(1);
     QTest::newRow("last line wins") << QStringList{resultLine("203", "411111111111"), resultLine("203", "422222222222")}
-                                    << QStringList{"", "400000000002", "422222222222", "777"} << QStringList{}
+                                    << false << QStringList{"", "400000000002", "422222222222", "777"} << QStringList{}
                                     << qint64(2);
     QTest::newRow("letters: not stored, not rejected")
-        << QStringList{resultLine("204", "4123AB"), resultLine("201", "1 or 1=1"), resultLine("203", "")} << untouched
-        << QStringList{} << qint64(0);
-    const QString unknown = resultLine("999", "499999999999", QStringLiteral("髙橋 一郎"));
+        << QStringList{resultLine("204", "4123AB"), resultLine("201", "1 or 1=1"), resultLine("203", "")} << false
+        << untouched << QStringList{} << qint64(0);
     QTest::newRow("unknown order rejected, the rest goes on")
-        << QStringList{unknown, resultLine("201", "412345678901")}
-        << QStringList{"412345678901", "400000000002", "", "777"}
-        << QStringList{QStringLiteral("【受注伝票なし】,") + unknown} << qint64(1);
+        << QStringList{unknown, resultLine("201", "412345678901")} << false
+        << QStringList{"412345678901", "400000000002", "", "777"} << QStringList{unknown} << qint64(1);
+    QTest::newRow("UTF-8: the orders found, a rejected line logged as it was read")
+        << QStringList{resultLine("201", "411"), unknown} << true << QStringList{"411", "400000000002", "", "777"}
+        << QStringList{unknown} << qint64(1);
     QTest::newRow("short line keeps the previous values")
-        << QStringList{resultLine("201", "412345678901"), "x,203"}
+        << QStringList{resultLine("201", "412345678901"), "x,203"} << false
         << QStringList{"412345678901", "400000000002", "412345678901", "777"} << QStringList{} << qint64(2);
     QTest::newRow("first line without an order number: order 0")
-        << QStringList{"見出し,受注番号", resultLine("abc", "4")} << untouched
-        << QStringList{"【受注伝票なし】,見出し,受注番号", QStringLiteral("【受注伝票なし】,") + resultLine("abc", "4")}
-        << qint64(0);
+        << QStringList{"見出し,受注番号", resultLine("abc", "4")} << false << untouched
+        << QStringList{"見出し,受注番号", resultLine("abc", "4")} << qint64(0);
 }
 
 void TrackingTest::import()
 {
     QFETCH(QStringList, lines);
+    QFETCH(bool, utf8);
     QFETCH(QStringList, stored);
     QFETCH(QStringList, rejected);
     QFETCH(qint64, updated);
+    const auto bytes = [&](const QString& line) { return (utf8 ? line.toUtf8() : cp932(line)) + "\r\n"; };
+    QByteArray file = utf8 ? "\xEF\xBB\xBF" : "", logged;
+    for (const QString& l : lines)
+        file += bytes(l);
+    for (const QString& l : rejected)
+        logged += cp932(QStringLiteral("【受注伝票なし】,")) + bytes(l);
     const QString in = home_->file(QStringLiteral("result.csv")), log = home_->file(QStringLiteral("error.txt"));
-    QVERIFY(writeFile(in, lines));
-    QVERIFY(writeFile(log, {QStringLiteral("left from an earlier run")}));
+    QFile f(in);
+    QVERIFY(f.open(QIODevice::WriteOnly) && f.write(file) == file.size());
+    f.close();
+    QVERIFY(writeLines(log, {QStringLiteral("left from an earlier run")}));
     test::ScriptedDialogs dialogs;
     dialogs.expect(rejected.isEmpty() ? kOk : kErrors, answer::Ok);
     test::RecordingInteraction ui;
@@ -170,7 +123,9 @@ void TrackingTest::import()
              rejected.isEmpty() ? QStringLiteral("終了|64") : QStringLiteral("エラー確認|16"));
     QCOMPARE(int(r.outcome), int(TrackingImportJob::Outcome::Done));
     QCOMPARE(okurino(), stored);
-    QCOMPARE(readLines(log), rejected);
+    QFile l(log);
+    QVERIFY(l.open(QIODevice::ReadOnly));
+    QCOMPARE(l.readAll(), logged);
     QCOMPARE(r.lines, qint64(lines.size()));
     QCOMPARE(r.updated, updated);
     QCOMPARE(r.rejected, qint64(rejected.size()));
@@ -179,28 +134,6 @@ void TrackingTest::import()
     QCOMPARE(home_->scalar(QStringLiteral("SELECT sum(total) FROM jyuden")).toDouble(), 10000.0);
     QCOMPARE(home_->scalar(QStringLiteral("SELECT count(*) FROM operatlog WHERE syori = 'Ｉ-ＣＡＴデータ読込'")),
              QStringLiteral("1"));
-}
-
-void TrackingTest::utf8File()
-{
-    // saved by an editor as UTF-8 with its mark: the orders are found, a rejected line is logged as it was read
-    const QByteArray unknown = resultLine("999", "499", QStringLiteral("髙橋 一郎")).toUtf8();
-    const QString in = home_->file(QStringLiteral("result.csv")), log = home_->file(QStringLiteral("error.txt"));
-    QFile f(in);
-    QVERIFY(f.open(QIODevice::WriteOnly));
-    QVERIFY(f.write("\xEF\xBB\xBF" + resultLine("201", "411").toUtf8() + "\r\n" + unknown + "\r\n") > 0);
-    f.close();
-    test::ScriptedDialogs dialogs;
-    dialogs.expect(kErrors, answer::Ok);
-    test::RecordingInteraction ui;
-    TrackingImportJob job(*db_);
-    const auto r = job.run(in, log, ui);
-    QVERIFY(dialogs.done());
-    QCOMPARE(okurino().value(0), QStringLiteral("411"));
-    QCOMPARE(r.updated, qint64(1));
-    QFile l(log);
-    QVERIFY(l.open(QIODevice::ReadOnly));
-    QCOMPARE(l.readAll(), cp932(QStringLiteral("【受注伝票なし】,")) + unknown + "\r\n");
 }
 
 void TrackingTest::filesThatCannotBeOpened_data()
@@ -223,7 +156,7 @@ void TrackingTest::filesThatCannotBeOpened()
     QFETCH(bool, inputMissing);
     QFETCH(int, outcome);
     const QString in = home_->file(QStringLiteral("result.csv"));
-    QVERIFY(writeFile(in, {resultLine("201", "412345678901")}));
+    QVERIFY(writeLines(in, {resultLine("201", "412345678901")}));
     const QByteArray before = cp932(resultLine("201", "412345678901")) + "\r\n";
     QString logPath = home_->file(log);
     if (log == QLatin1String("link")) {
@@ -234,15 +167,16 @@ void TrackingTest::filesThatCannotBeOpened()
         QCOMPARE(::link(QFile::encodeName(in).constData(), QFile::encodeName(logPath).constData()), 0);
     }
     test::ScriptedDialogs dialogs;
-    dialogs.expect(fileError(), answer::Ok);
+    dialogs.expect(test::catalogueText(QStringLiteral("ファイルエラー")), answer::Ok);
     test::RecordingInteraction ui;
     TrackingImportJob job(*db_);
-    const auto r = inputMissing ? job.run(home_->file(QStringLiteral("none.csv")), logPath, ui)
-                                : job.run(in, logPath, ui);
+    const auto r =
+        inputMissing ? job.run(home_->file(QStringLiteral("none.csv")), logPath, ui) : job.run(in, logPath, ui);
     QVERIFY(dialogs.done());
     QCOMPARE(int(r.outcome), outcome);
     QCOMPARE(okurino().value(0), QString());
-    if (log == QLatin1String("e.txt")) QCOMPARE(QFile::exists(logPath), false);
+    if (log == QLatin1String("e.txt"))
+        QCOMPARE(QFile::exists(logPath), false);
     QFile result(in);
     QVERIFY(result.open(QIODevice::ReadOnly));
     QCOMPARE(result.readAll(), before); // the carrier's file is never cut
@@ -252,7 +186,7 @@ void TrackingTest::filesThatCannotBeOpened()
 void TrackingTest::cancelKeepsEarlierUpdates()
 {
     const QString in = home_->file(QStringLiteral("result.csv")), log = home_->file(QStringLiteral("error.txt"));
-    QVERIFY(writeFile(in, {resultLine("201", "411"), resultLine("999", "499"), resultLine("203", "433")}));
+    QVERIFY(writeLines(in, {resultLine("201", "411"), resultLine("999", "499"), resultLine("203", "433")}));
     test::ScriptedDialogs dialogs; // no closing message
     test::RecordingInteraction ui;
     ui.cancelAfterYields = 3; // F6 confirmed while the second line was read
@@ -296,27 +230,28 @@ void TrackingTest::engineErrorStopsTheRun()
     std::optional<test::TestHome> jet;
     std::optional<test::DamagedJetRow> damage;
     if (damaged) {
-        if (test::backendUnderTest() != test::Backend::Sqlite) QSKIP("makes a Jet home of its own: once is enough");
+        if (test::backendUnderTest() != test::Backend::Sqlite)
+            QSKIP("makes a Jet home of its own: once is enough");
         db_.reset();
         fnCloseDB(1);
         jet.emplace(test::Backend::Jet);
         QVERIFY2(jet->ok(), qPrintable(jet->error()));
-        QVERIFY(jet->exec({QStringLiteral("INSERT INTO jyuden (denno,okurino,total,memo) VALUES (201,'',1000,'a'),"
-                                          "(202,'400000000002',2000,'b'),(203,'',3000,'c'),(204,'777',4000,'d')")}));
+        QVERIFY(jet->exec(kOrders));
         damage.emplace(jet->file(QStringLiteral("data1.dat")), QStringLiteral("jyuden"), 1);
         QVERIFY2(damage->ok(), qPrintable(damage->error()));
         db_ = std::make_unique<clsDbClass>();
         QVERIFY(db_->OpenDb());
     } else {
         QString why;
-        if (!test::refuseCommitsOfOrder(*db_, 202, &why)) QSKIP(qPrintable(why));
+        if (!test::refuseCommitsOfOrder(*db_, 202, &why))
+            QSKIP(qPrintable(why));
     }
     test::TestHome* home = jet ? &*jet : home_.get();
     const QString in = home->file(QStringLiteral("result.csv")), log = home->file(QStringLiteral("error.txt"));
     QStringList lines;
     for (const QString& denno : orders)
         lines << resultLine(denno, QLatin1Char('4') + denno);
-    QVERIFY(writeFile(in, lines));
+    QVERIFY(writeLines(in, lines));
     test::ScriptedDialogs dialogs;
     dialogs.expectStart(message, answer::Ok);
     test::RecordingInteraction ui;
