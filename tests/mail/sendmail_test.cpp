@@ -173,18 +173,14 @@ private slots:
         QTest::addColumn<QString>("attach");
         QTest::addColumn<QString>("mentions");
         const QString ok = QStringLiteral("t@example.jp"), from = QStringLiteral("f@example.jp");
-        QTest::newRow("missing attachment") << QString() << ok << from << QStringLiteral("/nonexistent/請求.txt")
-                                            << QStringLiteral("/nonexistent/請求.txt");
-        QTest::newRow("no recipient") << QString() << QStringLiteral(" ; , ") << from << QString() << QString();
-        QTest::newRow("bad recipient") << QString() << QStringLiteral("a@example.jp; 田中") << from << QString()
-                                       << QStringLiteral("田中");
-        QTest::newRow("header injection")
-            << QString() << QStringLiteral("a@example.jp\r\nBcc: x@example.jp") << from << QString() << QString();
-        QTest::newRow("no sender") << QString() << ok << QStringLiteral(" ") << QString() << QString();
-        QTest::newRow("bad port") << QStringLiteral("127.0.0.1:smtp") << ok << from << QString() << QString();
-        QTest::newRow("unknown scheme") << QStringLiteral("imap://127.0.0.1") << ok << from << QString()
-                                        << QStringLiteral("imap://");
-        QTest::newRow("scheme without host") << QStringLiteral("smtps://") << ok << from << QString() << QString();
+        row("missing attachment", "", ok, from, "/nonexistent/請求.txt", "/nonexistent/請求.txt");
+        row("no recipient", "", " ; , ", from, "", "");
+        row("bad recipient", "", "a@example.jp; 田中", from, "", "田中");
+        row("header injection", "", "a@example.jp\r\nBcc: x@example.jp", from, "", "");
+        row("no sender", "", ok, " ", "", "");
+        row("bad port", "127.0.0.1:smtp", ok, from, "", "");
+        row("unknown scheme", "imap://127.0.0.1", ok, from, "", "imap://");
+        row("scheme without host", "smtps://", ok, from, "", "");
     }
     void refused()
     {
@@ -303,13 +299,10 @@ private slots:
         QTest::addColumn<QString>("login");
         QTest::addColumn<int>("code");
         QTest::addColumn<QString>("printed");
-        QTest::newRow("sent") << "smtp://" + sink_.server(QStringLiteral("starttls"))
-                              << QStringList{"--ca-file", sink_.caFile()} << "env" << 0 << "";
-        QTest::newRow("TLS required") << sink_.server() << QStringList{"--require-tls"} << "" << 1
-                                      << QStringLiteral("STARTTLS");
-        QTest::newRow("named netrc missing")
-            << "smtp://" + sink_.server(QStringLiteral("starttls")) << QStringList{"--netrc", "/nonexistent/netrc"}
-            << "" << 1 << QStringLiteral("/nonexistent/netrc");
+        const QString starttls = "smtp://" + sink_.server(QStringLiteral("starttls"));
+        row("sent", starttls, QStringList{"--ca-file", sink_.caFile()}, "env", 0, "");
+        row("TLS required", sink_.server(), QStringList{"--require-tls"}, "", 1, "STARTTLS");
+        row("named netrc missing", starttls, QStringList{"--netrc", "/nonexistent/netrc"}, "", 1, "/nonexistent/netrc");
     }
     void runner()
     {
