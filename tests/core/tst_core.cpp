@@ -154,9 +154,10 @@ void TstCore::iniRoundTrip()
 void TstCore::iniReadRules()
 {
     QTemporaryDir dir;
-    const QString ini = writeIni(dir, *Cp932::encode(QStringLiteral("[Mirabo]\r\n DbMode = 1 \r\ndbpath=  \"D:\\販売\"  \r\n"
-                                                                   "[CvsRead]\r\nReadFile=a=b\r\nempty=\r\nlong=") +
-                                                    QString(2000, QLatin1Char('x')) + QStringLiteral("\r\n")));
+    const QString ini =
+        writeIni(dir, *Cp932::encode(QStringLiteral("[Mirabo]\r\n DbMode = 1 \r\ndbpath=  \"D:\\販売\"  \r\n"
+                                                    "[CvsRead]\r\nReadFile=a=b\r\nempty=\r\nlong=") +
+                                     QString(2000, QLatin1Char('x')) + QStringLiteral("\r\n")));
     QString v;
     fnGetIni(QStringLiteral("MIRABO"), QStringLiteral("dbpath"), QString(), v, 1024, ini);
     QCOMPARE(v, QStringLiteral("D:\\販売"));

@@ -197,17 +197,10 @@ private slots:
         QCOMPARE(sink_.messages().size(), 0);
     }
 
-    void unreachable_data()
-    {
-        QTest::addColumn<bool>("silent");
-        QTest::newRow("closed port") << false;
-        QTest::newRow("silent server") << true;
-    }
+    // A closed port: an error naming it, at once (a silent server's timeout is a row of the TLS table).
     void unreachable()
     {
-        QFETCH(bool, silent);
-        mailtest::LocalPort listener(silent);
-        const int port = silent ? listener.port : mailtest::closedPort();
+        const int port = mailtest::closedPort();
         clsBaSp mailer;
         mailer.setConnectTimeout(1);
         mailer.setTotalTimeout(2);
@@ -275,9 +268,9 @@ private slots:
         o.caFile = ca == QLatin1String("ca") ? sink_.caFile() : ca == QLatin1String("other") ? sink_.otherCaFile() : ca;
         o.requireTls = requireTls;
         mailer.setOptions(o);
-        const QString result = mailer.SendMail(server.arg(port), QStringLiteral("tanaka@example.jp"),
-                                               QStringLiteral("営業部 <sales@example.jp>"), QStringLiteral("件名"),
-                                               QStringLiteral("本文"), QStringList{file("請求一括登録.txt", kCp932File)});
+        const QString result = mailer.SendMail(
+            server.arg(port), QStringLiteral("tanaka@example.jp"), QStringLiteral("営業部 <sales@example.jp>"),
+            QStringLiteral("件名"), QStringLiteral("本文"), QStringList{file("請求一括登録.txt", kCp932File)});
         if (!expected.isEmpty()) {
             QVERIFY2(result.contains(expected), qPrintable(result));
             QCOMPARE(sink_.messages().size(), 0);
