@@ -148,7 +148,6 @@ void TstDb::standardConversion_data()
     row("whole currency", "", "select total from jyuden where denno=10", "5400");
     row("half", "update jyuden set total=0.5 where denno=10", "select total from jyuden where denno=10", "0.5");
     row("big double", "update sysfile set zeiritu=1e15 where id=1", "select zeiritu from sysfile", "1000000000000000");
-    row("single", "", "select [top] from offset", "1.5");
     row("null", "update inmoney set sdate=null", "select sdate from inmoney", "");
     // statements as the system writes them
     row("bracketed top, left", "", "select [top],left,hight from offset where kubun = 1 and code = 2", "1.5|-2.5|0");
