@@ -2,27 +2,17 @@
 #include "app/inifile.h"
 #include "jet/tool.h"
 #include "tests/batch/process.h"
+#include "tests/support/files.h"
 #include "tests/support/testhome.h"
 
-#include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
 
-namespace {
-
+using pel::test::fileBytes;
 using pel::test::Ran;
-
-QByteArray digest(const QString& path)
-{
-    QFile f(path);
-    f.open(QIODevice::ReadOnly);
-    return QCryptographicHash::hash(f.readAll(), QCryptographicHash::Sha1);
-}
-
-} // namespace
 
 class TstPrograms : public QObject {
     Q_OBJECT
@@ -71,12 +61,12 @@ void TstPrograms::programEndsSilently()
 {
     QFETCH(QStringList, args);
     const QString db = home_.filePath(QStringLiteral("data1.dat"));
-    const QByteArray before = digest(db);
+    const QByteArray before = fileBytes(db);
     const Ran r = pel::test::runIn(home_.path(), pel008_, args);
     QCOMPARE(r.code, 0);
     QCOMPARE(r.out, QString());
     QVERIFY2(!r.err.contains(QStringLiteral("エラー")), qPrintable(r.err));
-    QCOMPARE(digest(db), before);
+    QCOMPARE(fileBytes(db), before);
     QCOMPARE(batch({"sql", "select count(*) from operatlog"}).out, QStringLiteral("Expr1000\n0\n"));
 }
 

@@ -8,6 +8,7 @@
 #include "conveni/posting.h"
 #include "tests/batch/process.h"
 #include "tests/payment/fixtures.h"
+#include "tests/support/files.h"
 #include "tests/support/heldlock.h"
 
 #include <QDir>
@@ -49,12 +50,6 @@ struct Run {
         return t;
     }
 };
-
-QByteArray contents(const QString& path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<unreadable>");
-}
 
 // Another connection holding what the posting of order 1001 needs: on PostgreSQL its ledger line.
 std::unique_ptr<HeldLock> holdOrder1001(Backend backend)
@@ -227,7 +222,7 @@ void PaymentTest::readMarkOnAFullDisk()
     setrlimit(RLIMIT_FSIZE, &saved);
     std::signal(SIGXFSZ, oldHandler);
     QVERIFY(!marked);
-    QCOMPARE(contents(path), QByteArray("a\r\n"));
+    QCOMPARE(fileBytes(path), QByteArray("a\r\n"));
 }
 
 void PaymentTest::outcomes_data()
@@ -333,7 +328,7 @@ void PaymentTest::outcomes()
         QVERIFY(!home_->scalar("select sdate from inmoney where denno = " + row[5]).isEmpty());
     }
     QCOMPARE(home_->scalar("select naiyou from operatlog where kubun = 1"), log);
-    QVERIFY(contents(path).endsWith("\r\n" + *Cp932::encode(u"読込済") + "\r\n"));
+    QVERIFY(fileBytes(path).endsWith("\r\n" + *Cp932::encode(u"読込済") + "\r\n"));
 }
 
 void PaymentTest::readToTheEnd_data()
@@ -464,7 +459,7 @@ void PaymentTest::refused()
     QVERIFY(!r.job.busy());
     QCOMPARE(r.ui.locks, (QList<bool>{true, false}));
     QVERIFY(r.ui.rows.isEmpty());
-    QCOMPARE(contents(path), bytes);
+    QCOMPARE(fileBytes(path), bytes);
     if (style == mb::OkOnly) // the sums that disagree
         QVERIFY(r.job.total(6) > 0);
 }
@@ -623,7 +618,7 @@ void PaymentTest::interrupted()
     QCOMPARE(ui.locks, (QList<bool>{true, false}));
     QCOMPARE(count("select count(*) from inmoney"), 1 + posted);
     QCOMPARE(home_->scalar("select naiyou from operatlog where kubun = 1"), log);
-    QVERIFY(!contents(path).contains("\x93\xC7\x8D\x9E\x8D\xCF")); // 読込済
+    QVERIFY(!fileBytes(path).contains("\x93\xC7\x8D\x9E\x8D\xCF")); // 読込済
 }
 
 void PaymentTest::backupCopy()
@@ -642,7 +637,7 @@ void PaymentTest::backupCopy()
     QCOMPARE(copies.size(), 1);
     QVERIFY(copies[0] == QFileInfo(pel::backupName(path, before)).fileName() ||
             copies[0] == QFileInfo(pel::backupName(path, before.addSecs(1))).fileName());
-    QCOMPARE(contents(home_->file(copies[0])), contents(path)); // the marked file
+    QCOMPARE(fileBytes(home_->file(copies[0])), fileBytes(path)); // the marked file
 }
 
 void PaymentTest::runnerKilledAndRunAgain()
