@@ -82,8 +82,6 @@ private slots:
 
     void outcomes_data();
     void outcomes();
-    void readToTheEnd_data();
-    void readToTheEnd();
     void refused_data();
     void refused();
     void postingAgainstALock_data();
@@ -227,7 +225,7 @@ void PaymentTest::readMarkOnAFullDisk()
 
 void PaymentTest::outcomes_data()
 {
-    QTest::addColumn<QStringList>("lines");
+    QTest::addColumn<QByteArray>("bytes");
     QTest::addColumn<QString>("agency");
     QTest::addColumn<QList<QStringList>>("rows");
     QTest::addColumn<Totals>("totals");
@@ -246,63 +244,78 @@ void PaymentTest::outcomes_data()
                                   {cancel, "取消", day, "2,000", "2,000", "1005", "101", yamada}};
     };
     QString day = QStringLiteral("2024/05/10");
-    QTest::newRow("fixed width") << fwBasic() << "908997"
-                                 << firstFive(day) + QList<QStringList>{
-                                                       {noOrder, "速報", day, "", "3,000", "99999999", "", ""},
-                                                       {noOrder, "取消", day, "", "1,200", "99999998", "", ""},
-                                                       {paid, "速報", day, "7,000", "7,000", "1006", "102", sato},
-                                                       {"×：ﾌｧｲﾅﾝｽｺｰﾄﾞｴﾗｰ", "速報", "", "", "", "", "", ""}}
+    QTest::newRow("fixed width") << cp932Lines(fwBasic()) << "908997"
+                                 << firstFive(day) +
+                                        QList<QStringList>{{noOrder, "速報", day, "", "3,000", "99999999", "", ""},
+                                                           {noOrder, "取消", day, "", "1,200", "99999998", "", ""},
+                                                           {paid, "速報", day, "7,000", "7,000", "1006", "102", sato},
+                                                           {"×：ﾌｧｲﾅﾝｽｺｰﾄﾞｴﾗｰ", "速報", "", "", "", "", "", ""}}
                                  << Totals{4, 20745, 3, 14000, 2, 3200, 7, 34745, 2, 3200} << "4件 20,745円" << 0;
     day = QStringLiteral("2024/05/11");
     QTest::newRow("comma-separated")
-        << QStringList{csvRecord("1", digitsOf(1001, 17), 5000),          // code written "1"
-                       csvRecord("01", "EAN" + digitsOf(1002, 17), 2900), // EAN prefix, amount differs
-                       csvRecord("12", digitsOf(1003, 17), 12345),
-                       csvRecord("22", digitsOf(1004, 17), 500),
-                       csvRecord("03", digitsOf(1005, 17), 2000),
-                       csvRecord("02", digitsOf(1001, 17), 5000), // not a code of this format: passed over
-                       "",
-                       csvRecord("01", digitsOf(1006, 17), 7000),
-                       csvRecord("03", digitsOf(99999998, 17), 1200),
-                       csvRecord("01", digitsOf(1007, 17), 4000, "929999")}
+        << cp932Lines(QStringList{
+               csvRecord("1", digitsOf(1001, 17), 5000),          // code written "1"
+               csvRecord("01", "EAN" + digitsOf(1002, 17), 2900), // EAN prefix, amount differs
+               csvRecord("12", digitsOf(1003, 17), 12345),
+               csvRecord("22", digitsOf(1004, 17), 500),
+               csvRecord("03", digitsOf(1005, 17), 2000),
+               csvRecord("02", digitsOf(1001, 17), 5000), // not a code of this format: passed over
+               "",
+               csvRecord("01", digitsOf(1006, 17), 7000),
+               csvRecord("03", digitsOf(99999998, 17), 1200),
+               csvRecord("01", digitsOf(1007, 17), 4000, "929999"),
+           })
         << "929023"
         << firstFive(day) + QList<QStringList>{{paid, "速報", day, "7,000", "7,000", "1006", "102", sato},
-                              {noOrder, "取消", day, "", "1,200", "99999998", "", ""},
-                              {"×：ﾌｧｲﾅﾝｽｺｰﾄﾞｴﾗｰ", "速報", "", "", "", "", "", ""}}
+                                               {noOrder, "取消", day, "", "1,200", "99999998", "", ""},
+                                               {"×：ﾌｧｲﾅﾝｽｺｰﾄﾞｴﾗｰ", "速報", "", "", "", "", "", ""}}
         // the agency error's amount is cut from the whole line: "\"01\",\"9299" reads as 19299
         << Totals{4, 20745, 2, 7000 + 19299, 2, 3200, 6, 20745 + 26299, 2, 3200} << "4件 20,745円" << 0;
     QTest::newRow("comma-separated, a field missing")
-        << QStringList{csvRecord("01", digitsOf(1001, 17), 5000), QStringLiteral("\"01\",\"929023\",\"1\"")} << "929023"
+        << cp932Lines({csvRecord("01", digitsOf(1001, 17), 5000), QStringLiteral("\"01\",\"929023\",\"1\"")})
+        << "929023"
         << QList<QStringList>{{ok, "速報", day, "5,000", "5,000", "1001", "101", yamada},
                               {"×：読込データに誤りがあります", "速報", "", "", "", "", "", ""}}
         << Totals{1, 5000, 1, 0, 0, 0, 2, 5000, 0, 0} << "1件 5,000円" << 0;
     QTest::newRow("comma-separated, an order number beyond 32 bits")
-        << QStringList{csvRecord("01", "99999999999999999", 5000)} << "929023"
+        << cp932Lines({csvRecord("01", "99999999999999999", 5000)}) << "929023"
         << QList<QStringList>{{"×：読込データに誤りがあります", "速報", day, "", "5,000", "", "", ""}}
         << Totals{0, 0, 1, 5000, 0, 0, 1, 5000, 0, 0} << "0件 0円" << 0;
     // the screen's date goes to fixed-width records only
     const Totals one{1, 5000, 0, 0, 0, 0, 1, 5000, 0, 0};
     QTest::newRow("fixed width, the screen's date")
-        << fwOne() << "908997"
+        << cp932Lines(fwOne()) << "908997"
         << QList<QStringList>{{ok, "速報", "2024/06/20", "5,000", "5,000", "1001", "101", yamada}} << one
         << "1件 5,000円" << 20240620;
     QTest::newRow("comma-separated, the screen's date")
-        << QStringList{csvRecord("01", digitsOf(1001, 17), 5000)} << "929023"
+        << cp932Lines({csvRecord("01", digitsOf(1001, 17), 5000)}) << "929023"
         << QList<QStringList>{{ok, "速報", "", "5,000", "5,000", "1001", "101", yamada}} << one << "1件 5,000円"
         << 20240620;
+    // one record read to the end of the file, whatever its last bytes; trailers that agree in other ways
+    const auto readsOne = [&](const char* name, const QByteArray& bytes) {
+        const QList<QStringList> rows{{ok, "速報", "2024/05/10", "5,000", "5,000", "1001", "101", yamada}};
+        QTest::newRow(name) << bytes << "908997" << rows << one << "1件 5,000円" << 0;
+    };
+    readsOne("LF only", cp932Lines(fwOne(), "\n"));
+    readsOne("no final break", cp932Lines(fwOne(), "\r\n", false));
+    readsOne("end-of-file byte", cp932Lines(fwOne()) + "\x1A");
+    readsOne("end-of-file byte on the last line", cp932Lines(fwOne(), "\r\n", false) + "\x1A");
+    const QString head = fwHeader(), r1 = fwRecord("01", 1001, 5000);
+    readsOne("extras ignored without postal records", cp932Lines({head, r1, fwTrailer(1, 5000, 0, 0, 1, 12345)}));
+    readsOne("two trailers add up", cp932Lines({head, r1, fwTrailer(1, 0, 0, 0), fwTrailer(0, 5000, 0, 0)}));
 }
 
 // Every outcome a record can have, listed and summed; the paid ones posted, each with its ledger line; the file
-// marked as read.
+// marked as read on a line of its own, where a second run stops.
 void PaymentTest::outcomes()
 {
-    QFETCH(QStringList, lines);
+    QFETCH(QByteArray, bytes);
     QFETCH(QString, agency);
     QFETCH(QList<QStringList>, rows);
     QFETCH(Totals, totals);
     QFETCH(QString, log);
     QFETCH(int, screenDate);
-    const QString path = mt(cp932Lines(lines));
+    const QString path = mt(bytes);
     ScriptedDialogs d;
     expectFullRun(d, static_cast<int>(totals[0]));
     Run r;
@@ -328,48 +341,13 @@ void PaymentTest::outcomes()
         QVERIFY(!home_->scalar("select sdate from inmoney where denno = " + row[5]).isEmpty());
     }
     QCOMPARE(home_->scalar("select naiyou from operatlog where kubun = 1"), log);
-    QVERIFY(fileBytes(path).endsWith("\r\n" + *Cp932::encode(u"読込済") + "\r\n"));
-}
-
-void PaymentTest::readToTheEnd_data()
-{
-    QTest::addColumn<QByteArray>("bytes");
-    QTest::addColumn<int>("posted");
-    const QStringList one = fwOne();
-    QTest::newRow("CR LF") << cp932Lines(one) << 1;
-    QTest::newRow("LF only") << cp932Lines(one, "\n") << 1;
-    QTest::newRow("no final break") << cp932Lines(one, "\r\n", false) << 1;
-    QTest::newRow("end-of-file byte") << cp932Lines(one) + "\x1A" << 1;
-    QTest::newRow("end-of-file byte on the last line") << cp932Lines(one, "\r\n", false) + "\x1A" << 1;
-    const QString head = fwHeader(), r1 = fwRecord("01", 1001, 5000);
-    QTest::newRow("extras ignored without postal records")
-        << cp932Lines({head, r1, fwTrailer(1, 5000, 0, 0, 1, 12345)}) << 1;
-    QTest::newRow("two trailers add up") << cp932Lines({head, r1, fwTrailer(1, 0, 0, 0), fwTrailer(0, 5000, 0, 0)})
-                                         << 1;
-}
-
-// A file whose sums agree is posted; the mark then is a line of its own whatever the file's last bytes were, and a
-// second run stops at it.
-void PaymentTest::readToTheEnd()
-{
-    QFETCH(QByteArray, bytes);
-    QFETCH(int, posted);
-    const QString path = mt(bytes);
-    Run r;
-    {
-        ScriptedDialogs d;
-        expectFullRun(d, posted);
-        QCOMPARE(r.job.run({path, 0, 0}), PaymentImportJob::Result::Done);
-    }
-    QCOMPARE(count("select count(*) from inmoney"), 1 + posted);
-    QCOMPARE(count("select count(*) from inmoney where denno = 1001"), 1);
-    ScriptedDialogs d;
-    d.expect(kStart, answer::Yes);
-    d.expect(QStringLiteral("読込済みデータです"), answer::Ok);
-    QCOMPARE(r.job.run({path, 0, 0}), PaymentImportJob::Result::Refused);
-    QCOMPARE(d.shown.last(), PaymentImportJob::kTitle + "|64|読込済みデータです");
-    QCOMPARE(count("select count(*) from inmoney"), 1 + posted);
-    QVERIFY(!r.job.busy());
+    QVERIFY(fileBytes(path).endsWith("\n" + *Cp932::encode(u"読込済") + "\r\n"));
+    ScriptedDialogs again;
+    again.expect(kStart, answer::Yes);
+    again.expect(QStringLiteral("読込済みデータです"), answer::Ok);
+    QCOMPARE(r.job.run({path, dateKind, screenDate}), PaymentImportJob::Result::Refused);
+    QCOMPARE(again.shown.last(), PaymentImportJob::kTitle + "|64|読込済みデータです");
+    QCOMPARE(count("select count(*) from inmoney" + posted), totals[0]);
 }
 
 void PaymentTest::refused_data()
@@ -410,9 +388,10 @@ void PaymentTest::refused_data()
         return cp932Lines({fwHeader(), fwRecord("01", 1001, 5000, item), fwTrailer(1, 5000, 0, 0)});
     };
     // no agency named: the last run's stays
-    for (const auto& [item, code] : {std::pair{"59951", "959951"}, {"08082", "908082"}, {"xxx929023", "929023"},
-                                     {"12345", "999999"}})
-        QTest::addRow("agency %s", item) << agency(item) << "" << "基本情報がありません" << noLayout << code;
+    for (const auto& [item, code] :
+         {std::pair{"59951", "959951"}, {"08082", "908082"}, {"xxx929023", "929023"}, {"12345", "999999"}})
+        QTest::addRow("agency %s", item) << agency(item) << ""
+                                         << "基本情報がありません" << noLayout << code;
     const QString sums = QStringLiteral("データ合計とトレーラー合計が違います。");
     const QString head = fwHeader(), r1 = fwRecord("01", 1001, 5000);
     QTest::newRow("trailer count differs")
@@ -715,11 +694,12 @@ void PaymentTest::runner()
     QCOMPARE(b.err, QStringLiteral("作業を開始しますか？\n"));
     b = batch({"--json", "import-payments", path, "--dry-run"}); // asks nothing
     QCOMPARE(b.code, 0);
-    QCOMPARE(b.out.trimmed(),
-             R"({"dryRun":true,"posted":1,"rows":[["○：正常に読込ました","速報","2024/05/10","5,000","5,000","1001",)"
-             R"("101","山田 太郎"],["×：入金伝票が存在します","郵振","2024/05/10","5,000","5,000","1001","101","山田 太郎"],)"
-             R"(["×：取消データです。　入金処理で調整してください。","取消","2024/05/10","7,000","7,000","1006","102",)"
-             R"("ｻﾄｳ ﾊﾅｺ"]],"totals":[1,5000,1,5000,1,7000,2,10000,1,7000]})");
+    QCOMPARE(
+        b.out.trimmed(),
+        R"({"dryRun":true,"posted":1,"rows":[["○：正常に読込ました","速報","2024/05/10","5,000","5,000","1001",)"
+        R"("101","山田 太郎"],["×：入金伝票が存在します","郵振","2024/05/10","5,000","5,000","1001","101","山田 太郎"],)"
+        R"(["×：取消データです。　入金処理で調整してください。","取消","2024/05/10","7,000","7,000","1006","102",)"
+        R"("ｻﾄｳ ﾊﾅｺ"]],"totals":[1,5000,1,5000,1,7000,2,10000,1,7000]})");
     QCOMPARE(snapshot(*home_), before);
     const QString pdf = home_->file(QStringLiteral("正常.pdf"));
     b = batch({"--yes", "import-payments", path, "--screen-date", "20240620", "--report", pdf, "--group", "0"});
@@ -740,7 +720,6 @@ void PaymentTest::runner()
     QCOMPARE(batch({"import-payments", path, "--screen-date", "20241301"}).code, 2);
     QCOMPARE(batch({"import-payments", path, "--group", "1"}).code, 2);
 }
-
 
 QTEST_GUILESS_MAIN(PaymentTest)
 #include "tst_payment.moc"
