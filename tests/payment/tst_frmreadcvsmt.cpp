@@ -44,6 +44,8 @@ const QList<QStringList> kResults{
      "山田 太郎"},
     {"×：受注伝票がありません", "速報", "2024/05/10", "", "13,000", "99999999", "", ""}};
 
+using Script = QList<std::pair<QString, int>>; // each dialog in turn, with its answer
+
 } // namespace
 
 class ReadCvsMtTest : public QObject {
@@ -53,16 +55,14 @@ private slots:
     void cleanup();
     void loadWithoutAgency();
     void importByF5();
-    void stopDuringRun_data();
-    void stopDuringRun();
+    void runByOk_data();
+    void runByOk();
     void reportGroups_data();
     void reportGroups();
     void reportPdf();
     void previewKeys();
     void fileChoice_data();
     void fileChoice();
-    void controlsAfterRun_data();
-    void controlsAfterRun();
 
 private:
     std::unique_ptr<TestHome> home_;
@@ -122,45 +122,60 @@ void ReadCvsMtTest::importByF5()
     form.close();
 }
 
-void ReadCvsMtTest::stopDuringRun_data()
+void ReadCvsMtTest::runByOk_data()
 {
-    QTest::addColumn<QString>("how"); // F6, the title-bar button (a close event) or reject()
-    QTest::addColumn<int>("stop");    // the answer to "処理中止"
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<QString>("how"); // once a row is listed: F6, the title-bar button (a close event) or reject()
+    QTest::addColumn<Script>("dialogs");
     QTest::addColumn<bool>("closes"); // once the run has ended
-    QTest::newRow("F6") << "F6" << int(answer::Yes) << false;
-    QTest::newRow("title bar, stopped") << "close" << int(answer::Yes) << true;
-    QTest::newRow("title bar, not stopped") << "close" << int(answer::No) << false;
-    QTest::newRow("reject, stopped") << "reject" << int(answer::Yes) << true;
+    const QString stop = QStringLiteral("処理を中止します");
+    const Script stopped{{kStart, answer::Yes},
+                         {stop, answer::Yes},
+                         {QStringLiteral("処理を中止しました。\r\n2件の入金処理をしました"), answer::Ok}};
+    const Script finished{{kStart, answer::Yes},
+                          {stop, answer::No},
+                          {QStringLiteral("4件の入金処理をしました"), answer::Ok},
+                          {QStringLiteral("読込データをバックアップしますか？"), answer::No}};
+    QTest::newRow("F6") << "MT.txt"
+                        << "F6" << stopped << false;
+    QTest::newRow("title bar, stopped") << "MT.txt"
+                                        << "close" << stopped << true;
+    QTest::newRow("title bar, not stopped") << "MT.txt"
+                                            << "close" << finished << false;
+    QTest::newRow("reject, stopped") << "MT.txt"
+                                     << "reject" << stopped << true;
+    QTest::newRow("start declined") << "MT.txt"
+                                    << "" << Script{{kStart, answer::No}} << false;
+    QTest::newRow("no file") << "none.txt"
+                             << ""
+                             << Script{{kStart, answer::Yes},
+                                       {QStringLiteral("ファイルオープンに失敗しました！"), answer::Ok}}
+                             << false;
 }
 
 // Done while the second record waits for its check (a wait set before each check keeps the run going): a stopped
-// run still posts that record and begins no other; the run keeps its screen and connection to its end, and gives
-// the controls back as they were.
-void ReadCvsMtTest::stopDuringRun()
+// run still posts that record and begins no other; the run keeps its screen and connection to its end. Every run
+// gives the controls back as they were.
+void ReadCvsMtTest::runByOk()
 {
+    QFETCH(QString, file);
     QFETCH(QString, how);
-    QFETCH(int, stop);
+    QFETCH(Script, dialogs);
     QFETCH(bool, closes);
     QVERIFY(appendIni(*home_, "[CvsRead]\r\nCheckWait=300\r\n"));
     QVERIFY(writeBytes(home_->file(QStringLiteral("MT.txt")), cp932Lines(fwBasic())));
     ScriptedDialogs d;
+    for (const auto& [text, answer] : dialogs)
+        d.expect(text, answer);
     frmReadCVSMT form;
     form.load();
     form.show();
-    form.txtFname->setText(home_->file(QStringLiteral("MT.txt")));
+    form.txtFname->setText(home_->file(file));
     const QStringList before = enabledState(&form);
-    d.expect(kStart, answer::Yes);
-    d.expect(QStringLiteral("処理を中止します"), stop);
-    if (stop == answer::Yes) {
-        d.expect(QStringLiteral("処理を中止しました。\r\n2件の入金処理をしました"), answer::Ok);
-    } else {
-        d.expect(QStringLiteral("4件の入金処理をしました"), answer::Ok);
-        d.expect(QStringLiteral("読込データをバックアップしますか？"), answer::No);
-    }
     bool done = false;
     QTimer poll;
     QObject::connect(&poll, &QTimer::timeout, &form, [&] {
-        if (done || form.ListView->topLevelItemCount() < 1)
+        if (how.isEmpty() || done || form.ListView->topLevelItemCount() < 1)
             return;
         done = true;
         QVERIFY(form.job().busy());
@@ -174,7 +189,7 @@ void ReadCvsMtTest::stopDuringRun()
     poll.start(20);
     form.cmdOK_Click();
     poll.stop();
-    QVERIFY(done);
+    QCOMPARE(done, !how.isEmpty());
     QVERIFY(d.done());
     QVERIFY(!form.job().busy());
     QVERIFY(form.isVisible());
@@ -350,34 +365,6 @@ void ReadCvsMtTest::fileChoice()
         QCOMPARE(d.shown.first(), QStringLiteral("確認|0|ファイル名を指定してください。"));
     QCOMPARE(d.shown.last(), QStringLiteral("file|") + opens);
     QCOMPARE(form.txtFname->text(), chosen ? picked : name);
-    form.close();
-}
-
-void ReadCvsMtTest::controlsAfterRun_data()
-{
-    QTest::addColumn<bool>("missing"); // the file, else the start declined
-    QTest::newRow("start declined") << false;
-    QTest::newRow("no file") << true;
-}
-
-// Each record's date: the date boxes stay off.
-void ReadCvsMtTest::controlsAfterRun()
-{
-    QFETCH(bool, missing);
-    const QString path = home_->file(QStringLiteral("MT.txt"));
-    QVERIFY(writeBytes(path, cp932Lines(fwBasic())));
-    ScriptedDialogs d;
-    frmReadCVSMT form;
-    form.load();
-    form.show();
-    form.txtFname->setText(missing ? home_->file(QStringLiteral("none.txt")) : path);
-    const QStringList before = enabledState(&form);
-    d.expect(kStart, missing ? answer::Yes : answer::No);
-    if (missing)
-        d.expect(QStringLiteral("ファイルオープンに失敗しました！"), answer::Ok);
-    form.cmdOK_Click();
-    QVERIFY(d.done());
-    QCOMPARE(enabledState(&form), before);
     form.close();
 }
 
