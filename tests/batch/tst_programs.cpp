@@ -96,6 +96,7 @@ void TstPrograms::runnerExitCodes_data()
     QTest::newRow("offset with a word for a number")
         << QStringList{"offset", "set", "1", "1", "1.25", "x", "3"} << "TOP, LEFT and HEIGHT are numbers" << 2 << "";
     QTest::newRow("demo over a home") << QStringList{"demo"} << "exists" << 1 << "";
+    QTest::newRow("mail without a server") << QStringList{"mail", "--to", "a@example.jp"} << "usage" << 2 << "";
 }
 
 void TstPrograms::runnerExitCodes()

@@ -377,6 +377,9 @@ void PaymentTest::refused_data()
                              "標準フォーマットを指定してください。"
                           << critical << "999999";
     QTest::newRow("UTF-8 with BOM") << QByteArray("\xEF\xBB\xBF") + good << "" << utf8 << critical << "";
+    QTest::newRow("UTF-8 without BOM") << (fwHeader().left(20) + QStringLiteral("さくら物産\r\n")).toUtf8() +
+                                              good.mid(good.indexOf('\n') + 1)
+                                       << "" << utf8 << critical << "";
     QTest::newRow("UTF-8 in a later line")
         << good + QStringLiteral("9 株式会社さくら\r\n").toUtf8() << "" << utf8 << critical << "";
     QTest::newRow("not CP932") << good + QByteArray("9 \x82\x20\r\n") << "" << line4 << critical << "";
