@@ -124,9 +124,9 @@ void ReadCvsMtTest::importByF5()
 
 void ReadCvsMtTest::runByOk_data()
 {
-    QTest::addColumn<QString>("file");
     QTest::addColumn<QString>("how"); // once a row is listed: F6, the title-bar button (a close event) or reject()
     QTest::addColumn<Script>("dialogs");
+    QTest::addColumn<QString>("file");
     QTest::addColumn<bool>("closes"); // once the run has ended
     const QString stop = QStringLiteral("処理を中止します");
     const Script stopped{{kStart, answer::Yes},
@@ -136,21 +136,13 @@ void ReadCvsMtTest::runByOk_data()
                           {stop, answer::No},
                           {QStringLiteral("4件の入金処理をしました"), answer::Ok},
                           {QStringLiteral("読込データをバックアップしますか？"), answer::No}};
-    QTest::newRow("F6") << "MT.txt"
-                        << "F6" << stopped << false;
-    QTest::newRow("title bar, stopped") << "MT.txt"
-                                        << "close" << stopped << true;
-    QTest::newRow("title bar, not stopped") << "MT.txt"
-                                            << "close" << finished << false;
-    QTest::newRow("reject, stopped") << "MT.txt"
-                                     << "reject" << stopped << true;
-    QTest::newRow("start declined") << "MT.txt"
-                                    << "" << Script{{kStart, answer::No}} << false;
-    QTest::newRow("no file") << "none.txt"
-                             << ""
-                             << Script{{kStart, answer::Yes},
-                                       {QStringLiteral("ファイルオープンに失敗しました！"), answer::Ok}}
-                             << false;
+    const Script noFile{{kStart, answer::Yes}, {QStringLiteral("ファイルオープンに失敗しました！"), answer::Ok}};
+    QTest::newRow("F6") << "F6" << stopped << "MT.txt" << false;
+    QTest::newRow("title bar, stopped") << "close" << stopped << "MT.txt" << true;
+    QTest::newRow("title bar, not stopped") << "close" << finished << "MT.txt" << false;
+    QTest::newRow("reject, stopped") << "reject" << stopped << "MT.txt" << true;
+    QTest::newRow("start declined") << "" << Script{{kStart, answer::No}} << "MT.txt" << false;
+    QTest::newRow("no file") << "" << noFile << "none.txt" << false;
 }
 
 // Done while the second record waits for its check (a wait set before each check keeps the run going): a stopped
@@ -158,9 +150,9 @@ void ReadCvsMtTest::runByOk_data()
 // gives the controls back as they were.
 void ReadCvsMtTest::runByOk()
 {
-    QFETCH(QString, file);
     QFETCH(QString, how);
     QFETCH(Script, dialogs);
+    QFETCH(QString, file);
     QFETCH(bool, closes);
     QVERIFY(appendIni(*home_, "[CvsRead]\r\nCheckWait=300\r\n"));
     QVERIFY(writeBytes(home_->file(QStringLiteral("MT.txt")), cp932Lines(fwBasic())));
