@@ -1,6 +1,7 @@
 // The exports on a full disk: the runner is started with a file size limit (SIGXFSZ ignored, so that a write beyond
 // it fails as on a full disk). Nothing may be called saved or marked, and a file that was there stays as it was.
 #include "tests/batch/process.h"
+#include "tests/support/files.h"
 
 #include <QDir>
 #include <QFile>
@@ -12,15 +13,10 @@
 
 namespace {
 
+using pel::test::fileBytes;
 using pel::test::Ran;
 
 constexpr rlim_t kLimit = 64 * 1024; // above SQLite's shared-memory file, below every export of the demo
-
-QByteArray readAll(const QString& path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<missing>");
-}
 
 } // namespace
 
@@ -113,7 +109,7 @@ void TstFullDisk::exportOnFullDisk()
     sorted.sort();
     QCOMPARE(out.entryList(QDir::Files | QDir::Hidden, QDir::Name), sorted);
     for (const QString& name : files)
-        QCOMPARE(readAll(out.filePath(name)), QByteArray("\"an earlier run\"\r\n"));
+        QCOMPARE(fileBytes(out.filePath(name)), QByteArray("\"an earlier run\"\r\n"));
 
     // the same run without the limit writes more than the limit: the test did fill the disk
     const Ran full = batch(args);

@@ -101,7 +101,6 @@ void OffsetTest::fieldLimits_data()
     row("rounded half up", "1.25", "  1.3");
     row("negative rounded", "-0.04", "  0.0");
     row("empty", "", "  0.0");
-    row("padded input", " 7", "  7.0");
 }
 
 void OffsetTest::fieldLimits()
@@ -160,7 +159,6 @@ void OffsetTest::saveUpdatesRowByKeyboard()
     QVERIFY(QTest::qWaitForWindowActive(&o.dialog));
     o.dialog.txtTop->setFocus(Qt::TabFocusReason);
     QTest::keyClicks(o.dialog.txtTop, QStringLiteral("45"));
-    QCOMPARE(o.dialog.txtTop->text(), QStringLiteral("45"));
     for (int i = 0; i < 3; ++i)
         QTest::keyClick(QApplication::focusWidget(), Qt::Key_Return); // through left and height to OK
     QCOMPARE(QApplication::focusWidget(), o.dialog.cmdOk);

@@ -8,6 +8,7 @@
 #include "conveni/posting.h"
 #include "tests/batch/process.h"
 #include "tests/payment/fixtures.h"
+#include "tests/support/files.h"
 #include "tests/support/heldlock.h"
 
 #include <QDir>
@@ -50,12 +51,6 @@ struct Run {
     }
 };
 
-QByteArray contents(const QString& path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<unreadable>");
-}
-
 // Another connection holding what the posting of order 1001 needs: on PostgreSQL its ledger line.
 std::unique_ptr<HeldLock> holdOrder1001(Backend backend)
 {
@@ -87,19 +82,15 @@ private slots:
 
     void outcomes_data();
     void outcomes();
-    void readToTheEnd_data();
-    void readToTheEnd();
     void refused_data();
     void refused();
     void postingAgainstALock_data();
     void postingAgainstALock();
     void postingEditsOneRow();
-    void interruptedAndRunAgain_data();
-    void interruptedAndRunAgain();
-    void backupCopy();
+    void interrupted_data();
+    void interrupted();
     void runnerKilledAndRunAgain();
     void runner();
-    void runnerDryRun();
 
 private:
     qint64 count(const QString& select) { return home_->scalar(select).toLongLong(); }
@@ -133,16 +124,12 @@ void PaymentTest::layoutValue_data()
     QTest::addColumn<int>("start");
     QTest::addColumn<int>("length");
     QTest::addColumn<int>("fieldNo");
-    QTest::newRow("1.02") << "1.02" << 1 << 2 << 1;
     QTest::newRow("tenths are tens") << "12.1" << 12 << 10 << 12;
-    QTest::newRow("whole") << "5" << 5 << 0 << 5;
     QTest::newRow("third digit rounded away") << "12.005" << 12 << 0 << 12;
-    QTest::newRow("blanks around") << " 3.04 " << 3 << 4 << 3;
     QTest::newRow("leading point") << ".5" << 0 << 50 << 0;
     QTest::newRow("half to even") << "2.5" << 2 << 50 << 2;
     QTest::newRow("half to even up") << "3.5" << 3 << 50 << 4;
-    QTest::newRow("second point and sign dropped") << "-1.2.3" << 1 << 23 << 1;
-    QTest::newRow("no digits") << "abc" << 0 << 0 << 0;
+    QTest::newRow("blanks, a sign and a second point dropped") << " -1.2.3" << 1 << 23 << 1;
     QTest::newRow("empty") << "" << 0 << 0 << 0;
 }
 
@@ -187,12 +174,8 @@ void PaymentTest::checkWait_data()
     QTest::addColumn<QByteArray>("line"); // in section CvsRead of mirabo.ini
     QTest::addColumn<int>("wait");        // -1: refused
     QTest::newRow("absent: no wait") << QByteArray() << 0;
-    QTest::newRow("a site's wait") << QByteArray("CheckWait=150") << 150;
     QTest::newRow("blanks around") << QByteArray("checkwait = 150 ") << 150;
-    QTest::newRow("letters") << QByteArray("CheckWait=abc") << -1;
     QTest::newRow("empty") << QByteArray("CheckWait=") << -1;
-    QTest::newRow("negative") << QByteArray("CheckWait=-5") << -1;
-    QTest::newRow("fraction") << QByteArray("CheckWait=1.5") << -1;
     QTest::newRow("digits then letters") << QByteArray("CheckWait=20s") << -1;
     QTest::newRow("beyond 32 bits") << QByteArray("CheckWait=4294967296") << -1;
 }
@@ -211,9 +194,7 @@ void PaymentTest::checkWait()
 
 void PaymentTest::texts()
 {
-    QCOMPARE(PaymentImportJob::formatDate(20240510), QStringLiteral("2024/05/10"));
     QCOMPARE(PaymentImportJob::formatDate(12345), QStringLiteral("1/23/45"));
-    QCOMPARE(PaymentImportJob::formatAmount(1234567), QStringLiteral("1,234,567"));
     QCOMPARE(PaymentImportJob::formatAmount(0), QStringLiteral("0"));
     QCOMPARE(PaymentImportJob::formatAmount(999.5), QStringLiteral("1,000"));
     const QDateTime at(QDate(2024, 11, 3), QTime(14, 7, 9));
@@ -238,12 +219,12 @@ void PaymentTest::readMarkOnAFullDisk()
     setrlimit(RLIMIT_FSIZE, &saved);
     std::signal(SIGXFSZ, oldHandler);
     QVERIFY(!marked);
-    QCOMPARE(contents(path), QByteArray("a\r\n"));
+    QCOMPARE(fileBytes(path), QByteArray("a\r\n"));
 }
 
 void PaymentTest::outcomes_data()
 {
-    QTest::addColumn<QStringList>("lines");
+    QTest::addColumn<QByteArray>("bytes");
     QTest::addColumn<QString>("agency");
     QTest::addColumn<QList<QStringList>>("rows");
     QTest::addColumn<Totals>("totals");
@@ -253,79 +234,99 @@ void PaymentTest::outcomes_data()
     const QString cancel = QStringLiteral("×：取消データです。　入金処理で調整してください。");
     const QString noOrder = QStringLiteral("×：受注伝票がありません"), paid = QStringLiteral("×：入金伝票が存在します");
     const QString yamada = QStringLiteral("山田 太郎"), sato = QStringLiteral("ｻﾄｳ ﾊﾅｺ");
+    // the first five records of both formats: paid, paid another amount, postal, postal corrected, cancelled
+    const auto firstFive = [&](const QString& day) {
+        return QList<QStringList>{{ok, "速報", day, "5,000", "5,000", "1001", "101", yamada},
+                                  {differs, "速報", day, "3,000", "2,900", "1002", "102", sato},
+                                  {ok, "郵振", day, "12,345", "12,345", "1003", "101", yamada},
+                                  {ok, "郵振訂", day, "800", "500", "1004", "102", sato},
+                                  {cancel, "取消", day, "2,000", "2,000", "1005", "101", yamada}};
+    };
     QString day = QStringLiteral("2024/05/10");
-    QTest::newRow("fixed width") << fwBasic() << "908997"
-                                 << QList<QStringList>{{ok, "速報", day, "5,000", "5,000", "1001", "101", yamada},
-                                                       {differs, "速報", day, "3,000", "2,900", "1002", "102", sato},
-                                                       {ok, "郵振", day, "12,345", "12,345", "1003", "101", yamada},
-                                                       {ok, "郵振訂", day, "800", "500", "1004", "102", sato},
-                                                       {cancel, "取消", day, "2,000", "2,000", "1005", "101", yamada},
-                                                       {noOrder, "速報", day, "", "3,000", "99999999", "", ""},
-                                                       {noOrder, "取消", day, "", "1,200", "99999998", "", ""},
-                                                       {paid, "速報", day, "7,000", "7,000", "1006", "102", sato},
-                                                       {"×：ﾌｧｲﾅﾝｽｺｰﾄﾞｴﾗｰ", "速報", "", "", "", "", "", ""}}
+    QTest::newRow("fixed width") << cp932Lines(fwBasic()) << "908997"
+                                 << firstFive(day) +
+                                        QList<QStringList>{{noOrder, "速報", day, "", "3,000", "99999999", "", ""},
+                                                           {noOrder, "取消", day, "", "1,200", "99999998", "", ""},
+                                                           {paid, "速報", day, "7,000", "7,000", "1006", "102", sato},
+                                                           {"×：ﾌｧｲﾅﾝｽｺｰﾄﾞｴﾗｰ", "速報", "", "", "", "", "", ""}}
                                  << Totals{4, 20745, 3, 14000, 2, 3200, 7, 34745, 2, 3200} << "4件 20,745円" << 0;
     day = QStringLiteral("2024/05/11");
     QTest::newRow("comma-separated")
-        << QStringList{csvRecord("1", digitsOf(1001, 17), 5000),          // code written "1"
-                       csvRecord("01", "EAN" + digitsOf(1002, 17), 2900), // EAN prefix, amount differs
-                       csvRecord("12", digitsOf(1003, 17), 12345),
-                       csvRecord("22", digitsOf(1004, 17), 500),
-                       csvRecord("03", digitsOf(1005, 17), 2000),
-                       csvRecord("02", digitsOf(1001, 17), 5000), // not a code of this format: passed over
-                       "",
-                       csvRecord("01", digitsOf(1006, 17), 7000),
-                       csvRecord("03", digitsOf(99999998, 17), 1200),
-                       csvRecord("01", digitsOf(1007, 17), 4000, "929999")}
+        << cp932Lines(QStringList{
+               csvRecord("1", digitsOf(1001, 17), 5000),          // code written "1"
+               csvRecord("01", "EAN" + digitsOf(1002, 17), 2900), // EAN prefix, amount differs
+               csvRecord("12", digitsOf(1003, 17), 12345),
+               csvRecord("22", digitsOf(1004, 17), 500),
+               csvRecord("03", digitsOf(1005, 17), 2000),
+               csvRecord("02", digitsOf(1001, 17), 5000), // not a code of this format: passed over
+               "",
+               csvRecord("01", digitsOf(1006, 17), 7000),
+               csvRecord("03", digitsOf(99999998, 17), 1200),
+               csvRecord("01", digitsOf(1007, 17), 4000, "929999"),
+           })
         << "929023"
-        << QList<QStringList>{{ok, "速報", day, "5,000", "5,000", "1001", "101", yamada},
-                              {differs, "速報", day, "3,000", "2,900", "1002", "102", sato},
-                              {ok, "郵振", day, "12,345", "12,345", "1003", "101", yamada},
-                              {ok, "郵振訂", day, "800", "500", "1004", "102", sato},
-                              {cancel, "取消", day, "2,000", "2,000", "1005", "101", yamada},
-                              {paid, "速報", day, "7,000", "7,000", "1006", "102", sato},
-                              {noOrder, "取消", day, "", "1,200", "99999998", "", ""},
-                              {"×：ﾌｧｲﾅﾝｽｺｰﾄﾞｴﾗｰ", "速報", "", "", "", "", "", ""}}
+        << firstFive(day) + QList<QStringList>{{paid, "速報", day, "7,000", "7,000", "1006", "102", sato},
+                                               {noOrder, "取消", day, "", "1,200", "99999998", "", ""},
+                                               {"×：ﾌｧｲﾅﾝｽｺｰﾄﾞｴﾗｰ", "速報", "", "", "", "", "", ""}}
         // the agency error's amount is cut from the whole line: "\"01\",\"9299" reads as 19299
         << Totals{4, 20745, 2, 7000 + 19299, 2, 3200, 6, 20745 + 26299, 2, 3200} << "4件 20,745円" << 0;
     QTest::newRow("comma-separated, a field missing")
-        << QStringList{csvRecord("01", digitsOf(1001, 17), 5000), QStringLiteral("\"01\",\"929023\",\"1\"")} << "929023"
+        << cp932Lines({csvRecord("01", digitsOf(1001, 17), 5000), QStringLiteral("\"01\",\"929023\",\"1\"")})
+        << "929023"
         << QList<QStringList>{{ok, "速報", day, "5,000", "5,000", "1001", "101", yamada},
                               {"×：読込データに誤りがあります", "速報", "", "", "", "", "", ""}}
         << Totals{1, 5000, 1, 0, 0, 0, 2, 5000, 0, 0} << "1件 5,000円" << 0;
     QTest::newRow("comma-separated, an order number beyond 32 bits")
-        << QStringList{csvRecord("01", "99999999999999999", 5000)} << "929023"
+        << cp932Lines({csvRecord("01", "99999999999999999", 5000)}) << "929023"
         << QList<QStringList>{{"×：読込データに誤りがあります", "速報", day, "", "5,000", "", "", ""}}
         << Totals{0, 0, 1, 5000, 0, 0, 1, 5000, 0, 0} << "0件 0円" << 0;
     // the screen's date goes to fixed-width records only
     const Totals one{1, 5000, 0, 0, 0, 0, 1, 5000, 0, 0};
     QTest::newRow("fixed width, the screen's date")
-        << fwOne() << "908997"
+        << cp932Lines(fwOne()) << "908997"
         << QList<QStringList>{{ok, "速報", "2024/06/20", "5,000", "5,000", "1001", "101", yamada}} << one
         << "1件 5,000円" << 20240620;
     QTest::newRow("comma-separated, the screen's date")
-        << QStringList{csvRecord("01", digitsOf(1001, 17), 5000)} << "929023"
+        << cp932Lines({csvRecord("01", digitsOf(1001, 17), 5000)}) << "929023"
         << QList<QStringList>{{ok, "速報", "", "5,000", "5,000", "1001", "101", yamada}} << one << "1件 5,000円"
         << 20240620;
+    // one record read to the end of the file, whatever its last bytes; trailers that agree in other ways
+    const auto readsOne = [&](const char* name, const QByteArray& bytes) {
+        const QList<QStringList> rows{{ok, "速報", "2024/05/10", "5,000", "5,000", "1001", "101", yamada}};
+        QTest::newRow(name) << bytes << "908997" << rows << one << "1件 5,000円" << 0;
+    };
+    readsOne("LF only", cp932Lines(fwOne(), "\n"));
+    readsOne("no final break", cp932Lines(fwOne(), "\r\n", false));
+    readsOne("end-of-file byte", cp932Lines(fwOne()) + "\x1A");
+    readsOne("end-of-file byte on the last line", cp932Lines(fwOne(), "\r\n", false) + "\x1A");
+    const QString head = fwHeader(), r1 = fwRecord("01", 1001, 5000);
+    readsOne("extras ignored without postal records", cp932Lines({head, r1, fwTrailer(1, 5000, 0, 0, 1, 12345)}));
+    readsOne("two trailers add up", cp932Lines({head, r1, fwTrailer(1, 0, 0, 0), fwTrailer(0, 5000, 0, 0)}));
 }
 
 // Every outcome a record can have, listed and summed; the paid ones posted, each with its ledger line; the file
-// marked as read.
+// marked as read on a line of its own, where a second run stops, and copied.
 void PaymentTest::outcomes()
 {
-    QFETCH(QStringList, lines);
+    QFETCH(QByteArray, bytes);
     QFETCH(QString, agency);
     QFETCH(QList<QStringList>, rows);
     QFETCH(Totals, totals);
     QFETCH(QString, log);
     QFETCH(int, screenDate);
-    const QString path = mt(cp932Lines(lines));
+    const QString path = mt(bytes);
     ScriptedDialogs d;
-    expectFullRun(d, static_cast<int>(totals[0]));
+    d.expect(kStart, answer::Yes);
+    d.expect(QString::number(totals[0]) + QStringLiteral("件の入金処理をしました"), answer::Ok);
+    d.expect(QStringLiteral("読込データをバックアップしますか？"), answer::Yes);
+    const QDateTime started = QDateTime::currentDateTime();
     Run r;
     const int dateKind = screenDate ? PaymentImportJob::ScreenDate : PaymentImportJob::RecordDate;
     QCOMPARE(r.job.run({path, dateKind, screenDate}), PaymentImportJob::Result::Done);
+    const QDateTime ended = QDateTime::currentDateTime();
     QVERIFY(d.done());
+    QCOMPARE(d.shown.last(), "読込データバックアップ確認|" + QString::number(mb::YesNo | mb::Information) +
+                                 "|読込データをバックアップしますか？");
     QCOMPARE(r.job.agencyCode(), agency);
     QCOMPARE(r.job.commaFlag(), qint16(agency == QLatin1String("929023")));
     QCOMPARE(r.ui.rows, rows);
@@ -345,51 +346,21 @@ void PaymentTest::outcomes()
         QVERIFY(!home_->scalar("select sdate from inmoney where denno = " + row[5]).isEmpty());
     }
     QCOMPARE(home_->scalar("select naiyou from operatlog where kubun = 1"), log);
-    QVERIFY(contents(path).endsWith("\r\n" + *Cp932::encode(u"読込済") + "\r\n"));
-}
-
-void PaymentTest::readToTheEnd_data()
-{
-    QTest::addColumn<QByteArray>("bytes");
-    QTest::addColumn<int>("posted");
-    const QStringList one = fwOne();
-    QTest::newRow("CR LF") << cp932Lines(one) << 1;
-    QTest::newRow("LF only") << cp932Lines(one, "\n") << 1;
-    QTest::newRow("no final break") << cp932Lines(one, "\r\n", false) << 1;
-    QTest::newRow("end-of-file byte") << cp932Lines(one) + "\x1A" << 1;
-    QTest::newRow("end-of-file byte on the last line") << cp932Lines(one, "\r\n", false) + "\x1A" << 1;
-    const QString head = fwHeader(), r1 = fwRecord("01", 1001, 5000), r12 = fwRecord("12", 1003, 12345);
-    QTest::newRow("trailer with a cancellation")
-        << cp932Lines({head, r1, fwRecord("03", 1005, 2000), fwTrailer(1, 5000, 1, 2000)}) << 1;
-    QTest::newRow("postal extras at 50 and 56") << cp932Lines({head, r1, r12, fwTrailer(1, 5000, 0, 0, 1, 12345)}) << 2;
-    QTest::newRow("extras ignored without postal records")
-        << cp932Lines({head, r1, fwTrailer(1, 5000, 0, 0, 1, 12345)}) << 1;
-    QTest::newRow("two trailers add up") << cp932Lines({head, r1, fwTrailer(1, 0, 0, 0), fwTrailer(0, 5000, 0, 0)})
-                                         << 1;
-}
-
-// A file whose sums agree is posted; the mark then is a line of its own whatever the file's last bytes were, and a
-// second run stops at it.
-void PaymentTest::readToTheEnd()
-{
-    QFETCH(QByteArray, bytes);
-    QFETCH(int, posted);
-    const QString path = mt(bytes);
-    Run r;
-    {
-        ScriptedDialogs d;
-        expectFullRun(d, posted);
-        QCOMPARE(r.job.run({path, 0, 0}), PaymentImportJob::Result::Done);
-    }
-    QCOMPARE(count("select count(*) from inmoney"), 1 + posted);
-    QCOMPARE(count("select count(*) from inmoney where denno = 1001"), 1);
-    ScriptedDialogs d;
-    d.expect(kStart, answer::Yes);
-    d.expect(QStringLiteral("読込済みデータです"), answer::Ok);
-    QCOMPARE(r.job.run({path, 0, 0}), PaymentImportJob::Result::Refused);
-    QCOMPARE(d.shown.last(), PaymentImportJob::kTitle + "|64|読込済みデータです");
-    QCOMPARE(count("select count(*) from inmoney"), 1 + posted);
-    QVERIFY(!r.job.busy());
+    QVERIFY(fileBytes(path).endsWith("\n" + *Cp932::encode(u"読込済") + "\r\n"));
+    // the marked file copied beside it, named for the time of the run
+    const QStringList copies = QDir(home_->path()).entryList({QStringLiteral("MT.txt.*")});
+    QCOMPARE(copies.size(), 1);
+    QStringList names; // any second of the run
+    for (QDateTime at = started; at <= ended.addSecs(1); at = at.addSecs(1))
+        names << QFileInfo(pel::backupName(path, at)).fileName();
+    QVERIFY2(names.contains(copies[0]), qPrintable(copies[0]));
+    QCOMPARE(fileBytes(home_->file(copies[0])), fileBytes(path));
+    ScriptedDialogs again;
+    again.expect(kStart, answer::Yes);
+    again.expect(QStringLiteral("読込済みデータです"), answer::Ok);
+    QCOMPARE(r.job.run({path, dateKind, screenDate}), PaymentImportJob::Result::Refused);
+    QCOMPARE(again.shown.last(), PaymentImportJob::kTitle + "|64|読込済みデータです");
+    QCOMPARE(count("select count(*) from inmoney" + posted), totals[0]);
 }
 
 void PaymentTest::refused_data()
@@ -415,7 +386,6 @@ void PaymentTest::refused_data()
     QTest::newRow("UTF-8 in a later line")
         << good + QStringLiteral("9 株式会社さくら\r\n").toUtf8() << "" << utf8 << critical << "";
     QTest::newRow("not CP932") << good + QByteArray("9 \x82\x20\r\n") << "" << line4 << critical << "";
-    QTest::newRow("lead byte cut at the end") << good + QByteArray("9 \x82") << "" << line4 << critical << "";
     QTest::newRow("empty file") << QByteArray() << ""
                                 << "該当データがありません" << int(mb::OkOnly | mb::Information) << "";
     QTest::newRow("wait not in milliseconds")
@@ -433,14 +403,11 @@ void PaymentTest::refused_data()
     const auto agency = [](const QString& item) {
         return cp932Lines({fwHeader(), fwRecord("01", 1001, 5000, item), fwTrailer(1, 5000, 0, 0)});
     };
-    QTest::newRow("agency 59951") << agency("59951") << ""
-                                  << "基本情報がありません" << noLayout << "959951";
-    QTest::newRow("agency 08082") << agency("08082") << ""
-                                  << "基本情報がありません" << noLayout << "908082";
-    QTest::newRow("agency 929023 at column 21") << agency("xxx929023") << ""
-                                                << "基本情報がありません" << noLayout << "929023";
-    QTest::newRow("no agency: the last run's stays") << agency("12345") << ""
-                                                     << "基本情報がありません" << noLayout << "999999";
+    // no agency named: the last run's stays
+    for (const auto& [item, code] :
+         {std::pair{"59951", "959951"}, {"08082", "908082"}, {"xxx929023", "929023"}, {"12345", "999999"}})
+        QTest::addRow("agency %s", item) << agency(item) << ""
+                                         << "基本情報がありません" << noLayout << code;
     const QString sums = QStringLiteral("データ合計とトレーラー合計が違います。");
     const QString head = fwHeader(), r1 = fwRecord("01", 1001, 5000);
     QTest::newRow("trailer count differs")
@@ -487,7 +454,7 @@ void PaymentTest::refused()
     QVERIFY(!r.job.busy());
     QCOMPARE(r.ui.locks, (QList<bool>{true, false}));
     QVERIFY(r.ui.rows.isEmpty());
-    QCOMPARE(contents(path), bytes);
+    QCOMPARE(fileBytes(path), bytes);
     if (style == mb::OkOnly) // the sums that disagree
         QVERIFY(r.job.total(6) > 0);
 }
@@ -594,12 +561,9 @@ void PaymentTest::postingEditsOneRow()
     QVERIFY(p.postPayment(QString(), 5555, 20240510, 100, 6));
     QCOMPARE(count("select count(*) from inmoney where denno = 5555"), 1);
     QCOMPARE(count("select count(*) from cdai where denno = 5555"), 0);
-    QString e;
-    QCOMPARE(p.paymentExists(1006, &e), std::optional<bool>(true)); // paid on another date
-    QCOMPARE(p.paymentExists(1002, &e), std::optional<bool>(false));
 }
 
-void PaymentTest::interruptedAndRunAgain_data()
+void PaymentTest::interrupted_data()
 {
     QTest::addColumn<int>("cancelAt"); // the yields before a cancel; -1: none
     QTest::addColumn<bool>("closeDb"); // the screen's connection closed under the job after the first row
@@ -615,8 +579,8 @@ void PaymentTest::interruptedAndRunAgain_data()
                                   << "Operation is not allowed when the object is closed." << 1 << "<none>";
 }
 
-// What an interrupted run posted stays, the file unmarked; the next run posts the rest, nothing twice.
-void PaymentTest::interruptedAndRunAgain()
+// What an interrupted run posted stays, the file unmarked for the next run.
+void PaymentTest::interrupted()
 {
     QFETCH(int, cancelAt);
     QFETCH(bool, closeDb);
@@ -641,48 +605,15 @@ void PaymentTest::interruptedAndRunAgain()
     ui.cancelAfterYields = cancelAt;
     PaymentImportJob job(db, ui);
     job.setCheckWait(0);
-    {
-        ScriptedDialogs d;
-        d.expect(kStart, answer::Yes);
-        d.expect(message, answer::Ok);
-        QCOMPARE(int(job.run({path, 0, 0})), result);
-    }
+    ScriptedDialogs d;
+    d.expect(kStart, answer::Yes);
+    d.expect(message, answer::Ok);
+    QCOMPARE(int(job.run({path, 0, 0})), result);
     QVERIFY(!job.busy());
     QCOMPARE(ui.locks, (QList<bool>{true, false}));
     QCOMPARE(count("select count(*) from inmoney"), 1 + posted);
     QCOMPARE(home_->scalar("select naiyou from operatlog where kubun = 1"), log);
-    QVERIFY(!contents(path).contains("\x93\xC7\x8D\x9E\x8D\xCF")); // 読込済
-    QVERIFY(db.OpenDb());
-    ui.db = nullptr;
-    ui.cancelAfterYields = -1;
-    ui.rows.clear();
-    ScriptedDialogs d;
-    expectFullRun(d, 4 - posted);
-    QCOMPARE(job.run({path, 0, 0}), PaymentImportJob::Result::Done);
-    for (int i = 0; i < posted; ++i)
-        QCOMPARE(ui.rows.value(i).value(0), QStringLiteral("×：入金伝票が存在します"));
-    QCOMPARE(count("select count(*) from inmoney"), 5);
-    QCOMPARE(count("select count(*) from cdai"), 4);
-    QCOMPARE(count("select max(c) from (select count(*) as c from inmoney group by denno) t"), 1);
-}
-
-void PaymentTest::backupCopy()
-{
-    const QString path = mt(cp932Lines(fwBasic()));
-    ScriptedDialogs d;
-    d.expect(kStart, answer::Yes);
-    d.expect(QStringLiteral("4件の入金処理をしました"), answer::Ok);
-    d.expect(QStringLiteral("読込データをバックアップしますか？"), answer::Yes);
-    const QDateTime before = QDateTime::currentDateTime();
-    Run r;
-    QCOMPARE(r.job.run({path, 0, 0}), PaymentImportJob::Result::Done);
-    QCOMPARE(d.shown.last(), "読込データバックアップ確認|" + QString::number(mb::YesNo | mb::Information) +
-                                 "|読込データをバックアップしますか？");
-    const QStringList copies = QDir(home_->path()).entryList({QStringLiteral("MT.txt.*")});
-    QCOMPARE(copies.size(), 1);
-    QVERIFY(copies[0] == QFileInfo(pel::backupName(path, before)).fileName() ||
-            copies[0] == QFileInfo(pel::backupName(path, before.addSecs(1))).fileName());
-    QCOMPARE(contents(home_->file(copies[0])), contents(path)); // the marked file
+    QVERIFY(!fileBytes(path).contains("\x93\xC7\x8D\x9E\x8D\xCF")); // 読込済
 }
 
 void PaymentTest::runnerKilledAndRunAgain()
@@ -710,39 +641,6 @@ void PaymentTest::runnerKilledAndRunAgain()
     QCOMPARE(count("select count(distinct denno) from inmoney"), 5);
     QCOMPARE(count("select count(*) from cdai"), 4);
     QCOMPARE(count("select count(distinct denno) from cdai"), 4);
-    QCOMPARE(count("select sum(money) from inmoney where nday = 20240510"), 20745);
-}
-
-// What only the runner does: the question without --yes, the lines and the totals on stdout, the summary alone with
-// --json, the report PDF, usage errors.
-void PaymentTest::runner()
-{
-    const QString path = mt(cp932Lines(fwBasic()));
-    Ran b = batch({"import-payments", path}); // stops at the question, as a user pressing No would
-    QCOMPARE(b.code, 1);
-    QCOMPARE(b.err, QStringLiteral("作業を開始しますか？\n"));
-    QCOMPARE(count("select count(*) from inmoney"), 1);
-    const QString pdf = home_->file(QStringLiteral("正常.pdf"));
-    b = batch({"--yes", "import-payments", path, "--screen-date", "20240620", "--report", pdf, "--group", "0"});
-    QCOMPARE(b.code, 0);
-    const QStringList lines = b.out.split(u'\n', Qt::SkipEmptyParts);
-    QCOMPARE(lines.size(), 10);
-    QCOMPARE(lines[0], QStringLiteral("○：正常に読込ました\t速報\t2024/06/20\t5,000\t5,000\t1001\t101\t山田 太郎"));
-    QCOMPARE(lines[9], QStringLiteral("4\t20745\t3\t14000\t2\t3200\t7\t34745\t2\t3200"));
-    QVERIFY(b.err.contains(QStringLiteral("4件の入金処理をしました\n")));
-    // a second run is refused in pass 1 (the file sums read so far stay); a report that cannot be written says so
-    b = batch({"--yes", "--json", "import-payments", path, "--report", home_->file("no/such/r.pdf"), "--group", "1"});
-    QCOMPARE(b.code, 1);
-    QCOMPARE(b.out.trimmed(), QStringLiteral(R"({"posted":0,"rows":[],"totals":[0,0,0,0,0,0,7,34745,2,3200]})"));
-    QVERIFY(b.err.contains(QStringLiteral("読込済みデータです")) && b.err.contains(QStringLiteral("cannot write")));
-    QCOMPARE(batch({"import-payments", path, "--screen-date", "20241301"}).code, 2);
-    QCOMPARE(batch({"import-payments", path, "--group", "1"}).code, 2);
-    QVERIFY(QFileInfo(pdf).size() > 0);
-    const std::optional<QString> fonts = pdfFonts(pdf);
-    if (!fonts)
-        QSKIP("pdffonts is not installed");
-    QVERIFY2(fonts->contains(QStringLiteral("IPAexGothic")) && fonts->contains(QStringLiteral(" yes ")),
-             qPrintable(*fonts));
 }
 
 namespace {
@@ -779,32 +677,45 @@ QStringList snapshot(TestHome& home)
 
 } // namespace
 
-void PaymentTest::runnerDryRun()
+// What only the runner does: the question without --yes, a dry run that writes nothing, the lines and the totals
+// on stdout, the summary alone with --json, the report PDF, usage errors.
+void PaymentTest::runner()
 {
     // the same order twice (the second finds the first's payment without a wait), a cancel of a paid order
-    const QString path =
-        mt(cp932Lines({csvRecord("01", digitsOf(1001, 17), 5000), csvRecord("12", digitsOf(1001, 17), 5000),
-                       csvRecord("03", digitsOf(1006, 17), 7000)}));
+    const QString path = mt(cp932Lines({fwHeader(), fwRecord("01", 1001, 5000), fwRecord("12", 1001, 5000),
+                                        fwRecord("03", 1006, 7000), fwTrailer(1, 5000, 1, 7000, 1, 5000)}));
     QVERIFY(appendIni(*home_, "[CvsRead]\r\nCheckWait=0\r\n"));
-    const QString expected =
-        R"({"posted":1,"rows":[["○：正常に読込ました","速報","2024/05/11","5,000","5,000","1001","101","山田 太郎"],)"
-        R"(["×：入金伝票が存在します","郵振","2024/05/11","5,000","5,000","1001","101","山田 太郎"],)"
-        R"(["×：取消データです。　入金処理で調整してください。","取消","2024/05/11","7,000","7,000","1006","102","ｻﾄｳ ﾊﾅｺ"]],)"
-        R"("totals":[1,5000,1,5000,1,7000,2,10000,1,7000]})";
     const QStringList before = snapshot(*home_);
-    // no --yes: a dry run asks nothing
-    const auto dry = batch({"--json", "import-payments", path, "--dry-run"});
-    QCOMPARE(dry.code, 0);
-    QCOMPARE(dry.out.trimmed(), QString(expected).insert(1, QStringLiteral(R"("dryRun":true,)")));
-    const QStringList after = snapshot(*home_);
-    for (const QString& e : before)
-        QVERIFY2(after.contains(e), qPrintable(e.left(200)));
-    QCOMPARE(after, before);
-    const auto real = batch({"--yes", "--json", "import-payments", path});
-    QCOMPARE(real.code, 0);
-    QCOMPARE(real.out.trimmed(), expected);
+    Ran b = batch({"import-payments", path}); // stops at the question, as a user pressing No would
+    QCOMPARE(b.code, 1);
+    QCOMPARE(b.err, QStringLiteral("作業を開始しますか？\n"));
+    b = batch({"--json", "import-payments", path, "--dry-run"}); // asks nothing
+    QCOMPARE(b.code, 0);
+    QCOMPARE(
+        b.out.trimmed(),
+        R"({"dryRun":true,"posted":1,"rows":[["○：正常に読込ました","速報","2024/05/10","5,000","5,000","1001",)"
+        R"("101","山田 太郎"],["×：入金伝票が存在します","郵振","2024/05/10","5,000","5,000","1001","101","山田 太郎"],)"
+        R"(["×：取消データです。　入金処理で調整してください。","取消","2024/05/10","7,000","7,000","1006","102",)"
+        R"("ｻﾄｳ ﾊﾅｺ"]],"totals":[1,5000,1,5000,1,7000,2,10000,1,7000]})");
+    QCOMPARE(snapshot(*home_), before);
+    const QString pdf = home_->file(QStringLiteral("正常.pdf"));
+    b = batch({"--yes", "import-payments", path, "--screen-date", "20240620", "--report", pdf, "--group", "0"});
+    QCOMPARE(b.code, 0);
+    const QStringList lines = b.out.split(u'\n', Qt::SkipEmptyParts);
+    QCOMPARE(lines.size(), 4);
+    QCOMPARE(lines[0], QStringLiteral("○：正常に読込ました\t速報\t2024/06/20\t5,000\t5,000\t1001\t101\t山田 太郎"));
+    QCOMPARE(lines[3], QStringLiteral("1\t5000\t1\t5000\t1\t7000\t2\t10000\t1\t7000"));
+    QVERIFY(b.err.contains(QStringLiteral("1件の入金処理をしました\n")));
+    QVERIFY(QFileInfo(pdf).size() > 0);
     QCOMPARE(count("select count(*) from inmoney where denno = 1001"), 1);
     QVERIFY(snapshot(*home_) != before);
+    // a second run is refused in pass 1 (the file sums read so far stay); a report that cannot be written says so
+    b = batch({"--yes", "--json", "import-payments", path, "--report", home_->file("no/such/r.pdf"), "--group", "1"});
+    QCOMPARE(b.code, 1);
+    QCOMPARE(b.out.trimmed(), QStringLiteral(R"({"posted":0,"rows":[],"totals":[0,0,0,0,0,0,2,10000,1,7000]})"));
+    QVERIFY(b.err.contains(QStringLiteral("読込済みデータです")) && b.err.contains(QStringLiteral("cannot write")));
+    QCOMPARE(batch({"import-payments", path, "--screen-date", "20241301"}).code, 2);
+    QCOMPARE(batch({"import-payments", path, "--group", "1"}).code, 2);
 }
 
 QTEST_GUILESS_MAIN(PaymentTest)
