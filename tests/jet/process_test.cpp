@@ -90,7 +90,6 @@ TEST(JetFile, LocksBelongToTheOpenFile)
     EXPECT_EQ(b.lock(lockAt, 1, false, 0), Lock::Busy);
     EXPECT_EQ(b.lock(lockAt + 1, 1, true, 0), Lock::Got);
     EXPECT_TRUE(a.lockedByOthers(lockAt, 0)) << "b's byte beside ours";
-    EXPECT_FALSE(b.lockedByOthers(lockAt + 1, 1));
 
     a.unlock(lockAt, 1);
     EXPECT_FALSE(b.lockedByOthers(lockAt, 1));
@@ -140,7 +139,6 @@ TEST(JetFile, OffsetsBeyondFourGiBAndIdentity)
     ASSERT_TRUE(jet::os::rename(other, path));
     ASSERT_TRUE(jet::os::identity(path, &after));
     EXPECT_EQ(after, moved) << "a file put in the other's place is that file";
-    EXPECT_FALSE(jet::os::exists(other));
     EXPECT_TRUE(jet::os::remove(path));
     EXPECT_FALSE(jet::os::identity(path, &after));
     File none;
