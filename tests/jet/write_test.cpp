@@ -31,7 +31,7 @@ TEST(JetWrite, LongValuesInEveryForm)
             std::string text;
             for (std::size_t i = 0; i < n; ++i)
                 text += static_cast<char>('a' + i % 26);
-            // Every eleventh value in Japanese: stored uncompressed.
+            // Japanese text is stored uncompressed.
             if (n == 1500) text = std::string(500, 'x') + "漢字かな";
             ASSERT_EQ(c.exec("INSERT INTO DateTest (IDCol, LongTextCol) VALUES (" + std::to_string(1000 + n) + ", '" +
                              text + "')"),
