@@ -158,7 +158,6 @@ TEST(JetWrite, OtherConnectionsReadCommittedRows)
 // Text keys: written for the characters whose key bytes are confirmed, refused (file untouched) for any other.
 TEST(JetWrite, TextKeysGeneralAndJapanese)
 {
-    JET_NEEDS_MDB_TOOLS();
     struct Case {
         bool japanese;
         const char* a;     // Table1.A and .B (both indexed; A unique)
@@ -203,8 +202,6 @@ TEST(JetWrite, TextKeysGeneralAndJapanese)
     }
     EXPECT_EQ(checkProblems(general), "");
     EXPECT_EQ(checkProblems(japanese), "");
-    EXPECT_NE(mdbExport(general, "Table1").find("\"New Row_1\""), std::string::npos);
-    EXPECT_NE(mdbExport(japanese, "Table1").find("\"Abc123\""), std::string::npos);
     // A row whose key cannot be written keeps it: an update of other columns goes through.
     Sql c(general);
     EXPECT_EQ(c.exec("UPDATE Table1 SET E = 99 WHERE A = 'quick fox'"), "");
