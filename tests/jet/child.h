@@ -3,12 +3,10 @@
 // JET_TEST_CHILD naming a role, and `childDoes` in a test file does that role's work instead of running the
 // tests. Values reach the child through its environment (UTF-8 on both systems).
 #include <cerrno>
-#include <chrono>
 #include <cstdlib>
 #include <functional>
 #include <gtest/gtest.h>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -67,17 +65,11 @@ inline void setEnv(const std::string& name, const std::string* value)
 #endif
 }
 
-// The role this process was started in; "" for the test run itself.
-inline std::string childRole()
-{
-    return envValue("JET_TEST_CHILD");
-}
-
 // Registers `work` (which ends the process) to run instead of the tests when this process was started as
 // `role`. It runs once the program's main has begun: every static of the engine is made by then.
 inline bool childDoes(const std::string& role, std::function<void()> work)
 {
-    if (childRole() != role) return false;
+    if (envValue("JET_TEST_CHILD") != role) return false;
     struct Work : testing::Environment {
         std::function<void()> work;
         void SetUp() override { work(); }
@@ -94,12 +86,11 @@ public:
     Child() = default;
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
+    // A child still running is killed: a failed test leaves nothing behind.
     ~Child()
     {
-        if (running()) {
-            kill();
-            wait();
-        }
+        kill();
+        wait();
     }
 
     // This test program again, as `role`, with `env` added to its environment.
@@ -146,15 +137,6 @@ public:
 #endif
     }
 
-    bool running() const
-    {
-#ifdef _WIN32
-        return process_ != nullptr;
-#else
-        return pid_ > 0;
-#endif
-    }
-
 private:
     bool spawn()
     {
@@ -184,10 +166,5 @@ private:
 #endif
     bool killed_ = false;
 };
-
-inline void pauseUs(long us)
-{
-    std::this_thread::sleep_for(std::chrono::microseconds(us));
-}
 
 } // namespace jettest

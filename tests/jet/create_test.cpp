@@ -1,8 +1,11 @@
 // A made file: read by mdbtools and by our reader, written through the SQLite module, consistent throughout; its
-// column defaults kept as the columns' properties and taken by inserts.
+// column defaults kept as the columns' properties and taken by inserts. Defaults of a corpus file, and which stored
+// expressions are taken as values.
+#include "jet/props.h"
 #include "sql.h"
 
 #include <gtest/gtest.h>
+#include <sstream>
 
 namespace
 {
@@ -73,6 +76,59 @@ TEST(JetCreate, MadeFileIsReadWrittenAndChecked)
     EXPECT_NE(goods.find("\"G7\",\"商品7\",100.0000,-1"), std::string::npos) << goods.substr(0, 300);
     std::string money = run("mdb-export '" + path + "' inmoney");
     EXPECT_EQ(std::count(money.begin(), money.end(), '\n'), 603);
+}
+
+TEST(JetDefaults, CorpusPropertiesAreRead)
+{
+    jet::Database db;
+    ASSERT_EQ(db.open(corpus("indexTestV2000.mdb"), ""), jet::OK) << db.error();
+    const jet::Table* t = db.table("Table1");
+    ASSERT_NE(t, nullptr);
+    std::string seen;
+    for (const jet::Column& c : t->columns)
+        seen += c.name + "=" + c.defaultValue + ";";
+    // as mdb-prop lists them: every number column 0, the text column none
+    EXPECT_EQ(seen, "id=0;otherfk1=0;otherfk2=0;data=;otherfk3=0;");
+}
+
+TEST(JetDefaults, StoredExpressionsAsValues)
+{
+    struct Row {
+        jet::Type type;
+        const char* expression;
+        const char* value; // "i,d,s" of the value taken; null when the expression is not used
+    };
+    const Row rows[] = {
+        {jet::Type::Long, "-12", "-12,0,"},
+        {jet::Type::Money, "1.5", "15000,0,"},
+        {jet::Type::Bool, "1", "1,0,"},
+        {jet::Type::Text, "\"a \"\"b\"\"\"", "0,0,a \"b\""},
+        {jet::Type::Memo, "'x'", "0,0,x"},
+        {jet::Type::Text, "12", "0,0,12"},
+        {jet::Type::Long, "1.5", nullptr},       // not a whole number
+        {jet::Type::Long, "\"1\"", nullptr},     // text for a number
+        {jet::Type::DateTime, "Now()", nullptr}, // expressions are not evaluated
+        {jet::Type::Text, "\"a\" & \"b\"", nullptr},
+        {jet::Type::Long, "", nullptr},
+    };
+    for (const Row& r : rows) {
+        jet::Column c;
+        c.type = r.type;
+        c.defaultValue = r.expression;
+        jet::Value v;
+        ASSERT_EQ(jet::defaultFor(c, v), r.value != nullptr) << r.expression;
+        if (!r.value) continue;
+        std::ostringstream got;
+        got << v.i << "," << v.d << "," << v.s;
+        EXPECT_FALSE(v.null);
+        EXPECT_EQ(got.str(), r.value) << r.expression;
+    }
+    // the blob survives damage: truncated anywhere, it reads without fault
+    std::string blob = jet::writeDefaultValues({{"a", "0"}, {"b", "\"x\""}});
+    EXPECT_EQ(jet::readDefaultValues(reinterpret_cast<const std::uint8_t*>(blob.data()), blob.size()),
+              (std::map<std::string, std::string>{{"a", "0"}, {"b", "\"x\""}}));
+    for (std::size_t n = 0; n < blob.size(); ++n)
+        jet::readDefaultValues(reinterpret_cast<const std::uint8_t*>(blob.data()), n);
 }
 
 } // namespace

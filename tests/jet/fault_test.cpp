@@ -1,7 +1,6 @@
 // Several writers and readers of one file, and commits that fail part-way: a journal is played back only by whoever
 // holds the file, a failed commit leaves the file as it was, a journal never lands on another file, and what
 // another program wrote meanwhile is never overwritten.
-#include "jet/ldb.h"
 #include "jet/tool.h"
 #include "sql.h"
 
@@ -10,9 +9,7 @@
 #include <sys/resource.h>
 #include <sys/wait.h>
 
-#include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <memory>
 #include <sstream>
@@ -55,35 +52,20 @@ pid_t writer(const std::string& path, const std::string& sql, const char* crashA
     return pid;
 }
 
-struct Scratch {
-    std::string base, path;
-    explicit Scratch(const std::string& name)
-    {
-        base = scratchCopy("indexTestV2000.mdb", name);
-        path = base + ".work";
-        std::filesystem::copy_file(base, path, std::filesystem::copy_options::overwrite_existing);
-        std::filesystem::remove(journalOf(path));
-    }
-};
-
-// Pages that were in the file before and that the 300 inserts below change.
-long changedPages(const Scratch& s)
+// Pages the 300 inserts below change.
+long changedPages(const WorkCopy& s)
 {
     std::string probe = s.base + ".probe";
     std::filesystem::copy_file(s.base, probe, std::filesystem::copy_options::overwrite_existing);
     EXPECT_EQ(Sql(probe).exec(inserts(700000, 300)), "");
-    auto before = readFile(s.base), after = readFile(probe);
-    long changed = 0;
-    for (std::size_t at = 0; at < before.size(); at += jet::kPageSize)
-        changed += std::memcmp(&after[at], &before[at], jet::kPageSize) != 0;
-    return changed;
+    return jettest::changedPages(readFile(s.base), readFile(probe));
 }
 
 // A writer stopped mid-commit (journal forced, some pages written) holds the file: an opener and a check wait
 // for it and give up after the wait limit without touching its journal; continued, the writer commits.
 TEST(JetFault, OpenerLeavesTheJournalOfALiveWriter)
 {
-    Scratch s("live.mdb");
+    WorkCopy s("indexTestV2000.mdb", "live.mdb");
     std::size_t before = rows(s.path);
     // stopped after the journal is forced and the first page is written
     std::string stop = std::to_string(changedPages(s) + 4) + ":stop";
@@ -119,7 +101,7 @@ TEST(JetFault, OpenerLeavesTheJournalOfALiveWriter)
 // journal goes, and the next commit of the same process works.
 TEST(JetFault, CommitThatCannotWriteLeavesTheFileAsItWas)
 {
-    Scratch s("full.mdb");
+    WorkCopy s("indexTestV2000.mdb", "full.mdb");
     auto original = readFile(s.path);
     pid_t pid = ::fork();
     if (pid == 0) {
@@ -152,33 +134,29 @@ TEST(JetFault, CommitThatCannotWriteLeavesTheFileAsItWas)
 // file under the same name is refused and both stay as they are.
 TEST(JetFault, JournalIsRefusedForAnotherFile)
 {
-    struct Case {
-        const char* what;
-        std::function<void(const Scratch&)> replace;
-    };
-    const Case cases[] = {
+    const std::pair<const char*, std::function<void(const WorkCopy&)>> cases[] = {
         {"a backup of the day before",
-         [](const Scratch& s) {
+         [](const WorkCopy& s) {
              std::string old = s.base + ".old";
              std::filesystem::copy_file(s.base, old, std::filesystem::copy_options::overwrite_existing);
              ASSERT_EQ(Sql(old).exec(inserts(900000, 20)), "");
              std::filesystem::copy_file(old, s.path, std::filesystem::copy_options::overwrite_existing);
          }},
         {"another file (a compacted one)",
-         [](const Scratch& s) {
+         [](const WorkCopy& s) {
              std::filesystem::copy_file(corpus("bigIndexTestV2000.mdb"), s.path,
                                         std::filesystem::copy_options::overwrite_existing);
          }},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
-        Scratch s("other.mdb");
+    for (const auto& [what, replace] : cases) {
+        SCOPED_TRACE(what);
+        WorkCopy s("indexTestV2000.mdb", "other.mdb");
         pid_t pid = writer(s.path, inserts(700000, 300), "6");
         int status = 0;
         ::waitpid(pid, &status, 0);
         ASSERT_TRUE(WIFSIGNALED(status));
         ASSERT_TRUE(std::filesystem::exists(journalOf(s.path)));
-        c.replace(s);
+        replace(s);
         auto replaced = readFile(s.path);
         jet::Database db;
         EXPECT_EQ(db.open(s.path, ""), jet::ERR_CORRUPT) << db.error();
@@ -195,7 +173,7 @@ TEST(JetFault, CommitRechecksTheFileAndItsUsers)
     struct Case {
         const char* what;
         // what happens meanwhile; a lock it takes lasts as long as the File it gives back
-        std::function<std::shared_ptr<jet::os::File>(const std::string&)> meanwhile;
+        std::function<std::shared_ptr<OtherUser>(const std::string&)> meanwhile;
         const char* error;
         std::uint32_t rowsTheyAdded;
     };
@@ -206,9 +184,7 @@ TEST(JetFault, CommitRechecksTheFileAndItsUsers)
              std::string other = path + ".other";
              std::filesystem::copy_file(path, other, std::filesystem::copy_options::overwrite_existing);
              EXPECT_EQ(Sql(other).exec(inserts(777777, 1)), "");
-             auto bytes = readFile(other);
-             std::ofstream(path, std::ios::binary | std::ios::trunc)
-                 .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+             std::filesystem::copy_file(other, path, std::filesystem::copy_options::overwrite_existing);
              std::filesystem::last_write_time(path,
                                               std::filesystem::file_time_type::clock::now() + std::chrono::seconds(5));
              return nullptr;
@@ -216,19 +192,14 @@ TEST(JetFault, CommitRechecksTheFileAndItsUsers)
          "was changed by another program", 1},
         {"a user of the suite opened it",
          [](const std::string& path) {
-             auto ldb = std::make_shared<jet::os::File>();
-             EXPECT_TRUE(ldb->open(jet::ldbPath(path), jet::os::Mode::ReadWrite));
-             EXPECT_EQ(ldb->lock(jet::kLdbLockBase + 7, 1, true, 0), jet::os::Lock::Got);
-             char slot[jet::kLdbSlotSize] = "PC07";
-             std::memcpy(slot + 32, "Admin", 5);
-             EXPECT_TRUE(ldb->write(slot, sizeof slot, 7 * jet::kLdbSlotSize));
-             return ldb;
+             writeSlot(jet::ldbPath(path), 7, "PC07", "Admin");
+             return std::make_shared<OtherUser>(jet::ldbPath(path), jet::kLdbLockBase + 7);
          },
          "PC07 の Admin で使用中です", 0},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        Scratch s("recheck.mdb");
+        WorkCopy s("indexTestV2000.mdb", "recheck.mdb");
         jet::Database db;
         ASSERT_EQ(db.open(s.path, ""), jet::OK) << db.error();
         const jet::Table* t = db.table("Table2");

@@ -5,9 +5,11 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <random>
+#include <thread>
 
 namespace
 {
@@ -36,7 +38,7 @@ int runChild(const std::string& path, long crashAt, long killAfterUs)
     if (crashAt > 0) env.emplace_back("PEL008_JET_CRASH_AT", std::to_string(crashAt));
     if (!child.start("write", env)) return -2;
     if (killAfterUs >= 0) {
-        pauseUs(killAfterUs);
+        std::this_thread::sleep_for(std::chrono::microseconds(killAfterUs));
         child.kill();
     }
     return child.wait();
@@ -44,22 +46,14 @@ int runChild(const std::string& path, long crashAt, long killAfterUs)
 
 TEST(JetKill, FileIsBeforeOrAfterTheTransaction)
 {
-    std::string base = scratchCopy("indexTestV2000.mdb", "kill-base.mdb");
-    std::string path = base + ".work";
-    auto reset = [&] {
-        std::filesystem::remove(path); // MinGW's copy_file does not overwrite
-        std::filesystem::copy_file(base, path);
-        std::filesystem::remove(path + "-pel008-journal");
-    };
-    auto before = readFile(base);
-    reset();
+    const WorkCopy w("indexTestV2000.mdb", "kill-base.mdb");
+    const std::string& path = w.path;
+    auto before = readFile(w.base);
     ASSERT_EQ(runChild(path, 0, -1), 0);
     auto after = readFile(path);
     ASSERT_NE(after, before);
     // Steps of the commit's disk work: journal header and records, each page written, forcing, removal.
-    long changed = 0;
-    for (std::size_t at = 0; at < after.size(); at += jet::kPageSize)
-        changed += at >= before.size() || std::memcmp(&after[at], &before[at], jet::kPageSize) != 0;
+    const long changed = changedPages(before, after);
     long steps = 2 * changed + 8;
 
     const char* env = std::getenv("JET_KILL_ROUNDS");
@@ -67,7 +61,7 @@ TEST(JetKill, FileIsBeforeOrAfterTheTransaction)
     std::mt19937 rng(12);
     int sawBefore = 0, sawAfter = 0, recovered = 0;
     for (int r = 0; r < rounds; ++r) {
-        reset();
+        w.reset();
         // Half the kills at a chosen step of the disk work, half after a random time.
         if (r % 2 == 0)
             runChild(path, std::uniform_int_distribution<long>(1, steps)(rng), -1);

@@ -2,11 +2,8 @@
 // clear our slot afterwards (the lock file stays: a user may have just opened it); slots left without their lock do not
 // count.
 #include "child.h"
-#include "jet/file.h"
-#include "jet/ldb.h"
 #include "sql.h"
 
-#include <cstring>
 #include <gtest/gtest.h>
 
 namespace
@@ -14,62 +11,8 @@ namespace
 
 using namespace jettest;
 
-void writeSlot(const std::string& ldb, int slot, const char* computer, const char* user)
-{
-    jet::os::File f;
-    ASSERT_TRUE(f.open(ldb, jet::os::Mode::ReadWrite) || f.open(ldb, jet::os::Mode::CreateNew));
-    unsigned char s[jet::kLdbSlotSize] = {};
-    std::memcpy(s, computer, std::strlen(computer));
-    std::memcpy(s + 32, user, std::strlen(user));
-    EXPECT_TRUE(f.write(s, sizeof s, std::uint64_t(slot) * jet::kLdbSlotSize));
-}
-
-// Waits up to 20 s for a file to appear.
-bool appears(const std::string& path)
-{
-    for (int i = 0; i < 4000 && !jet::os::exists(path); ++i)
-        jet::os::sleepMs(5);
-    return jet::os::exists(path);
-}
-
-// The other process's side: a lock on one byte of the lock file, held until told to go.
-[[noreturn]] void holdLock(const std::string& ldb, std::uint64_t byte)
-{
-    const std::string tag = ldb + "." + std::to_string(byte);
-    jet::os::File f, ready;
-    bool held = f.open(ldb, jet::os::Mode::ReadWrite) && f.lock(byte, 1, true, 0) == jet::os::Lock::Got;
-    if (!held || !ready.open(tag + ".ready", jet::os::Mode::CreateNew)) std::_Exit(2);
-    ready.close();
-    if (!appears(tag + ".go")) std::_Exit(3);
-    std::_Exit(0);
-}
-
-const bool isHolder = childDoes(
-    "hold", [] { holdLock(envValue("JET_TEST_LDB"), std::strtoull(envValue("JET_TEST_BYTE").c_str(), nullptr, 10)); });
 const bool isLooker =
     childDoes("look", [] { std::_Exit(jet::ldbUsers(envValue("JET_TEST_PATH")).size() == 1 ? 0 : 1); });
-
-// Another process holding a byte-range lock on the lock file until it leaves.
-struct OtherUser {
-    Child child;
-    std::string tag;
-    OtherUser(const std::string& ldb, long byte) : tag(ldb + "." + std::to_string(byte))
-    {
-        EXPECT_TRUE(child.start("hold", {{"JET_TEST_LDB", ldb}, {"JET_TEST_BYTE", std::to_string(byte)}}));
-        EXPECT_TRUE(appears(tag + ".ready")) << "the other process has no lock";
-    }
-    ~OtherUser() { leave(); }
-    void leave()
-    {
-        if (!child.running()) return;
-        jet::os::File go;
-        EXPECT_TRUE(go.open(tag + ".go", jet::os::Mode::CreateNew));
-        go.close();
-        EXPECT_EQ(child.wait(), 0);
-        jet::os::remove(tag + ".ready");
-        jet::os::remove(tag + ".go");
-    }
-};
 
 TEST(JetLdb, OtherUsersRefuseWritesOurSlotComesAndGoes)
 {

@@ -1,11 +1,16 @@
 #pragma once
-// A SQLite connection with a Jet file attached through the module, and new files made for a test.
+// A SQLite connection with a Jet file attached through the module, new files made for a test, and other users of
+// the suite in its lock file.
 #include "jet/create.h"
+#include "jet/file.h"
+#include "jet/ldb.h"
 #include "jet/sqlite_attach.h"
 #include "test_util.h"
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
+
+#include <cstring>
 
 namespace jettest
 {
@@ -85,6 +90,26 @@ inline ::testing::AssertionResult made(const std::string& path, const std::vecto
     std::string err;
     if (jet::createDatabase(path, password, sortOrder, tables, &err) == jet::OK) return ::testing::AssertionSuccess();
     return ::testing::AssertionFailure() << "cannot make " << path << ": " << err;
+}
+
+// Another user of the suite: a lock on one byte of the lock file through an open of its own, held while this lives.
+struct OtherUser {
+    jet::os::File file;
+    OtherUser(const std::string& ldb, std::uint64_t byte)
+    {
+        if (!file.open(ldb, jet::os::Mode::ReadWrite) || file.lock(byte, 1, true, 0) != jet::os::Lock::Got)
+            ADD_FAILURE() << "no lock on " << ldb;
+    }
+};
+
+inline void writeSlot(const std::string& ldb, int slot, const char* computer, const char* user)
+{
+    jet::os::File f;
+    ASSERT_TRUE(f.open(ldb, jet::os::Mode::ReadWrite) || f.open(ldb, jet::os::Mode::CreateNew));
+    unsigned char s[jet::kLdbSlotSize] = {};
+    std::memcpy(s, computer, std::strlen(computer));
+    std::memcpy(s + 32, user, std::strlen(user));
+    EXPECT_TRUE(f.write(s, sizeof s, std::uint64_t(slot) * jet::kLdbSlotSize));
 }
 
 } // namespace jettest

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -119,6 +120,30 @@ inline std::string checkProblems(const std::string& path, const std::string& pas
     jet::Database db;
     if (db.open(path, password) != jet::OK) return "cannot open: " + db.error();
     return problemsOf(db);
+}
+
+// A corpus file copied twice: `base` as it was, `path` to work on; reset() copies it again and drops its journal.
+struct WorkCopy {
+    std::string base, path;
+    WorkCopy(const std::string& file, const std::string& as) : base(scratchCopy(file, as)), path(base + ".work")
+    {
+        reset();
+    }
+    void reset() const
+    {
+        std::filesystem::remove(path); // MinGW's copy_file does not overwrite
+        std::filesystem::copy_file(base, path);
+        std::filesystem::remove(path + "-pel008-journal");
+    }
+};
+
+// Pages of `after` that differ from `before` or are new.
+inline long changedPages(const std::vector<std::uint8_t>& before, const std::vector<std::uint8_t>& after)
+{
+    long changed = 0;
+    for (std::size_t at = 0; at < after.size(); at += jet::kPageSize)
+        changed += at >= before.size() || std::memcmp(&after[at], &before[at], jet::kPageSize) != 0;
+    return changed;
 }
 
 } // namespace jettest
