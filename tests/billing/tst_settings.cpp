@@ -248,10 +248,11 @@ void SettingsTest::saveAgainstHeldRecord()
 {
     test::ScriptedDialogs dialogs;
     for (const char* table : {"sysfile", "cvsset"}) {
-        const Sql select = QByteArray(table) == "sysfile" ? Sql("select * from sysfile where id=1")
-                                                          : Sql("select * from cvsset where code=1");
-        test::RecordHolder holder(select);
-        QVERIFY(holder.ok());
+        const QString key = QByteArray(table) == "sysfile" ? QStringLiteral("id") : QStringLiteral("code");
+        test::HeldLock lock(home_->backend(),
+                            QStringLiteral("SELECT * FROM %1 WHERE %2 = 1 FOR UPDATE").arg(table, key),
+                            QStringLiteral("UPDATE sysfile SET id = id WHERE id = -1"));
+        QVERIFY(lock.ok());
         clsDbClass db;
         QVERIFY(db.OpenDb());
         SettingsJob job(db);
