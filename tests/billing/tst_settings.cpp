@@ -150,9 +150,6 @@ void SettingsTest::load()
     Opened o;
     QCOMPARE(o.form.chkCvs->isChecked(), checked);
     QCOMPARE(o.form.cboCFcode->currentIndex(), index);
-    QCOMPARE(o.form.cboCFcode->count(), 2);
-    QCOMPARE(o.form.cboCFcode->itemText(1),
-             QStringLiteral("[929023]ＤＳＫ・コンビニ（furi_comシリーズ仕様 CSV出力仕様）"));
     QCOMPARE(o.form.txtCkcode->text(), code);
     QCOMPARE(o.form.txtCkcode->isEnabled(), checked);
     QCOMPARE(o.form.cboCFcode->isEnabled(), checked);
