@@ -86,10 +86,8 @@ private slots:
     void readScreenStarts();
     void chooserStartFolder_data();
     void chooserStartFolder();
-    void exportThroughTheScreen_data();
-    void exportThroughTheScreen();
-    void importThroughTheScreen_data();
-    void importThroughTheScreen();
+    void runThroughTheScreen_data();
+    void runThroughTheScreen();
 
 private:
     QString file(const char* name) const { return home_->file(QString::fromUtf8(name)); }
@@ -269,95 +267,73 @@ void ShippingFormsTest::chooserStartFolder()
 
 // How a run ends, and the screen afterwards. F6 or a close while the first order or line is handled: the close
 // waits for the stopped run and the run keeps its screen and connection to its end.
-const char* const kEnds[] = {"F6", "completed", "title bar", "reject"};
-
-void ShippingFormsTest::exportThroughTheScreen_data()
+void ShippingFormsTest::runThroughTheScreen_data()
 {
+    QTest::addColumn<int>("screen");  // 1 export, 2 import
     QTest::addColumn<bool>("preset"); // started with a label kind (the kind list then stays off)
     QTest::addColumn<QString>("end");
-    for (const char* end : kEnds)
-        QTest::newRow(end) << false << QString::fromLatin1(end);
-    QTest::newRow("completed, kind preset") << true << QStringLiteral("completed");
+    for (int screen : {1, 2})
+        for (const char* end : {"F6", "completed", "title bar", "reject"})
+            QTest::addRow("%s: %s", screen == 1 ? "export" : "import", end)
+                << screen << false << QString::fromLatin1(end);
+    QTest::newRow("export: completed, kind preset") << 1 << true << QStringLiteral("completed");
 }
 
-void ShippingFormsTest::exportThroughTheScreen()
+void ShippingFormsTest::runThroughTheScreen()
 {
+    QFETCH(int, screen);
     QFETCH(bool, preset);
     QFETCH(QString, end);
     if (preset)
         gstrArgs = QStringList{"1", "9", "20250301", "20250310", "1", "99999999", "0"};
+    writeResult({"101", "102", "103"});
     test::ActingDialogs dialogs;
-    frmICatMake f;
+    frmICatMake make;
+    frmICatRead read;
+    Form& f = screen == 1 ? static_cast<Form&>(make) : read;
     QVERIFY(loadActive(f));
-    f.dates->entry(0)->setYmd(20250310); // later than the end: swapped by the run
-    f.dates->entry(1)->setYmd(20250301);
-    QCOMPARE(f.cboHaisou->isEnabled(), !preset);
+    make.dates->entry(0)->setYmd(20250310); // later than the end: swapped by the run
+    make.dates->entry(1)->setYmd(20250301);
+    QCOMPARE(make.cboHaisou->isEnabled(), !preset);
     const QStringList before = test::enabledState(&f);
-    dialogs.expect(test::countQuestion(5), answer::Yes);
-    int lines = 0;
-    if (end == QLatin1String("completed")) {
+    const bool completed = end == QLatin1String("completed");
+    if (screen == 1)
+        dialogs.expect(test::countQuestion(5), answer::Yes);
+    if (completed && screen == 1) {
         dialogs.expect(catalogueText("ＣＳＶ出力"), answer::Ok);
         dialogs.expect(test::kUnencodable104, answer::Ok);
         dialogs.expect(test::kMarkQuestion, answer::Yes);
-        lines = 5;
-    } else {
-        dialogs.atYield = 2;
-        dialogs.action = [&] { stop(f, end); };
-        dialogs.expect(catalogueText("処理中止"), answer::Yes);
-        lines = 1;
-        if (end == QLatin1String("F6")) { // asked again before the second order
-            dialogs.expect(catalogueText("処理中止"), answer::No);
-            lines = 2;
-        }
-        dialogs.expect(catalogueText("処理中止"), answer::Yes);
-    }
-    QTest::mouseClick(f.cmdFile, Qt::LeftButton);
-    QVERIFY(dialogs.done());
-    QCOMPARE(QFile::exists(file("icat.csv")) ? test::readLines(file("icat.csv")).size() : 0, lines);
-    QCOMPARE(flaggedCount(), lines == 5 ? QStringLiteral("6") : QStringLiteral("1"));
-    QCOMPARE(f.dates->entry(0)->ymd(), 20250301);
-    QCOMPARE(f.dates->entry(1)->ymd(), 20250310);
-    QCOMPARE(f.dates->entry(0)->dtpDay()->date(), QDate(2025, 3, 1));
-    // the closing state: each control as it was, F6 off until the focus next leaves the file box
-    QCOMPARE(test::enabledState(&f), before);
-    QVERIFY(!f.busy());
-    QVERIFY(f.lblMsg->text().isEmpty());
-    QVERIFY(!f.toolbar()->button(QStringLiteral("F6"))->isEnabled());
-    if (!preset)
-        QCOMPARE(QApplication::focusWidget(), f.cboHaisou);
-    QVERIFY(f.isVisible());
-    QCoreApplication::processEvents();
-    QCOMPARE(f.isVisible(), !closes(end));
-}
-
-void ShippingFormsTest::importThroughTheScreen_data()
-{
-    QTest::addColumn<QString>("end");
-    for (const char* end : kEnds)
-        QTest::newRow(end) << QString::fromLatin1(end);
-}
-
-void ShippingFormsTest::importThroughTheScreen()
-{
-    QFETCH(QString, end);
-    writeResult({"101", "102", "103"});
-    test::ActingDialogs dialogs;
-    frmICatRead f;
-    QVERIFY(loadActive(f));
-    const QStringList before = test::enabledState(&f);
-    if (end == QLatin1String("completed")) {
+    } else if (completed) {
         dialogs.expect(QStringLiteral("正常に終了しました"), answer::Ok);
     } else {
         dialogs.atYield = 2;
         dialogs.action = [&] { stop(f, end); };
         dialogs.expect(catalogueText("処理中止"), answer::Yes);
+        if (screen == 1 && end == QLatin1String("F6")) // the export asks again before the second order
+            dialogs.expect(catalogueText("処理中止"), answer::No);
+        if (screen == 1)
+            dialogs.expect(catalogueText("処理中止"), answer::Yes);
     }
-    f.cmdRead_Click();
+    screen == 1 ? QTest::mouseClick(make.cmdFile, Qt::LeftButton) : read.cmdRead_Click();
     QVERIFY(dialogs.done());
-    QCOMPARE(okurino(101), QStringLiteral("412345678901"));
-    QCOMPARE(okurino(102), end == QLatin1String("completed") ? QStringLiteral("412345678902") : QString());
+    if (screen == 1) {
+        const int lines = completed ? 5 : end == QLatin1String("F6") ? 2 : 1;
+        QCOMPARE(QFile::exists(file("icat.csv")) ? test::readLines(file("icat.csv")).size() : 0, lines);
+        QCOMPARE(flaggedCount(), completed ? QStringLiteral("6") : QStringLiteral("1"));
+        QCOMPARE(make.dates->entry(0)->ymd(), 20250301);
+        QCOMPARE(make.dates->entry(1)->ymd(), 20250310);
+        QCOMPARE(make.dates->entry(0)->dtpDay()->date(), QDate(2025, 3, 1));
+        // F6 off until the focus next leaves the file box
+        QVERIFY(!make.toolbar()->button(QStringLiteral("F6"))->isEnabled());
+        QVERIFY(make.lblMsg->text().isEmpty());
+    } else {
+        QCOMPARE(okurino(101), QStringLiteral("412345678901"));
+        QCOMPARE(okurino(102), completed ? QStringLiteral("412345678902") : QString());
+    }
     QCOMPARE(test::enabledState(&f), before);
-    QCOMPARE(QApplication::focusWidget(), f.txtFile[0]);
+    QVERIFY(!f.busy());
+    if (!preset)
+        QCOMPARE(QApplication::focusWidget(), screen == 1 ? static_cast<QWidget*>(make.cboHaisou) : read.txtFile[0]);
     QVERIFY(f.isVisible());
     QCoreApplication::processEvents();
     QCOMPARE(f.isVisible(), !closes(end));
