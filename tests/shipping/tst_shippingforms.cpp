@@ -1,5 +1,5 @@
-// frmICatMake and frmICatRead on the small shop: start, presets, the required-field check, the remembered paths, the
-// choosers' folders, and an export and an import through the screens to each end of a run (refused, F6, done, the
+// frmICatMake and frmICatRead on the small shop: start, presets, the required-field check, the choosers' folders and
+// the paths they remember, and an export and an import through the screens to each end of a run (F6, done, the
 // screen closed) with the screen afterwards.
 #include "app/home.h"
 #include "app/inifile.h"
@@ -83,7 +83,6 @@ private slots:
     void presets_data();
     void presets();
     void requiredFieldGetsTheFocus();
-    void readScreenStarts();
     void chooserStartFolder_data();
     void chooserStartFolder();
     void runThroughTheScreen_data();
@@ -126,9 +125,6 @@ void ShippingFormsTest::makeScreenStarts()
     QCOMPARE(f.dates->entry(1)->ymd(), QDate::currentDate().toString(QStringLiteral("yyyyMMdd")).toLongLong());
     QVERIFY(!f.toolbar()->button(QStringLiteral("F4"))->isEnabled());
     QVERIFY(f.toolbar()->button(QStringLiteral("F6"))->isEnabled());
-    f.txtFile->setText(file("other.csv"));
-    f.unload();
-    QCOMPARE(remembered("MakeFile"), file("other.csv"));
 }
 
 // A label kind list that cannot be read is said in the engine's words, not shown as an empty list alone.
@@ -208,23 +204,6 @@ void ShippingFormsTest::requiredFieldGetsTheFocus()
     QCOMPARE(QApplication::focusWidget(), f.txtDenno[1]);
 }
 
-void ShippingFormsTest::readScreenStarts()
-{
-    const QString in = writeResult({"101"});
-    test::ScriptedDialogs dialogs;
-    frmICatRead f;
-    QVERIFY(loadActive(f));
-    QCOMPARE(f.txtFile[0]->text(), in);
-    QCOMPARE(f.txtFile[1]->text(), file("err.txt"));
-    f.txtFile[1]->setFocus();
-    QVERIFY(f.toolbar()->button(QStringLiteral("F4"))->isEnabled());
-    dialogs.expectFile(file("chosen.txt"));
-    QTest::keyClick(f.txtFile[1], Qt::Key_F4);
-    QCOMPARE(f.txtFile[1]->text(), file("chosen.txt"));
-    f.unload();
-    QCOMPARE(remembered("ErrFile"), file("chosen.txt"));
-}
-
 void ShippingFormsTest::chooserStartFolder_data()
 {
     QTest::addColumn<int>("screen");   // 1 export (its file box), 2 import (the result file box, then the log box)
@@ -258,11 +237,14 @@ void ShippingFormsTest::chooserStartFolder()
          screen == 1 ? QList<QLineEdit*>{make.txtFile} : QList<QLineEdit*>{read.txtFile[0], read.txtFile[1]}) {
         box->setText(path);
         box->setFocus();
-        dialogs.expectFile(std::nullopt);
+        dialogs.expectFile(file("chosen.txt"));
         QTest::keyClick(box, Qt::Key_F4);
         QVERIFY(dialogs.done());
         QCOMPARE(dialogs.shown.last(), QStringLiteral("file|") + opens);
+        QCOMPARE(box->text(), file("chosen.txt"));
     }
+    form.unload();
+    QCOMPARE(remembered(screen == 1 ? "MakeFile" : "ErrFile"), file("chosen.txt"));
 }
 
 // How a run ends, and the screen afterwards. F6 or a close while the first order or line is handled: the close
