@@ -2,6 +2,7 @@
 // that end early (a failed read among them), the re-output, and the marking rolled back.
 #include "conveni/billingjob.h"
 #include "tests/billing/billingtest.h"
+#include "tests/support/datarow.h"
 
 #include <QDir>
 #include <QFile>
@@ -9,6 +10,7 @@
 #include <tuple>
 
 using namespace pel;
+using test::row;
 
 namespace {
 
@@ -99,9 +101,9 @@ void BillingTest::golden_data()
     QTest::addColumn<QStringList>("files");
     QTest::addColumn<QStringList>("golden");
     QTest::addColumn<bool>("mark"); // the answer to the marking question
-    QTest::newRow("908997, marked") << 0 << QStringList{"顧客一括登録.txt", "請求一括登録.txt"}
-                                    << QStringList{"customers_908997.txt", "billing_908997.txt"} << true;
-    QTest::newRow("929023") << 1 << QStringList{"コンビニ.csv"} << QStringList{"conveni_929023.csv"} << false;
+    row("908997, marked", 0, QStringList{"顧客一括登録.txt", "請求一括登録.txt"},
+        QStringList{"customers_908997.txt", "billing_908997.txt"}, true);
+    row("929023", 1, QStringList{"コンビニ.csv"}, QStringList{"conveni_929023.csv"}, false);
 }
 
 void BillingTest::golden()
@@ -143,19 +145,19 @@ void BillingTest::endsEarly_data()
     QTest::addColumn<int>("outcome");
     const QString unreadable = QStringLiteral("データ参照エラーです。\r\n\r\n");
     const int y = answer::Yes, ok = answer::Ok, read = int(BillingResult::Outcome::ReadFailed);
-    QTest::newRow("no orders") << qint64(20230101) << QString() << Steps{{"該当件数は０件です", answer::Continue}}
-                               << int(BillingResult::Outcome::NoOrders);
-    QTest::newRow("count question No") << qint64(20240101) << QString() << Steps{{kCount4, answer::No}}
-                                       << int(BillingResult::Outcome::Declined);
-    QTest::newRow("folder cancelled") << qint64(20240101) << QString() << Steps{{kCount4, y}, {"folder", 0}}
-                                      << int(BillingResult::Outcome::NoFolder);
+    row("no orders", qint64(20230101), QString(), Steps{{"該当件数は０件です", answer::Continue}},
+        int(BillingResult::Outcome::NoOrders));
+    row("count question No", qint64(20240101), QString(), Steps{{kCount4, answer::No}},
+        int(BillingResult::Outcome::Declined));
+    row("folder cancelled", qint64(20240101), QString(), Steps{{kCount4, y}, {"folder", 0}},
+        int(BillingResult::Outcome::NoFolder));
     // a read that fails is reported in the engine's words, never as "no orders" or as an order without its lines
-    QTest::newRow("selection unreadable")
-        << qint64(20240101) << "ALTER TABLE member RENAME COLUMN code TO code2" << Steps{{unreadable, ok}} << read;
-    QTest::newRow("order lines unreadable") << qint64(20240101) << "ALTER TABLE jyumei RENAME COLUMN line TO line2"
-                                            << Steps{{kCount4, y}, {"folder", 1}, {unreadable, ok}} << read;
-    QTest::newRow("goods name unreadable") << qint64(20240101) << "ALTER TABLE goods RENAME COLUMN name TO name2"
-                                           << Steps{{kCount4, y}, {"folder", 1}, {unreadable, ok}} << read;
+    row("selection unreadable", qint64(20240101), "ALTER TABLE member RENAME COLUMN code TO code2",
+        Steps{{unreadable, ok}}, read);
+    row("order lines unreadable", qint64(20240101), "ALTER TABLE jyumei RENAME COLUMN line TO line2",
+        Steps{{kCount4, y}, {"folder", 1}, {unreadable, ok}}, read);
+    row("goods name unreadable", qint64(20240101), "ALTER TABLE goods RENAME COLUMN name TO name2",
+        Steps{{kCount4, y}, {"folder", 1}, {unreadable, ok}}, read);
 }
 
 // Runs that end early: no completion message or marking question, nothing marked, no file before the folder is

@@ -5,6 +5,7 @@
 #include "app/startup.h"
 #include "conveni/frmconvenimake.h"
 #include "tests/billing/billingtest.h"
+#include "tests/support/datarow.h"
 #include "tests/ui/enabledstate.h"
 #include "ui/dateentry.h"
 #include "ui/textrules.h"
@@ -20,6 +21,7 @@
 #include <QTest>
 
 using namespace pel;
+using test::row;
 
 namespace {
 
@@ -76,10 +78,9 @@ void ConveniMakeTest::opening_data()
     const QString today = QDate::currentDate().toString(QStringLiteral("yyyyMMdd"));
     const QStringList todays{today.left(4), fnPadLeft(QString::number(today.mid(4, 2).toInt()), 2),
                              fnPadLeft(QString::number(today.mid(6, 2).toInt()), 2)};
-    QTest::newRow("defaults") << "1" << QStringList{"6"} << 0 << todays + todays + QStringList{"1", "99999999"}
-                              << false;
-    QTest::newRow("929023 and presets") << "2" << QStringList{"6", "x", "20240105", "20240131", "104", "101", "1"} << 1
-                                        << QStringList{"2024", " 1", " 5", "2024", " 1", "31", "104", "101"} << true;
+    row("defaults", "1", QStringList{"6"}, 0, todays + todays + QStringList{"1", "99999999"}, false);
+    row("929023 and presets", "2", QStringList{"6", "x", "20240105", "20240131", "104", "101", "1"}, 1,
+        QStringList{"2024", " 1", " 5", "2024", " 1", "31", "104", "101"}, true);
 }
 
 void ConveniMakeTest::opening()
@@ -108,15 +109,12 @@ void ConveniMakeTest::closesWithoutCompanyCode_data()
 {
     QTest::addColumn<QString>("change");
     QTest::addColumn<QString>("message"); // how the message starts
-    QTest::newRow("no code")
-        << "UPDATE cvsset SET ckcode1 = ''"
-        << "企業コードが設定されていません。\r\n\r\n「コンビニ収納代行設定」で、企業コードを登録して"
-           "ください。";
+    row("no code", "UPDATE cvsset SET ckcode1 = ''",
+        "企業コードが設定されていません。\r\n\r\n「コンビニ収納代行設定」で、企業コードを登録して"
+        "ください。");
     // a read that fails is not "nothing registered": the engine's words are shown
-    QTest::newRow("code unreadable") << "ALTER TABLE cvsset RENAME COLUMN ckcode1 TO ckcode9"
-                                     << "データ参照エラーです。\r\n\r\n";
-    QTest::newRow("agency unreadable") << "ALTER TABLE sysfile RENAME COLUMN conveni TO conveni9"
-                                       << "データ参照エラーです。\r\n\r\n";
+    row("code unreadable", "ALTER TABLE cvsset RENAME COLUMN ckcode1 TO ckcode9", "データ参照エラーです。\r\n\r\n");
+    row("agency unreadable", "ALTER TABLE sysfile RENAME COLUMN conveni TO conveni9", "データ参照エラーです。\r\n\r\n");
 }
 
 void ConveniMakeTest::closesWithoutCompanyCode()
@@ -160,13 +158,12 @@ void ConveniMakeTest::runs_data()
     const QString saved = test::catalogueText("ＣＳＶ出力"), aborted = QStringLiteral("中止しました。");
     const int y = answer::Yes, n = answer::No, ok = answer::Ok;
     const Steps stopped{{count, y}, {"folder", 1}, {stop, y}, {aborted, ok}};
-    QTest::newRow("folder cancelled") << Steps{{count, y}, {"folder", 0}} << "" << -1;
-    QTest::newRow("completed") << Steps{{count, y}, {"folder", 1}, {saved, ok}, {kMark, n}} << "" << 3;
-    QTest::newRow("F6") << stopped << "F6" << 1;
-    QTest::newRow("title bar, stopped") << stopped << "title bar" << 1;
-    QTest::newRow("title bar, not stopped")
-        << Steps{{count, y}, {"folder", 1}, {stop, n}, {saved, ok}, {kMark, y}} << "title bar" << 3;
-    QTest::newRow("reject, stopped") << stopped << "reject" << 1;
+    row("folder cancelled", Steps{{count, y}, {"folder", 0}}, "", -1);
+    row("completed", Steps{{count, y}, {"folder", 1}, {saved, ok}, {kMark, n}}, "", 3);
+    row("F6", stopped, "F6", 1);
+    row("title bar, stopped", stopped, "title bar", 1);
+    row("title bar, not stopped", Steps{{count, y}, {"folder", 1}, {stop, n}, {saved, ok}, {kMark, y}}, "title bar", 3);
+    row("reject, stopped", stopped, "reject", 1);
 }
 
 void ConveniMakeTest::runs()

@@ -2,11 +2,13 @@
 // line rules, the questions and their answers, runs that write nothing, a refused commit and a damaged row.
 #include "shipping/icatexportjob.h"
 #include "tests/shipping/shippingtest.h"
+#include "tests/support/datarow.h"
 
 #include <QFile>
 #include <QTest>
 
 using namespace pel;
+using test::row;
 
 namespace {
 
@@ -102,9 +104,9 @@ void IcatExportTest::labelKinds_data()
     QTest::addColumn<int>("jun10");
     QTest::addColumn<QList<int>>("codes");
     // display order first, kinds without one after; every other kind is left out
-    QTest::newRow("by display order") << 0 << 2 << 1 << QList<int>{10, 9};
-    QTest::newRow("without display order last") << 0 << 0 << 3 << QList<int>{10, 9};
-    QTest::newRow("rnou 1") << 1 << 1 << 2 << QList<int>{9, 10};
+    row("by display order", 0, 2, 1, QList<int>{10, 9});
+    row("without display order last", 0, 0, 3, QList<int>{10, 9});
+    row("rnou 1", 1, 1, 2, QList<int>{9, 10});
 }
 
 void IcatExportTest::labelKinds()
@@ -137,25 +139,18 @@ void IcatExportTest::selection_data()
     QTest::addColumn<bool>("swapped");
     QTest::addColumn<QStringList>("written"); // texts the lines hold
     const QStringList all{"20250301", "20250310", "1", "99999999"};
-    QTest::newRow("number range") << QStringList{"20250301", "20250310", "102", "103"} << 9 << false << "102 103"
-                                  << "102 103 106" << false << QStringList{};
-    QTest::newRow("swapped dates and numbers")
-        << QStringList{"20250310", "20250301", " 110", "105"} << 9 << false << "110"
-        << "106 110" << true << QStringList{};
-    QTest::newRow("reprint: flagged orders only, no question") << all << 9 << true << "106"
-                                                               << "106" << false << QStringList{};
-    QTest::newRow("end date takes in the later order")
-        << QStringList{"20250303", "20250311", "1", "99999999"} << 9 << false << "108"
-        << "106 108" << false << QStringList{};
-    QTest::newRow("kind 4: by ship date before number, commas written as they are")
-        << all << 4 << false << "122 121"
-        << "106" << false << QStringList{",山田, 三郎,", ",のし, 赤,"};
-    QTest::newRow("kind 6") << all << 6 << false << "123"
-                            << "106" << false << QStringList{};
-    QTest::newRow("kind 8") << all << 8 << false << "124"
-                            << "106" << false << QStringList{};
-    QTest::newRow("kind 10") << all << 10 << false << "105"
-                             << "105 106" << false << QStringList{};
+    row("number range", QStringList{"20250301", "20250310", "102", "103"}, 9, false, "102 103", "102 103 106", false,
+        QStringList{});
+    row("swapped dates and numbers", QStringList{"20250310", "20250301", " 110", "105"}, 9, false, "110", "106 110",
+        true, QStringList{});
+    row("reprint: flagged orders only, no question", all, 9, true, "106", "106", false, QStringList{});
+    row("end date takes in the later order", QStringList{"20250303", "20250311", "1", "99999999"}, 9, false, "108",
+        "106 108", false, QStringList{});
+    row("kind 4: by ship date before number, commas written as they are", all, 4, false, "122 121", "106", false,
+        QStringList{",山田, 三郎,", ",のし, 赤,"});
+    row("kind 6", all, 6, false, "123", "106", false, QStringList{});
+    row("kind 8", all, 8, false, "124", "106", false, QStringList{});
+    row("kind 10", all, 10, false, "105", "105 106", false, QStringList{});
 }
 
 void IcatExportTest::selection()
@@ -205,10 +200,10 @@ void IcatExportTest::goldenFile_data()
 {
     QTest::addColumn<int>("answer"); // to the question about a file already there; -1: no file there
     QTest::addColumn<bool>("kept");  // its lines stay before the new ones
-    QTest::newRow("new file") << -1 << false;
-    QTest::newRow("yes overwrites") << int(answer::Yes) << false;
-    QTest::newRow("no appends") << int(answer::No) << true;
-    QTest::newRow("cancel writes nothing") << int(answer::Cancel) << true;
+    row("new file", -1, false);
+    row("yes overwrites", int(answer::Yes), false);
+    row("no appends", int(answer::No), true);
+    row("cancel writes nothing", int(answer::Cancel), true);
 }
 
 void IcatExportTest::goldenFile()
@@ -259,14 +254,13 @@ void IcatExportTest::nothingWritten_data()
     QTest::addColumn<Steps>("steps");
     QTest::addColumn<int>("style"); // of the first dialog
     QTest::addColumn<int>("outcome");
-    QTest::newRow("no orders") << "icat.csv"
-                               << "109" << -1 << Steps{{"該当件数は０件です", answer::Ok}} << 70
-                               << int(IcatExportJob::Outcome::NoOrders);
-    QTest::newRow("count refused") << "icat.csv" << QString() << -1 << Steps{{kCount5, answer::No}} << 68
-                                   << int(IcatExportJob::Outcome::Refused);
-    QTest::newRow("missing folder") << "no such folder/icat.csv" << QString() << -1
-                                    << Steps{{kCount5, answer::Yes}, {catalogueText("ファイルエラー"), answer::Ok}}
-                                    << 68 << int(IcatExportJob::Outcome::FileError);
+    row("no orders", "icat.csv", "109", -1, Steps{{"該当件数は０件です", answer::Ok}}, 70,
+        int(IcatExportJob::Outcome::NoOrders));
+    row("count refused", "icat.csv", QString(), -1, Steps{{kCount5, answer::No}}, 68,
+        int(IcatExportJob::Outcome::Refused));
+    row("missing folder", "no such folder/icat.csv", QString(), -1,
+        Steps{{kCount5, answer::Yes}, {catalogueText("ファイルエラー"), answer::Ok}}, 68,
+        int(IcatExportJob::Outcome::FileError));
     for (int i : {0, 8}) // the first and the last entry; the screen's test leaves the last number blank
         QTest::addRow("entry %d blank", i)
             << "icat.csv" << QString() << i << Steps{{catalogueText("未記入"), answer::Ok}} << 48

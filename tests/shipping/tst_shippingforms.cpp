@@ -24,6 +24,7 @@
 
 using namespace pel;
 using test::catalogueText;
+using test::row;
 
 namespace {
 
@@ -131,9 +132,9 @@ void ShippingFormsTest::makeScreenStarts()
 void ShippingFormsTest::kindsUnreadable_data()
 {
     QTest::addColumn<QString>("statement");
-    QTest::newRow("kinds") << "ALTER TABLE bunrui RENAME COLUMN jun TO jun9";
+    row("kinds", "ALTER TABLE bunrui RENAME COLUMN jun TO jun9");
     // which kinds are listed depends on the shop's row
-    QTest::newRow("shop") << "ALTER TABLE sysfile RENAME COLUMN id TO id9";
+    row("shop", "ALTER TABLE sysfile RENAME COLUMN id TO id9");
 }
 
 void ShippingFormsTest::kindsUnreadable()
@@ -159,10 +160,10 @@ void ShippingFormsTest::presets_data()
     QTest::addColumn<int>("index");
     QTest::addColumn<QStringList>("shown"); // both dates, both order numbers
     const QStringList preset{"20250301", "20250310", "101", "104"};
-    QTest::newRow("arguments") << QStringList{"1", "10", "20250301", "20250310", "101", "104", "1"} << 1 << preset;
-    QTest::newRow("arguments, kind not listed: first entry stays")
-        << QStringList{"1", "12", "20250301", "20250310", "101", "104", "1"} << 0 << preset;
-    QTest::newRow("properties") << QStringList{} << 1 << QStringList{"20250302", "20250302", "104", "104"};
+    row("arguments", QStringList{"1", "10", "20250301", "20250310", "101", "104", "1"}, 1, preset);
+    row("arguments, kind not listed: first entry stays",
+        QStringList{"1", "12", "20250301", "20250310", "101", "104", "1"}, 0, preset);
+    row("properties", QStringList{}, 1, QStringList{"20250302", "20250302", "104", "104"});
 }
 
 void ShippingFormsTest::presets()
@@ -210,11 +211,11 @@ void ShippingFormsTest::chooserStartFolder_data()
     QTest::addColumn<QString>("path"); // @: the home, with the folders "in" and "out"
     QTest::addColumn<QString>("opens");
     // the folder rules are the shared chooser's: every rule once through the import screen's two boxes
-    test::row("export: the box's folder", 1, "@/out/icat.csv", "@/out");
-    test::row("import: the box's folder", 2, "@/out/icat.csv", "@/out");
-    test::row("import: the box empty: the remembered folder", 2, "", "@/in");
-    test::row("import: a name without a folder: the remembered one", 2, "icat.csv", "@/in");
-    test::row("import: a folder gone: the one above", 2, "@/gone/icat.csv", "@");
+    row("export: the box's folder", 1, "@/out/icat.csv", "@/out");
+    row("import: the box's folder", 2, "@/out/icat.csv", "@/out");
+    row("import: the box empty: the remembered folder", 2, "", "@/in");
+    row("import: a name without a folder: the remembered one", 2, "icat.csv", "@/in");
+    row("import: a folder gone: the one above", 2, "@/gone/icat.csv", "@");
 }
 
 void ShippingFormsTest::chooserStartFolder()
@@ -258,7 +259,7 @@ void ShippingFormsTest::runThroughTheScreen_data()
         for (const char* end : {"F6", "completed", "title bar", "reject"})
             QTest::addRow("%s: %s", screen == 1 ? "export" : "import", end)
                 << screen << false << QString::fromLatin1(end);
-    QTest::newRow("export: completed, kind preset") << 1 << true << QStringLiteral("completed");
+    row("export: completed, kind preset", 1, true, QStringLiteral("completed"));
 }
 
 void ShippingFormsTest::runThroughTheScreen()

@@ -136,11 +136,11 @@ void TrackingTest::filesThatCannotBeOpened_data()
     QTest::addColumn<bool>("inputMissing");
     QTest::addColumn<int>("outcome");
     const int logError = int(TrackingImportJob::Outcome::LogError);
-    QTest::newRow("result file") << "e.txt" << true << int(TrackingImportJob::Outcome::InputError);
-    QTest::newRow("error log") << "no folder/e.txt" << false << logError;
-    QTest::newRow("error log is the result file by another path") << "./result.csv" << false << logError;
-    QTest::newRow("error log is a link to the result file") << "link" << false << logError;
-    QTest::newRow("error log is a hard link to the result file") << "hard link" << false << logError;
+    row("result file", "e.txt", true, int(TrackingImportJob::Outcome::InputError));
+    row("error log", "no folder/e.txt", false, logError);
+    row("error log is the result file by another path", "./result.csv", false, logError);
+    row("error log is a link to the result file", "link", false, logError);
+    row("error log is a hard link to the result file", "hard link", false, logError);
 }
 
 void TrackingTest::filesThatCannotBeOpened()
@@ -200,16 +200,13 @@ void TrackingTest::engineErrorStopsTheRun_data()
     QTest::addColumn<QString>("message");
     QTest::addColumn<int>("outcome");
     QTest::addColumn<QStringList>("stored"); // okurino of 201..204 afterwards
-    QTest::newRow("lookup fails") << true << QStringList{"202", "201"} << "データ参照エラーです。\r\n\r\n"
-                                  << int(TrackingImportJob::Outcome::ReadFailed)
-                                  << QStringList{"", "400000000002", "", "777"};
+    row("lookup fails", true, QStringList{"202", "201"}, "データ参照エラーです。\r\n\r\n",
+        int(TrackingImportJob::Outcome::ReadFailed), QStringList{"", "400000000002", "", "777"});
     // a row on a damaged page: the update fails too
-    QTest::newRow("update fails") << true << QStringList{"201", "203"} << "記録に失敗しました！\r\n"
-                                  << int(TrackingImportJob::Outcome::SaveFailed)
-                                  << QStringList{"", "400000000002", "", "777"};
-    QTest::newRow("commit refused") << false << QStringList{"201", "202", "203"} << "記録に失敗しました！\r\n"
-                                    << int(TrackingImportJob::Outcome::SaveFailed)
-                                    << QStringList{"4201", "400000000002", "", "777"};
+    row("update fails", true, QStringList{"201", "203"}, "記録に失敗しました！\r\n",
+        int(TrackingImportJob::Outcome::SaveFailed), QStringList{"", "400000000002", "", "777"});
+    row("commit refused", false, QStringList{"201", "202", "203"}, "記録に失敗しました！\r\n",
+        int(TrackingImportJob::Outcome::SaveFailed), QStringList{"4201", "400000000002", "", "777"});
 }
 
 // Neither an unknown order nor a stored number: the engine's text, no closing message, the rest left unread.
