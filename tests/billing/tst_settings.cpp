@@ -39,13 +39,6 @@ struct Opened {
             (void)QTest::qWaitForWindowActive(&form);
         }
     }
-    // A key pressed in the control that has the focus.
-    void press(Qt::Key key)
-    {
-        QWidget* w = QApplication::focusWidget();
-        QVERIFY(w);
-        QTest::keyClick(w, key);
-    }
 };
 
 } // namespace
@@ -197,7 +190,7 @@ void SettingsTest::save()
     o.form.chkCvs->setFocus();
     test::expectSteps(dialogs, steps, QString());
     const QStringList controls = test::enabledState(&o.form);
-    o.press(Qt::Key_F5);
+    QTest::keyClick(QApplication::focusWidget(), Qt::Key_F5);
     QVERIFY(dialogs.done());
     QCOMPARE(test::enabledState(&o.form), controls); // saved or not, each control as it was
     QCOMPARE(this->stored(), stored);
@@ -227,7 +220,7 @@ void SettingsTest::cancelKeepsTheCheckBox()
     QCOMPARE(o.form.txtCkcode->text(), QStringLiteral("99999"));
     dialogs.expect(test::catalogueText(QStringLiteral("ｷｬﾝｾﾙ")), answer::Yes);
     o.form.cboCFcode->setFocus();
-    o.press(Qt::Key_Escape); // Escape is F6
+    QTest::keyClick(QApplication::focusWidget(), Qt::Key_Escape); // Escape is F6
     QVERIFY(dialogs.done());
     QCOMPARE(o.form.txtCkcode->text(), QStringLiteral("1234"));
     QCOMPARE(o.form.cboCFcode->currentIndex(), 0);
