@@ -91,7 +91,6 @@ void ConveniMakeTest::opening()
     QFETCH(QStringList, shown);
     QFETCH(bool, reoutput);
     QVERIFY(home_->exec({QStringLiteral("UPDATE sysfile SET conveni = ") + conveni}));
-    QVERIFY(fnPutIni(QStringLiteral("ConveniMake"), QStringLiteral("FilePath"), out_->path(), iniPath()));
     test::ScriptedDialogs dialogs;
     Opened o(args);
     QVERIFY(o.form.isVisible());
@@ -102,7 +101,6 @@ void ConveniMakeTest::opening()
     actual << o.form.txtDenno[0]->text() << o.form.txtDenno[1]->text();
     QCOMPARE(actual, shown);
     QCOMPARE(o.form.chkSaiPrint->isChecked(), reoutput);
-    QCOMPARE(o.form.folder(), out_->path());
 }
 
 void ConveniMakeTest::closesWithoutCompanyCode_data()
