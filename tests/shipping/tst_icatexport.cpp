@@ -179,7 +179,7 @@ void IcatExportTest::selection()
     std::optional<IcatExportJob::Selection> shown;
     job.showSelection = [&](const IcatExportJob::Selection& s) { shown = s; };
     test::RecordingInteraction ui;
-    const auto r = job.run(in, ui);
+    job.run(in, ui);
     QVERIFY(dialogs.done());
     const QStringList lines = test::readLines(path);
     QCOMPARE(dennos(lines).join(u' '), exported);
