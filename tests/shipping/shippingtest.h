@@ -78,15 +78,12 @@ inline QStringList readLines(const QString& path)
     QFile f(path);
     if (!f.open(QIODevice::ReadOnly))
         return {QStringLiteral("<missing>")};
-    const QList<QByteArray> parts = f.readAll().split('\n');
-    QStringList lines;
-    for (qsizetype i = 0; i < parts.size(); ++i) {
-        const QByteArray& l = parts.at(i);
-        const bool ended = l.endsWith('\r') && i + 1 < parts.size();
-        if (!l.isEmpty())
-            lines << Cp932::decode(ended ? l.chopped(1) : l).value_or(QStringLiteral("<not CP932>")) +
-                         (ended ? QString() : QStringLiteral("<no CR LF>"));
-    }
+    QStringList lines =
+        Cp932::decode(f.readAll()).value_or(QStringLiteral("<not CP932>")).split(QStringLiteral("\r\n"));
+    if (lines.last().isEmpty())
+        lines.removeLast();
+    else
+        lines.last() += QStringLiteral("<no CR LF>");
     return lines;
 }
 

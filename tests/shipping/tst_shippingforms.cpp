@@ -1,5 +1,5 @@
-// frmICatMake and frmICatRead on the small shop: start, presets, the required-field check, the remembered paths, the
-// choosers' folders, and an export and an import through the screens to each end of a run (refused, F6, done, the
+// frmICatMake and frmICatRead on the small shop: start, presets, the required-field check, the choosers' folders and
+// the paths they remember, and an export and an import through the screens to each end of a run (F6, done, the
 // screen closed) with the screen afterwards.
 #include "app/home.h"
 #include "app/inifile.h"
@@ -7,6 +7,7 @@
 #include "shipping/frmicatmake.h"
 #include "shipping/frmicatread.h"
 #include "tests/shipping/shippingtest.h"
+#include "tests/support/datarow.h"
 #include "tests/ui/enabledstate.h"
 #include "ui/dateentry.h"
 #include "ui/functionbar.h"
@@ -23,6 +24,7 @@
 
 using namespace pel;
 using test::catalogueText;
+using test::row;
 
 namespace {
 
@@ -82,13 +84,10 @@ private slots:
     void presets_data();
     void presets();
     void requiredFieldGetsTheFocus();
-    void readScreenStarts();
     void chooserStartFolder_data();
     void chooserStartFolder();
-    void exportThroughTheScreen_data();
-    void exportThroughTheScreen();
-    void importThroughTheScreen_data();
-    void importThroughTheScreen();
+    void runThroughTheScreen_data();
+    void runThroughTheScreen();
 
 private:
     QString file(const char* name) const { return home_->file(QString::fromUtf8(name)); }
@@ -116,30 +115,21 @@ void ShippingFormsTest::makeScreenStarts()
     test::ScriptedDialogs dialogs;
     frmICatMake f;
     f.load();
-    QCOMPARE(f.windowTitle(), QStringLiteral("Ｉ-ＣＡＴデータ作成"));
-    QCOMPARE(f.cboHaisou->count(), 2);
+    // the rest of the defaults (the first kind, the whole number range, the remembered file) the runs use
     QCOMPARE(f.cboHaisou->itemText(0), QStringLiteral("宅急便"));
     QCOMPARE(f.cboHaisou->itemData(1).toInt(), 10);
-    QCOMPARE(f.cboHaisou->currentIndex(), 0);
-    QVERIFY(f.cboHaisou->isEnabled());
-    QCOMPARE(f.txtDenno[0]->text(), QStringLiteral("       1"));
-    QCOMPARE(f.txtDenno[1]->text(), QStringLiteral("99999999"));
-    QCOMPARE(f.txtFile->text(), file("icat.csv"));
     QCOMPARE(f.dates->entry(1)->ymd(), QDate::currentDate().toString(QStringLiteral("yyyyMMdd")).toLongLong());
     QVERIFY(!f.toolbar()->button(QStringLiteral("F4"))->isEnabled());
     QVERIFY(f.toolbar()->button(QStringLiteral("F6"))->isEnabled());
-    f.txtFile->setText(file("other.csv"));
-    f.unload();
-    QCOMPARE(remembered("MakeFile"), file("other.csv"));
 }
 
 // A label kind list that cannot be read is said in the engine's words, not shown as an empty list alone.
 void ShippingFormsTest::kindsUnreadable_data()
 {
     QTest::addColumn<QString>("statement");
-    QTest::newRow("kinds") << "ALTER TABLE bunrui RENAME COLUMN jun TO jun9";
+    row("kinds", "ALTER TABLE bunrui RENAME COLUMN jun TO jun9");
     // which kinds are listed depends on the shop's row
-    QTest::newRow("shop") << "ALTER TABLE sysfile RENAME COLUMN id TO id9";
+    row("shop", "ALTER TABLE sysfile RENAME COLUMN id TO id9");
 }
 
 void ShippingFormsTest::kindsUnreadable()
@@ -165,10 +155,10 @@ void ShippingFormsTest::presets_data()
     QTest::addColumn<int>("index");
     QTest::addColumn<QStringList>("shown"); // both dates, both order numbers
     const QStringList preset{"20250301", "20250310", "101", "104"};
-    QTest::newRow("arguments") << QStringList{"1", "10", "20250301", "20250310", "101", "104", "1"} << 1 << preset;
-    QTest::newRow("arguments, kind not listed: first entry stays")
-        << QStringList{"1", "12", "20250301", "20250310", "101", "104", "1"} << 0 << preset;
-    QTest::newRow("properties") << QStringList{} << 1 << QStringList{"20250302", "20250302", "104", "104"};
+    row("arguments", QStringList{"1", "10", "20250301", "20250310", "101", "104", "1"}, 1, preset);
+    row("arguments, kind not listed: first entry stays",
+        QStringList{"1", "12", "20250301", "20250310", "101", "104", "1"}, 0, preset);
+    row("properties", QStringList{}, 1, QStringList{"20250302", "20250302", "104", "104"});
 }
 
 void ShippingFormsTest::presets()
@@ -210,39 +200,17 @@ void ShippingFormsTest::requiredFieldGetsTheFocus()
     QCOMPARE(QApplication::focusWidget(), f.txtDenno[1]);
 }
 
-void ShippingFormsTest::readScreenStarts()
-{
-    const QString in = writeResult({"101"});
-    test::ScriptedDialogs dialogs;
-    frmICatRead f;
-    QVERIFY(loadActive(f));
-    QCOMPARE(f.windowTitle(), QStringLiteral("Ｉ-ＣＡＴデータ読込"));
-    QCOMPARE(f.txtFile[0]->text(), in);
-    QCOMPARE(f.txtFile[1]->text(), file("err.txt"));
-    f.txtFile[1]->setFocus();
-    QVERIFY(f.toolbar()->button(QStringLiteral("F4"))->isEnabled());
-    dialogs.expectFile(file("chosen.txt"));
-    QTest::keyClick(f.txtFile[1], Qt::Key_F4);
-    QCOMPARE(f.txtFile[1]->text(), file("chosen.txt"));
-    f.unload();
-    QCOMPARE(remembered("ErrFile"), file("chosen.txt"));
-}
-
 void ShippingFormsTest::chooserStartFolder_data()
 {
     QTest::addColumn<int>("screen");   // 1 export (its file box), 2 import (the result file box, then the log box)
     QTest::addColumn<QString>("path"); // @: the home, with the folders "in" and "out"
     QTest::addColumn<QString>("opens");
-    for (int screen : {1, 2}) {
-        QTest::addRow("%d: the box's folder", screen) << screen << "@/out/icat.csv"
-                                                      << "@/out";
-        QTest::addRow("%d: the box empty: the remembered folder", screen) << screen << ""
-                                                                          << "@/in";
-        QTest::addRow("%d: a name without a folder: the remembered one", screen) << screen << "icat.csv"
-                                                                                 << "@/in";
-        QTest::addRow("%d: a folder gone: the one above", screen) << screen << "@/gone/icat.csv"
-                                                                  << "@";
-    }
+    // the folder rules are the shared chooser's: every rule once through the import screen's two boxes
+    row("export: the box's folder", 1, "@/out/icat.csv", "@/out");
+    row("import: the box's folder", 2, "@/out/icat.csv", "@/out");
+    row("import: the box empty: the remembered folder", 2, "", "@/in");
+    row("import: a name without a folder: the remembered one", 2, "icat.csv", "@/in");
+    row("import: a folder gone: the one above", 2, "@/gone/icat.csv", "@");
 }
 
 void ShippingFormsTest::chooserStartFolder()
@@ -265,110 +233,85 @@ void ShippingFormsTest::chooserStartFolder()
          screen == 1 ? QList<QLineEdit*>{make.txtFile} : QList<QLineEdit*>{read.txtFile[0], read.txtFile[1]}) {
         box->setText(path);
         box->setFocus();
-        dialogs.expectFile(std::nullopt);
+        dialogs.expectFile(file("chosen.txt"));
         QTest::keyClick(box, Qt::Key_F4);
         QVERIFY(dialogs.done());
         QCOMPARE(dialogs.shown.last(), QStringLiteral("file|") + opens);
+        QCOMPARE(box->text(), file("chosen.txt"));
     }
+    form.unload();
+    QCOMPARE(remembered(screen == 1 ? "MakeFile" : "ErrFile"), file("chosen.txt"));
 }
 
 // How a run ends, and the screen afterwards. F6 or a close while the first order or line is handled: the close
 // waits for the stopped run and the run keeps its screen and connection to its end.
-const char* const kEnds[] = {"refused", "F6", "completed", "title bar", "reject"};
-
-void ShippingFormsTest::exportThroughTheScreen_data()
+void ShippingFormsTest::runThroughTheScreen_data()
 {
+    QTest::addColumn<int>("screen");  // 1 export, 2 import
     QTest::addColumn<bool>("preset"); // started with a label kind (the kind list then stays off)
     QTest::addColumn<QString>("end");
-    for (bool preset : {false, true})
-        for (const char* end : kEnds)
-            if (!preset || !closes(QString::fromLatin1(end)))
-                QTest::addRow("%s%s", end, preset ? ", kind preset" : "") << preset << QString::fromLatin1(end);
+    for (int screen : {1, 2})
+        for (const char* end : {"F6", "completed", "title bar", "reject"})
+            QTest::addRow("%s: %s", screen == 1 ? "export" : "import", end)
+                << screen << false << QString::fromLatin1(end);
+    row("export: completed, kind preset", 1, true, QStringLiteral("completed"));
 }
 
-void ShippingFormsTest::exportThroughTheScreen()
+void ShippingFormsTest::runThroughTheScreen()
 {
+    QFETCH(int, screen);
     QFETCH(bool, preset);
     QFETCH(QString, end);
     if (preset)
         gstrArgs = QStringList{"1", "9", "20250301", "20250310", "1", "99999999", "0"};
+    writeResult({"101", "102", "103"});
     test::ActingDialogs dialogs;
-    frmICatMake f;
+    frmICatMake make;
+    frmICatRead read;
+    Form& f = screen == 1 ? static_cast<Form&>(make) : read;
     QVERIFY(loadActive(f));
-    f.dates->entry(0)->setYmd(20250310); // later than the end: swapped by the run
-    f.dates->entry(1)->setYmd(20250301);
-    QCOMPARE(f.cboHaisou->isEnabled(), !preset);
+    make.dates->entry(0)->setYmd(20250310); // later than the end: swapped by the run
+    make.dates->entry(1)->setYmd(20250301);
+    QCOMPARE(make.cboHaisou->isEnabled(), !preset);
     const QStringList before = test::enabledState(&f);
-    dialogs.expect(test::countQuestion(5), end == QLatin1String("refused") ? answer::No : answer::Yes);
-    int lines = 0;
-    if (end == QLatin1String("completed")) {
+    const bool completed = end == QLatin1String("completed");
+    if (screen == 1)
+        dialogs.expect(test::countQuestion(5), answer::Yes);
+    if (completed && screen == 1) {
         dialogs.expect(catalogueText("ＣＳＶ出力"), answer::Ok);
         dialogs.expect(test::kUnencodable104, answer::Ok);
         dialogs.expect(test::kMarkQuestion, answer::Yes);
-        lines = 5;
-    } else if (end != QLatin1String("refused")) {
-        dialogs.atYield = 2;
-        dialogs.action = [&] { stop(f, end); };
-        dialogs.expect(catalogueText("処理中止"), answer::Yes);
-        lines = 1;
-        if (end == QLatin1String("F6")) { // asked again before the second order
-            dialogs.expect(catalogueText("処理中止"), answer::No);
-            lines = 2;
-        }
-        dialogs.expect(catalogueText("処理中止"), answer::Yes);
-    }
-    QTest::mouseClick(f.cmdFile, Qt::LeftButton);
-    QVERIFY(dialogs.done());
-    QCOMPARE(QFile::exists(file("icat.csv")) ? test::readLines(file("icat.csv")).size() : 0, lines);
-    QCOMPARE(flaggedCount(), lines == 5 ? QStringLiteral("6") : QStringLiteral("1"));
-    QCOMPARE(f.dates->entry(0)->ymd(), 20250301);
-    QCOMPARE(f.dates->entry(1)->ymd(), 20250310);
-    QCOMPARE(f.dates->entry(0)->dtpDay()->date(), QDate(2025, 3, 1));
-    // the closing state: each control as it was, F6 off until the focus next leaves the file box
-    QCOMPARE(test::enabledState(&f), before);
-    QVERIFY(!f.busy());
-    QVERIFY(f.lblMsg->text().isEmpty());
-    QVERIFY(!f.toolbar()->button(QStringLiteral("F6"))->isEnabled());
-    if (!preset)
-        QCOMPARE(QApplication::focusWidget(), f.cboHaisou);
-    QVERIFY(f.isVisible());
-    QCoreApplication::processEvents();
-    QCOMPARE(f.isVisible(), !closes(end));
-}
-
-void ShippingFormsTest::importThroughTheScreen_data()
-{
-    QTest::addColumn<QString>("end");
-    for (const char* end : kEnds)
-        QTest::newRow(end) << QString::fromLatin1(end);
-}
-
-void ShippingFormsTest::importThroughTheScreen()
-{
-    QFETCH(QString, end);
-    writeResult({"101", "102", "103"});
-    test::ActingDialogs dialogs;
-    frmICatRead f;
-    QVERIFY(loadActive(f));
-    if (end == QLatin1String("refused"))
-        f.txtFile[0]->setText(file("none.csv"));
-    const QStringList before = test::enabledState(&f);
-    if (end == QLatin1String("refused")) {
-        dialogs.expect(catalogueText("ファイルエラー"), answer::Ok);
-    } else if (end == QLatin1String("completed")) {
+    } else if (completed) {
         dialogs.expect(QStringLiteral("正常に終了しました"), answer::Ok);
     } else {
         dialogs.atYield = 2;
         dialogs.action = [&] { stop(f, end); };
         dialogs.expect(catalogueText("処理中止"), answer::Yes);
+        if (screen == 1 && end == QLatin1String("F6")) // the export asks again before the second order
+            dialogs.expect(catalogueText("処理中止"), answer::No);
+        if (screen == 1)
+            dialogs.expect(catalogueText("処理中止"), answer::Yes);
     }
-    f.cmdRead_Click();
+    screen == 1 ? QTest::mouseClick(make.cmdFile, Qt::LeftButton) : read.cmdRead_Click();
     QVERIFY(dialogs.done());
-    QCOMPARE(okurino(101), end == QLatin1String("refused") ? QString() : QStringLiteral("412345678901"));
-    QCOMPARE(okurino(102), end == QLatin1String("completed") ? QStringLiteral("412345678902") : QString());
-    QCOMPARE(QFile::exists(file("err.txt")), end != QLatin1String("refused"));
+    if (screen == 1) {
+        const int lines = completed ? 5 : end == QLatin1String("F6") ? 2 : 1;
+        QCOMPARE(QFile::exists(file("icat.csv")) ? test::readLines(file("icat.csv")).size() : 0, lines);
+        QCOMPARE(flaggedCount(), completed ? QStringLiteral("6") : QStringLiteral("1"));
+        QCOMPARE(make.dates->entry(0)->ymd(), 20250301);
+        QCOMPARE(make.dates->entry(1)->ymd(), 20250310);
+        QCOMPARE(make.dates->entry(0)->dtpDay()->date(), QDate(2025, 3, 1));
+        // F6 off until the focus next leaves the file box
+        QVERIFY(!make.toolbar()->button(QStringLiteral("F6"))->isEnabled());
+        QVERIFY(make.lblMsg->text().isEmpty());
+    } else {
+        QCOMPARE(okurino(101), QStringLiteral("412345678901"));
+        QCOMPARE(okurino(102), completed ? QStringLiteral("412345678902") : QString());
+    }
     QCOMPARE(test::enabledState(&f), before);
-    QCOMPARE(QApplication::focusWidget(), f.txtFile[0]);
+    QVERIFY(!f.busy());
+    if (!preset)
+        QCOMPARE(QApplication::focusWidget(), screen == 1 ? static_cast<QWidget*>(make.cboHaisou) : read.txtFile[0]);
     QVERIFY(f.isVisible());
     QCoreApplication::processEvents();
     QCOMPARE(f.isVisible(), !closes(end));
