@@ -11,7 +11,9 @@ namespace pel::test {
 
 template <typename T> auto cell(T&& value)
 {
-    if constexpr (std::is_convertible_v<T, const char*>)
+    // only texts proper: a QByteArray also converts to const char*
+    using D = std::decay_t<T>;
+    if constexpr (std::is_same_v<D, const char*> || std::is_same_v<D, char*>)
         return QString::fromUtf8(value);
     else
         return std::decay_t<T>(std::forward<T>(value));
