@@ -230,7 +230,7 @@ void frmICatMake::chooseFile()
     const QString remembered = getSetting(QStringLiteral("I-CAT"), QStringLiteral("MakeFile"));
     if (const auto file = dialogs().chooseFile(DialogService::FileChoice::Save,
                                                QStringLiteral("ファイルを選択して下さい"),
-                                               startFolder(txtFile->text(), remembered), kFileFilter);
+                                               startFile(txtFile->text(), remembered), kFileFilter);
         file && !file->isEmpty()) {
         txtFile->setText(*file);
         txtFile->setToolTip(*file);

@@ -62,6 +62,19 @@ QString startFolder(const QString& path, const QString& remembered)
     return folder.isEmpty() ? existingFolderOf(remembered) : folder;
 }
 
+QString startFile(const QString& path, const QString& remembered)
+{
+    const QString folder = startFolder(path, remembered);
+    const auto nameOf = [](const QString& p) {
+        const QFileInfo info(QDir::fromNativeSeparators(p.trimmed()));
+        return p.trimmed().isEmpty() || info.isDir() ? QString() : info.fileName();
+    };
+    const QString name = nameOf(path).isEmpty() ? nameOf(remembered) : nameOf(path);
+    if (folder.isEmpty() || name.isEmpty())
+        return folder;
+    return QDir::toNativeSeparators(QDir(QDir::fromNativeSeparators(folder)).filePath(name));
+}
+
 DialogService& dialogs()
 {
     return *gService;

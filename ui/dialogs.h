@@ -71,6 +71,9 @@ int msgBox(const QString& text, int style = mb::OkOnly, const QString& title = k
 // nearest folder above it that exists; else the same for remembered; empty (the chooser's own choice) when neither
 // names an absolute path.
 QString startFolder(const QString& path, const QString& remembered = QString());
+// Where a chooser for a file to write opens: that folder with the path's file name (else the remembered one's) filled
+// in, so that OK keeps the name the box holds.
+QString startFile(const QString& path, const QString& remembered = QString());
 
 // The answer a dialog gives when the user just presses Enter: its default button.
 int defaultAnswer(int style);

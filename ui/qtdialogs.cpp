@@ -155,7 +155,7 @@ std::optional<QString> QtDialogService::chooseFile(FileChoice kind, const QStrin
     // Overwriting is the job's own question, not the dialog's.
     const QString file = kind == FileChoice::Open
                              ? QFileDialog::getOpenFileName(parent, title, startFolder(start), filter)
-                             : QFileDialog::getSaveFileName(parent, title, startFolder(start), filter, nullptr,
+                             : QFileDialog::getSaveFileName(parent, title, startFile(start), filter, nullptr,
                                                             QFileDialog::DontConfirmOverwrite);
     if (file.isEmpty())
         return std::nullopt;

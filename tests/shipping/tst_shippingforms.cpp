@@ -206,7 +206,9 @@ void ShippingFormsTest::chooserStartFolder_data()
     QTest::addColumn<QString>("path"); // @: the home, with the folders "in" and "out"
     QTest::addColumn<QString>("opens");
     // the folder rules are the shared chooser's: every rule once through the import screen's two boxes
-    row("export: the box's folder", 1, "@/out/icat.csv", "@/out");
+    // a file to write: its name stays filled in
+    row("export: the box's file", 1, "@/out/icat.csv", "@/out/icat.csv");
+    row("export: the box empty: the remembered file", 1, "", "@/in/last.csv");
     row("import: the box's folder", 2, "@/out/icat.csv", "@/out");
     row("import: the box empty: the remembered folder", 2, "", "@/in");
     row("import: a name without a folder: the remembered one", 2, "icat.csv", "@/in");

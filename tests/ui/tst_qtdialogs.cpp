@@ -120,29 +120,33 @@ void QtDialogsTest::choosers_data()
 {
     QTest::addColumn<int>("kind");      // -1 folder, else DialogService::FileChoice
     QTest::addColumn<QString>("start"); // under the temporary folder; every chooser opens in "out"
+    QTest::addColumn<QString>("name");  // the file name filled in ("" none)
     const int folder = -1, open = int(DialogService::FileChoice::Open), save = int(DialogService::FileChoice::Save);
-    row("folder", folder, "out");
-    row("folder gone", folder, "out/gone/deeper");
-    row("file to open", open, "out/MT908997.txt");
-    row("file to write, not there yet", save, "out/new/icat.csv");
+    row("folder", folder, "out", "");
+    row("folder gone", folder, "out/gone/deeper", "");
+    row("file to open", open, "out/MT908997.txt", "");
+    row("file to write, its folder not there yet", save, "out/new/icat.csv", "icat.csv");
 }
 
 void QtDialogsTest::choosers()
 {
     QFETCH(int, kind);
     QFETCH(QString, start);
+    QFETCH(QString, name);
     QTemporaryDir tmp;
     QVERIFY(QDir(tmp.path()).mkpath(QStringLiteral("out")));
     QFile existing(tmp.filePath(QStringLiteral("out/MT908997.txt")));
     QVERIFY(existing.open(QIODevice::WriteOnly));
     existing.close();
     const QString prompt = QStringLiteral("コンビニＣＳＶを出力するフォルダを選択してください");
-    QString shownIn, title, label;
+    QString shownIn, title, label, named;
     QTimer::singleShot(0, this, [&] {
         auto* dialog = qobject_cast<QFileDialog*>(QApplication::activeModalWidget());
         if (!dialog)
             return;
         shownIn = dialog->directory().absolutePath();
+        if (dialog->fileMode() != QFileDialog::Directory && !dialog->selectedFiles().isEmpty())
+            named = QFileInfo(dialog->selectedFiles().constFirst()).fileName();
         title = dialog->windowTitle();
         if (const auto* l = dialog->findChild<QLabel*>(QStringLiteral("lblPrompt")))
             label = l->text();
@@ -155,6 +159,8 @@ void QtDialogsTest::choosers()
     QVERIFY(!chosen);
     QCOMPARE(shownIn, QDir(tmp.filePath(QStringLiteral("out"))).absolutePath());
     QCOMPARE(title, prompt);
+    if (kind >= 0)
+        QCOMPARE(named, name);
     if (kind < 0)
         QCOMPARE(label, prompt); // in the dialog too, for a screen without a title bar
 }
