@@ -6,7 +6,7 @@
 #include "conveni/frmconvenimake.h"
 #include "tests/billing/billingtest.h"
 #include "tests/support/datarow.h"
-#include "tests/ui/enabledstate.h"
+#include "tests/support/enabledstate.h"
 #include "ui/dateentry.h"
 #include "ui/textrules.h"
 

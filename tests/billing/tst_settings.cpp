@@ -4,7 +4,7 @@
 #include "conveni/settingsjob.h"
 #include "tests/billing/billingtest.h"
 #include "tests/support/datarow.h"
-#include "tests/ui/enabledstate.h"
+#include "tests/support/enabledstate.h"
 
 #include <QCheckBox>
 #include <QComboBox>

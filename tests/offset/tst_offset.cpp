@@ -3,7 +3,7 @@
 #include "offset/frmoffset.h"
 #include "offset/offsetjob.h"
 #include "tests/support/heldlock.h"
-#include "tests/ui/enabledstate.h"
+#include "tests/support/enabledstate.h"
 
 #include <QLabel>
 #include <QLineEdit>

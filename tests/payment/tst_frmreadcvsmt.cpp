@@ -5,7 +5,7 @@
 #include "conveni/frmreadcvsmt.h"
 #include "conveni/rptcvsmtprint.h"
 #include "tests/payment/fixtures.h"
-#include "tests/ui/enabledstate.h"
+#include "tests/support/enabledstate.h"
 #include "ui/dateentry.h"
 
 #include <QApplication>

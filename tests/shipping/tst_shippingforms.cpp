@@ -8,7 +8,7 @@
 #include "shipping/frmicatread.h"
 #include "tests/shipping/shippingtest.h"
 #include "tests/support/datarow.h"
-#include "tests/ui/enabledstate.h"
+#include "tests/support/enabledstate.h"
 #include "ui/dateentry.h"
 #include "ui/functionbar.h"
 

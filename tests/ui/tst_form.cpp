@@ -4,7 +4,7 @@
 #include "app/home.h"
 #include "app/inifile.h"
 #include "tests/support/testhome.h"
-#include "tests/ui/enabledstate.h"
+#include "tests/support/enabledstate.h"
 #include "ui/dateentry.h"
 #include "ui/form.h"
 #include "ui/forminteraction.h"
