@@ -574,9 +574,10 @@ bool fromSqlite(const Column& col, sqlite3_value* v, Value& out, std::string* wh
         *why = kMismatch;
         return false;
     };
-    // Numeric affinity converts the value in place: a text column keeps '01234' and ' 12345 ' as they are.
+    // Numeric affinity converts the value in place: a text column keeps '01234' and ' 12345 ' as they are, and a
+    // date given as text is read as a date, never as a day number ('20240102').
     bool textual = col.type == Type::Text || col.type == Type::Memo || col.type == Type::Guid ||
-                   col.type == Type::Binary || col.type == Type::Ole;
+                   col.type == Type::Binary || col.type == Type::Ole || col.type == Type::DateTime;
     int t = textual ? sqlite3_value_type(v) : sqlite3_value_numeric_type(v);
     switch (col.type) {
     case Type::Bool:
@@ -619,6 +620,11 @@ bool fromSqlite(const Column& col, sqlite3_value* v, Value& out, std::string* wh
             return parseDateTime(reinterpret_cast<const char*>(sqlite3_value_text(v)), out.d) || mismatch();
         if (t != SQLITE_INTEGER && t != SQLITE_FLOAT) return mismatch();
         out.d = sqlite3_value_double(v);
+        // the engine's dates: 100/01/01 to 9999/12/31
+        if (!(out.d >= -657434.0 && out.d < 2958466.0)) {
+            *why = "The value for '" + col.name + "' is out of the range of its field.";
+            return false;
+        }
         return true;
     case Type::Guid: {
         const char* g = reinterpret_cast<const char*>(sqlite3_value_text(v));

@@ -180,3 +180,31 @@ TEST(Sqlite, TextLikeANumberStaysText)
         EXPECT_EQ(c.exec("DELETE FROM Table2 WHERE column1 = 'new'"), "");
     }
 }
+
+// A date is a date as text or a day number in the engine's range; a number in text is not a day number.
+TEST(Sqlite, DatesTakeTheEnginesForms)
+{
+    Sql c(scratchCopy("testV2000.mdb", "dates.mdb"));
+    struct Case {
+        const char* text; // bound as text; nullptr: the number
+        double number;
+        const char* want; // the stored date, or the start of the refusal
+    } cases[] = {
+        {"2024/01/02", 0, "2024/01/02 00:00:00"},
+        {"20240102", 0, "Data type mismatch"},
+        {nullptr, 45293.5, "2024/01/02 12:00:00"},
+        {nullptr, 20240102, "The value for 'G' is out of the range"},
+    };
+    for (const Case& k : cases) {
+        sqlite3_stmt* st = nullptr;
+        ASSERT_EQ(sqlite3_prepare_v2(c.db, "UPDATE Table1 SET G = ?1 WHERE A = 'a'", -1, &st, nullptr), SQLITE_OK);
+        if (k.text)
+            sqlite3_bind_text(st, 1, k.text, -1, SQLITE_STATIC);
+        else
+            sqlite3_bind_double(st, 1, k.number);
+        const bool done = sqlite3_step(st) == SQLITE_DONE;
+        const std::string got = done ? c.query("SELECT G FROM Table1 WHERE A = 'a'") : sqlite3_errmsg(c.db);
+        sqlite3_finalize(st);
+        EXPECT_EQ(got.rfind(k.want, 0), 0u) << (k.text ? k.text : std::to_string(k.number)) << ": " << got;
+    }
+}
