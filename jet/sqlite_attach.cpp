@@ -340,14 +340,30 @@ bool parseDateTime(const char* text, double& out)
     return true;
 }
 
+// SQLite's type of a value given for col. Numeric affinity converts the value in place, so only number columns
+// get it: a text keeps '01234' and ' 12345 ' as typed, and a date given as text ('20240102') is never a day number.
+int givenType(const Column& col, sqlite3_value* v)
+{
+    switch (col.type) {
+    case Type::Text:
+    case Type::Memo:
+    case Type::Guid:
+    case Type::Binary:
+    case Type::Ole:
+    case Type::DateTime:
+        return sqlite3_value_type(v);
+    default:
+        return sqlite3_value_numeric_type(v);
+    }
+}
+
 // The bound as the column's own type; false when it has no exact counterpart (then scan).
 bool toKey(const Column& col, sqlite3_value* v, Value& out)
 {
     out = Value{};
     out.type = col.type;
     out.null = false;
-    // Numeric affinity converts the value in place: not for text keys ('0123' must stay as it is).
-    int t = col.type == Type::Text ? sqlite3_value_type(v) : sqlite3_value_numeric_type(v);
+    int t = givenType(col, v);
     switch (col.type) {
     case Type::Byte:
     case Type::Int:
@@ -387,13 +403,12 @@ bool toKey(const Column& col, sqlite3_value* v, Value& out)
         return std::isfinite(out.d);
     case Type::DateTime: {
         // Values are "yyyy/mm/dd hh:nn:ss" text: a literal of that form orders like the dates themselves.
-        if (sqlite3_value_type(v) != SQLITE_TEXT) return false;
+        if (t != SQLITE_TEXT) return false;
         return parseDateTime(reinterpret_cast<const char*>(sqlite3_value_text(v)), out.d) && out.d >= 0;
     }
     case Type::Text: {
         // The column's text affinity turns numbers into their text before comparing.
-        int vt = sqlite3_value_type(v);
-        if (vt != SQLITE_TEXT && vt != SQLITE_INTEGER) return false;
+        if (t != SQLITE_TEXT && t != SQLITE_INTEGER) return false;
         const unsigned char* s = sqlite3_value_text(v);
         if (!s) return false;
         out.s.assign(reinterpret_cast<const char*>(s), static_cast<std::size_t>(sqlite3_value_bytes(v)));
@@ -574,11 +589,7 @@ bool fromSqlite(const Column& col, sqlite3_value* v, Value& out, std::string* wh
         *why = kMismatch;
         return false;
     };
-    // Numeric affinity converts the value in place: a text column keeps '01234' and ' 12345 ' as they are, and a
-    // date given as text is read as a date, never as a day number ('20240102').
-    bool textual = col.type == Type::Text || col.type == Type::Memo || col.type == Type::Guid ||
-                   col.type == Type::Binary || col.type == Type::Ole || col.type == Type::DateTime;
-    int t = textual ? sqlite3_value_type(v) : sqlite3_value_numeric_type(v);
+    int t = givenType(col, v);
     switch (col.type) {
     case Type::Bool:
         if (t != SQLITE_INTEGER && t != SQLITE_FLOAT) return mismatch();
@@ -616,7 +627,7 @@ bool fromSqlite(const Column& col, sqlite3_value* v, Value& out, std::string* wh
         out.d = sqlite3_value_double(v);
         return true;
     case Type::DateTime:
-        if (sqlite3_value_type(v) == SQLITE_TEXT)
+        if (t == SQLITE_TEXT)
             return parseDateTime(reinterpret_cast<const char*>(sqlite3_value_text(v)), out.d) || mismatch();
         if (t != SQLITE_INTEGER && t != SQLITE_FLOAT) return mismatch();
         out.d = sqlite3_value_double(v);

@@ -209,6 +209,10 @@ void IcatExportJob::loadShop()
 
 QList<QPair<QString, int>> IcatExportJob::labelKinds()
 {
+    QList<QPair<QString, int>> kinds;
+    kindsError_ = shopError_; // which kinds are listed depends on the shop's row
+    if (!kindsError_.isEmpty())
+        return kinds;
     const auto shop = [&](const char* column) {
         return shop_.isOpen() && !shop_.eof() ? shop_.text(shop_.fieldIndex(QString::fromLatin1(column))) : QString();
     };
@@ -220,13 +224,7 @@ QList<QPair<QString, int>> IcatExportJob::labelKinds()
                                 " select 3 as jj,* from bunrui where kubun=3 and code<=6 and jun>0" + " union all" +
                                 " select 4 as jj,* from bunrui where kubun=3 and code<=6 and jun=0" +
                                 " order by jj,jun,code";
-    QList<QPair<QString, int>> kinds;
     Recordset rs;
-    kindsError_.clear();
-    if (!shopError_.isEmpty()) { // which kinds are listed depends on the shop's row
-        kindsError_ = shopError_;
-        return kinds;
-    }
     if (!db_.DbSql(query, rs)) {
         kindsError_ = db_.ErrMsg();
         return kinds;

@@ -66,10 +66,12 @@ QString startFile(const QString& path, const QString& remembered)
 {
     const QString folder = startFolder(path, remembered);
     const auto nameOf = [](const QString& p) {
-        const QFileInfo info(QDir::fromNativeSeparators(p.trimmed()));
-        return p.trimmed().isEmpty() || info.isDir() ? QString() : info.fileName();
+        const QString trimmed = p.trimmed();
+        const QFileInfo info(QDir::fromNativeSeparators(trimmed));
+        return trimmed.isEmpty() || info.isDir() ? QString() : info.fileName();
     };
-    const QString name = nameOf(path).isEmpty() ? nameOf(remembered) : nameOf(path);
+    const QString own = nameOf(path);
+    const QString name = own.isEmpty() ? nameOf(remembered) : own;
     if (folder.isEmpty() || name.isEmpty())
         return folder;
     return QDir::toNativeSeparators(QDir(QDir::fromNativeSeparators(folder)).filePath(name));
