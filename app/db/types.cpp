@@ -7,13 +7,81 @@
 
 namespace pel {
 
+namespace {
+
+bool isBlank(QChar c)
+{
+    return c == QLatin1Char(' ') || (c >= QLatin1Char('\t') && c <= QLatin1Char('\r'));
+}
+
+// "NAME", "NAME(n)" or "NAME(n, m)", blanks allowed around each part; read by hand because the driver asks for every
+// column of every table a screen opens on, before the screen shows.
+struct DeclaredType {
+    QString base;
+    QStringView size;
+    QStringView scale;
+    bool ok = false;
+};
+
+DeclaredType splitDeclared(QStringView s)
+{
+    DeclaredType d;
+    qsizetype i = 0;
+    const qsizetype n = s.size();
+    auto blanks = [&] {
+        while (i < n && isBlank(s[i]))
+            ++i;
+    };
+    auto digits = [&] {
+        const qsizetype from = i;
+        while (i < n && s[i].isDigit() && s[i].unicode() < 0x80)
+            ++i;
+        return s.mid(from, i - from);
+    };
+    blanks();
+    const qsizetype from = i;
+    while (i < n && (s[i] == QLatin1Char(' ') || (s[i].unicode() < 0x80 && s[i].isLetter())))
+        ++i;
+    const QStringView name = s.mid(from, i - from).trimmed();
+    if (name.isEmpty())
+        return d;
+    blanks();
+    if (i < n && s[i] == QLatin1Char('(')) {
+        ++i;
+        blanks();
+        d.size = digits();
+        if (d.size.isEmpty())
+            return d;
+        blanks();
+        if (i < n && s[i] == QLatin1Char(',')) {
+            ++i;
+            blanks();
+            d.scale = digits();
+            if (d.scale.isEmpty())
+                return d;
+            blanks();
+        }
+        if (i >= n || s[i] != QLatin1Char(')'))
+            return d;
+        ++i;
+        blanks();
+    }
+    if (i != n)
+        return d;
+    d.base = name.toString().toUpper();
+    d.ok = true;
+    return d;
+}
+
+} // namespace
+
 JetType jetTypeFromName(const QString& declared, int* size)
 {
-    static const QRegularExpression sized(QStringLiteral(R"(^\s*([A-Za-z ]+?)\s*(\(\s*(\d+)\s*(,\s*\d+\s*)?\))?\s*$)"));
-    const auto m = sized.match(declared);
-    const QString base = (m.hasMatch() ? m.captured(1) : declared).trimmed().toUpper();
+    DeclaredType d = splitDeclared(declared);
+    if (!d.ok)
+        d = DeclaredType{declared.trimmed().toUpper(), {}, {}, false};
     if (size)
-        *size = m.hasMatch() && !m.captured(3).isEmpty() ? m.captured(3).toInt() : 0;
+        *size = d.size.isEmpty() ? 0 : d.size.toInt();
     static const QHash<QString, JetType> names = {
         {QStringLiteral("BIT"), JetType::Boolean},          {QStringLiteral("BOOLEAN"), JetType::Boolean},
         {QStringLiteral("BYTE"), JetType::Byte},            {QStringLiteral("SHORT"), JetType::Integer},
@@ -31,13 +99,12 @@ JetType jetTypeFromName(const QString& declared, int* size)
         {QStringLiteral("BYTEA"), JetType::LongBinary},     {QStringLiteral("GUID"), JetType::Guid},
         {QStringLiteral("DECIMAL"), JetType::Decimal},
     };
-    JetType t = names.value(base, JetType::Unknown);
+    JetType t = names.value(d.base, JetType::Unknown);
     // PostgreSQL reports "text" for a memo column; our TEXT(n) always has a size.
     if (t == JetType::Text && size && *size == 0)
         t = JetType::Memo;
-    if (base == QLatin1String("NUMERIC"))
-        t = (m.captured(2).contains(QLatin1String("19")) && m.captured(4).contains(QLatin1Char('4'))) ? JetType::Currency
-                                                                                                     : JetType::Decimal;
+    if (d.base == QLatin1String("NUMERIC"))
+        t = d.size == QLatin1String("19") && d.scale == QLatin1String("4") ? JetType::Currency : JetType::Decimal;
     return t;
 }
 

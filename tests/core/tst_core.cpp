@@ -1,5 +1,6 @@
-// Start-up splitting, settings file, text helpers, CP932 and the message catalogue.
+// Start-up splitting, settings file, text helpers, CP932, column type names and the message catalogue.
 #include "app/cp932.h"
+#include "app/db/types.h"
 #include "app/inifile.h"
 #include "app/runtimeerror.h"
 #include "app/startup.h"
@@ -55,6 +56,8 @@ private slots:
     void cp932_data();
     void cp932();
     void cp932Errors();
+    void typeNames_data();
+    void typeNames();
     void catalogue_data();
     void catalogue();
     void catalogueUnknownKeyIsSilent();
@@ -331,6 +334,38 @@ void TstCore::delStr()
     QCOMPARE(fnDelStr(QStringLiteral("aXYXYb"), QStringLiteral("XY")), QStringLiteral("ab"));
     QCOMPARE(fnDelStr(QStringLiteral("abc"), QString()), QStringLiteral("abc"));
     QCOMPARE(fnPadLeft(QStringLiteral("1"), 8), QStringLiteral("       1"));
+}
+
+void TstCore::typeNames_data()
+{
+    QTest::addColumn<QString>("declared");
+    QTest::addColumn<int>("type");
+    QTest::addColumn<int>("size");
+    const auto row = [](const char* declared, JetType type, int size) {
+        QTest::newRow(declared) << QString::fromLatin1(declared) << static_cast<int>(type) << size;
+    };
+    row("TEXT(6)", JetType::Text, 6);
+    row(" text ( 40 ) ", JetType::Text, 40);
+    row("character varying(40)", JetType::Text, 40);
+    row("text", JetType::Memo, 0); // the server's own memo type has no size
+    row("SHORT", JetType::Integer, 0);
+    row("DOUBLE PRECISION", JetType::Double, 0);
+    row("timestamp without time zone", JetType::DateTime, 0);
+    row("numeric(19,4)", JetType::Currency, 19);
+    row("numeric(19, 2)", JetType::Decimal, 19);
+    row("TEXT(6", JetType::Unknown, 0);
+    row("TEXT(6) x", JetType::Unknown, 0);
+    row("LONG2", JetType::Unknown, 0);
+}
+
+void TstCore::typeNames()
+{
+    QFETCH(QString, declared);
+    QFETCH(int, type);
+    QFETCH(int, size);
+    int got = -1;
+    QCOMPARE(static_cast<int>(jetTypeFromName(declared, &got)), type);
+    QCOMPARE(got, size);
 }
 
 void TstCore::cp932_data()
