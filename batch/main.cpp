@@ -12,6 +12,8 @@
 
 #ifdef Q_OS_UNIX
 #include <cerrno>
+#include <cstdio>
+#include <cstring>
 #include <sys/stat.h>
 #include <unistd.h>
 #endif
@@ -80,6 +82,21 @@ int Context::usage(const QString& message) const
     return UsageError;
 }
 
+// Rows and totals that never reached their reader are no finished run (a full disk, a closed pipe).
+int delivered(QTextStream& out, QTextStream& err, int rc)
+{
+    errno = 0;
+    out.flush();
+    if (out.status() == QTextStream::Ok && std::fflush(stdout) == 0 && !std::ferror(stdout))
+        return rc;
+    const int why = errno;
+    err << "pel008-batch: the output could not be written";
+    if (why != 0)
+        err << ": " << QString::fromLocal8Bit(std::strerror(why));
+    err << Qt::endl;
+    return rc == Done ? Stopped : rc;
+}
+
 } // namespace pel::batch
 
 int main(int argc, char** argv)
@@ -126,7 +143,7 @@ int main(int argc, char** argv)
             json = true;
         } else if (opt == QLatin1String("--help")) {
             out << mainUsage();
-            return Done;
+            return delivered(out, err, Done);
         } else {
             err << "unknown option " << opt << Qt::endl << mainUsage();
             return UsageError;
@@ -146,8 +163,7 @@ int main(int argc, char** argv)
     CommandLineDialogs dialogs(err, yes);
     pel::setDialogService(&dialogs);
     Context ctx{args.mid(1), yes, json, out, err, QString::fromUtf8(command->usage), &dialogs};
-    const int rc = command->run(ctx);
-    out.flush();
+    const int rc = delivered(out, err, command->run(ctx));
     err.flush();
     pel::setDialogService(nullptr);
     return rc;
