@@ -3,6 +3,7 @@
 #include "app/db/connection.h"
 #include "app/schema_text.h"
 
+#include <QFile>
 #include <QFileInfo>
 #include <QRegularExpression>
 #include <QSqlDatabase>
@@ -293,34 +294,50 @@ bool createSchema(Connection& connection, QString* error)
     return connection.commit(error);
 }
 
+namespace {
+
+// The empty file with WAL journalling, so that readers and the writer of the suite's several connections do not
+// block each other. A folder without shared memory keeps the rollback journal, which works as well.
+bool createEmptySqlite(const QString& path, QString* error)
+{
+    const QString name = QStringLiteral("pel008-create");
+    bool ok = false;
+    {
+        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), name);
+        db.setDatabaseName(path);
+        if (db.open()) {
+            QSqlQuery q(db);
+            ok = q.exec(QStringLiteral("PRAGMA journal_mode = WAL")) &&
+                 q.exec(QStringLiteral("PRAGMA user_version = 1"));
+            if (!ok)
+                *error = q.lastError().text();
+        } else {
+            *error = db.lastError().text();
+        }
+        db.close();
+    }
+    QSqlDatabase::removeDatabase(name);
+    return ok;
+}
+
+} // namespace
+
 bool createSqliteDatabase(const QString& path, QString* error)
 {
     if (QFileInfo::exists(path)) {
         *error = QStringLiteral("File already exists: '%1'.").arg(path);
         return false;
     }
-    {
-        // An empty SQLite file with WAL journalling, so that readers and the writer of the suite's several
-        // connections do not block each other.
-        const QString name = QStringLiteral("pel008-create");
-        {
-            QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), name);
-            db.setDatabaseName(path);
-            if (!db.open()) {
-                *error = db.lastError().text();
-                return false;
-            }
-            QSqlQuery q(db);
-            q.exec(QStringLiteral("PRAGMA journal_mode = WAL"));
-            q.exec(QStringLiteral("PRAGMA user_version = 1"));
-            db.close();
-        }
-        QSqlDatabase::removeDatabase(name);
+    bool ok = createEmptySqlite(path, error);
+    if (ok) {
+        auto c = Connection::create();
+        ok = c->open(QStringLiteral("Data Source=") + path + QLatin1Char(';'), error) && createSchema(*c, error);
     }
-    auto c = Connection::create();
-    if (!c->open(QStringLiteral("Data Source=") + path + QLatin1Char(';'), error))
-        return false;
-    return createSchema(*c, error);
+    // A half-made file would be taken for a database by the next start and refused by the next createdb.
+    if (!ok)
+        for (const char* suffix : {"", "-wal", "-shm", "-journal"})
+            QFile::remove(path + QLatin1String(suffix));
+    return ok;
 }
 
 } // namespace pel
