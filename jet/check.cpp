@@ -65,6 +65,7 @@ Status Database::check(std::vector<std::string>& problems) const
         }
         for (std::uint32_t pg = 1; pg < total; ++pg) {
             const std::uint8_t* d = page(pg);
+            if (!d) return fail(ERR_IO, error());
             if (d[0] == 0x01 && le32(d + 4) == t.tdefPage && !owned.count(pg))
                 report("data page " + std::to_string(pg) + " is missing from its usage map");
         }
@@ -81,6 +82,7 @@ Status Database::check(std::vector<std::string>& problems) const
         std::vector<std::vector<Value>> values;
         for (std::uint32_t pg : owned) {
             const std::uint8_t* d = page(pg);
+            if (!d) return fail(ERR_IO, error());
             unsigned count = le16(d + 12);
             if (14 + 2 * std::size_t(count) > kPageSize) {
                 report("data page " + std::to_string(pg) + " has too many rows");
@@ -146,6 +148,8 @@ Status Database::check(std::vector<std::string>& problems) const
                     }
                     if (le32(d + 4) != t.tdefPage)
                         ireport("page " + std::to_string(pg) + " names another table as its owner");
+                    // d is not read again: the pages read below may push it out of the cache.
+                    const std::uint32_t lastLeaf = le32(d + 20);
                     if (d[0] == 0x04) {
                         if (!firstLeaf) firstLeaf = pg;
                         continue;
@@ -165,8 +169,8 @@ Status Database::check(std::vector<std::string>& problems) const
                         tail = le32(c + 16);
                     }
                     if (!entries.empty()) rightEdge.insert(entries.back().child);
-                    if (tail != le32(d + 20))
-                        ireport("page " + std::to_string(pg) + " names page " + std::to_string(le32(d + 20)) +
+                    if (tail != lastLeaf)
+                        ireport("page " + std::to_string(pg) + " names page " + std::to_string(lastLeaf) +
                                 " as its last leaf, not page " + std::to_string(tail));
                     for (const IndexEntry& e : entries) {
                         const std::uint8_t* c = e.child < total ? page(e.child) : nullptr;

@@ -497,6 +497,9 @@ Status Database::mapPages(std::uint32_t mapPtr, std::vector<std::uint32_t>& out)
     std::size_t n;
     unsigned flags;
     if (Status s = rowBytes(mapPtr >> 8, mapPtr & 0xFF, &m, &n, &flags); s != OK) return s;
+    // The map row is kept: the map pages read below may push its page out of the cache.
+    const std::vector<std::uint8_t> row(m, m + n);
+    m = row.data();
     if (n < 1) return fail(ERR_CORRUPT, "A usage map is empty.");
     if (m[0] == 0) {
         if (n < 5) return fail(ERR_CORRUPT, "A usage map is truncated.");
@@ -538,6 +541,7 @@ Status Database::dataPages(const Table& t, std::vector<std::uint32_t>& out) cons
     for (std::uint32_t pg : all) {
         if (pg == 0 || pg >= total) continue;
         const std::uint8_t* d = page(pg);
+        if (!d) return fail(ERR_IO, error());
         if (d[0] == 0x01 && le32(d + 4) == t.tdefPage) out.push_back(pg);
     }
     return OK;

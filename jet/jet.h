@@ -207,6 +207,8 @@ public:
     std::uint64_t pageReads() const { return pageReads_.load(std::memory_order_relaxed); }
     // Pages held in memory now: the cache (bounded) and the open transaction's pages.
     std::size_t pagesHeld() const { return pages_.size(); }
+    // Unpinned pages kept at most (at least one); a page asked for later may be read again.
+    void setCacheLimit(std::size_t pages) { cacheLimit_ = pages < 1 ? 1 : pages; }
     void resetPageReads() { pageReads_.store(0, std::memory_order_relaxed); }
 
     // Bytes of the row at (page,row); flags of its offset entry in *flags.
@@ -325,6 +327,7 @@ private:
         std::list<std::uint32_t>::iterator lru; // while not pinned
     };
     static constexpr std::size_t kCachePages = 1024;
+    std::size_t cacheLimit_ = kCachePages;
     static constexpr std::uint32_t kReadAhead = 16;
     const std::uint8_t* load(std::uint32_t n) const;
     std::uint8_t* pin(std::uint32_t n);

@@ -160,7 +160,7 @@ const std::uint8_t* Database::load(std::uint32_t n) const
     }
     // A scan reads on: the pages after this one, up to the first one held, come in the same read.
     std::uint32_t run = 1;
-    while (run < kReadAhead && std::size_t(n) + run < size_ / kPageSize && !pages_.count(n + run))
+    while (run < kReadAhead && run < cacheLimit_ && std::size_t(n) + run < size_ / kPageSize && !pages_.count(n + run))
         ++run;
     std::vector<std::uint8_t> bytes(std::size_t(run) * kPageSize);
     bool ok = file_->read(bytes.data(), bytes.size(), std::uint64_t(n) * kPageSize);
@@ -178,7 +178,7 @@ const std::uint8_t* Database::load(std::uint32_t n) const
             std::uint8_t key[4] = {std::uint8_t(k), std::uint8_t(k >> 8), std::uint8_t(k >> 16), std::uint8_t(k >> 24)};
             rc4(key, 4, d, kPageSize);
         }
-        while (lru_.size() >= kCachePages) {
+        while (lru_.size() >= cacheLimit_) {
             pages_.erase(lru_.back());
             lru_.pop_back();
         }
@@ -224,7 +224,7 @@ void Database::unpinAll()
         }
         ++it;
     }
-    while (lru_.size() > kCachePages) {
+    while (lru_.size() > cacheLimit_) {
         pages_.erase(lru_.back());
         lru_.pop_back();
     }
