@@ -71,9 +71,20 @@ inline std::string run(const std::string& cmd)
 }
 
 // A scratch copy of a corpus file: the corpus itself is never written.
+// They live in one folder a test process, removed when that process ends (not by a forked child).
 inline std::string scratchCopy(const std::string& file, const std::string& as)
 {
-    auto dir = std::filesystem::temp_directory_path() / ("jet-test-" + std::to_string(::getpid()));
+    struct Folder {
+        pid_t owner = ::getpid();
+        std::filesystem::path dir = std::filesystem::temp_directory_path() / ("jet-test-" + std::to_string(owner));
+        ~Folder()
+        {
+            std::error_code ignored;
+            if (::getpid() == owner) std::filesystem::remove_all(dir, ignored);
+        }
+    };
+    static Folder folder;
+    const auto& dir = folder.dir;
     std::filesystem::create_directories(dir);
     auto dst = dir / as;
     std::filesystem::copy_file(corpus(file), dst, std::filesystem::copy_options::overwrite_existing);
