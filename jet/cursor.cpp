@@ -139,7 +139,7 @@ Status Cursor::next()
     while (pageIdx_ < pages_.size()) {
         std::uint32_t pg = pages_[pageIdx_];
         const std::uint8_t* d = pg == 0 ? nullptr : db_.page(pg);
-        if (!d && pg != 0 && pg < db_.pageCount()) return fail(ERR_IO, db_.error()); // there, but unreadable now
+        if (!d && db_.readStatus() != OK) return fail(db_.readStatus(), db_.error()); // there, but unreadable now
         if (!d || d[0] != 0x01 || le32(d + 4) != table_.tdefPage) {
             ++pageIdx_;
             rowIdx_ = -1;

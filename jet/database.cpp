@@ -238,6 +238,7 @@ void Database::decodePages(std::vector<std::uint8_t>& bytes) const
 const std::uint8_t* Database::page(std::uint32_t n) const
 {
     pageReads_.fetch_add(1, std::memory_order_relaxed);
+    readStatus_ = OK;
     if (committedOnly()) {
         // The transaction keeps the original of every page it changed; pages it added are not committed.
         const Level& txn = levels_.front();
@@ -253,12 +254,18 @@ const std::uint8_t* Database::page(std::uint32_t n) const
     return load(n);
 }
 
+// A page that could not be read (another writer's commit went on past the wait, an I/O error) is not damage.
+Status Database::missingPage(const std::string& corrupt) const
+{
+    return readStatus_ != OK ? fail(readStatus_, error()) : fail(ERR_CORRUPT, corrupt);
+}
+
 Status Database::rowBytes(std::uint32_t pg, unsigned row, const std::uint8_t** p, std::size_t* len, unsigned* flags,
                           bool countRead) const
 {
     if (!countRead) pageReads_.fetch_sub(1, std::memory_order_relaxed); // the same row again: no new read
     const std::uint8_t* d = page(pg);
-    if (!d) return fail(ERR_CORRUPT, "Row pointer to page " + std::to_string(pg) + " is outside the file.");
+    if (!d) return missingPage("Row pointer to page " + std::to_string(pg) + " is outside the file.");
     if (d[0] != 0x01)
         return fail(ERR_CORRUPT, "Row pointer to page " + std::to_string(pg) + ", which is not a data page.");
     unsigned count = le16(d + 12);
@@ -320,8 +327,8 @@ Status Database::readTable(std::uint32_t tdefPage, Table& t) const
     for (std::uint32_t pg = tdefPage; pg != 0;) {
         if (!seen.insert(pg).second) return fail(ERR_CORRUPT, "Table definition pages loop.");
         const std::uint8_t* d = page(pg);
-        if (!d || d[0] != 0x02)
-            return fail(ERR_CORRUPT, "Page " + std::to_string(pg) + " is not a table definition page.");
+        if (!d) return missingPage("Table definition page " + std::to_string(pg) + " is outside the file.");
+        if (d[0] != 0x02) return fail(ERR_CORRUPT, "Page " + std::to_string(pg) + " is not a table definition page.");
         if (buf.empty())
             buf.insert(buf.end(), d, d + kPageSize);
         else
@@ -516,7 +523,8 @@ Status Database::mapPages(std::uint32_t mapPtr, std::vector<std::uint32_t>& out)
             std::uint32_t mp = le32(m + 1 + 4 * k);
             if (mp == 0) continue;
             const std::uint8_t* d = page(mp);
-            if (!d || d[0] != 0x05) return fail(ERR_CORRUPT, "A usage map points to a page that is not a map.");
+            if (!d) return missingPage("A usage map points outside the file.");
+            if (d[0] != 0x05) return fail(ERR_CORRUPT, "A usage map points to a page that is not a map.");
             for (std::size_t i = 4; i < kPageSize; ++i)
                 if (d[i])
                     for (int b = 0; b < 8; ++b)
@@ -541,7 +549,7 @@ Status Database::dataPages(const Table& t, std::vector<std::uint32_t>& out) cons
     for (std::uint32_t pg : all) {
         if (pg == 0 || pg >= total) continue;
         const std::uint8_t* d = page(pg);
-        if (!d) return fail(ERR_IO, error());
+        if (!d) return fail(readStatus_ != OK ? readStatus_ : ERR_IO, error());
         if (d[0] == 0x01 && le32(d + 4) == t.tdefPage) out.push_back(pg);
     }
     return OK;

@@ -202,8 +202,10 @@ public:
     // Best real index whose first column is `column` and which can seek; -1 when none.
     int seekableIndex(const Table& t, int column) const;
 
-    // Null when the page is outside the file. Counts every call (tests prove seeks read few pages).
+    // Null when the page is outside the file or could not be read (readStatus() says why). Counts every call
+    // (tests prove seeks read few pages).
     const std::uint8_t* page(std::uint32_t n) const;
+    Status readStatus() const { return readStatus_; }
     std::uint64_t pageReads() const { return pageReads_.load(std::memory_order_relaxed); }
     // Pages held in memory now: the cache (bounded) and the open transaction's pages.
     std::size_t pagesHeld() const { return pages_.size(); }
@@ -328,6 +330,8 @@ private:
     };
     static constexpr std::size_t kCachePages = 1024;
     std::size_t cacheLimit_ = kCachePages;
+    mutable Status readStatus_ = OK; // of the last page(): OK, or why a read failed (its error is on the handle)
+    Status missingPage(const std::string& corrupt) const;
     static constexpr std::uint32_t kReadAhead = 16;
     const std::uint8_t* load(std::uint32_t n) const;
     std::uint8_t* pin(std::uint32_t n);

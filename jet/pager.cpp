@@ -147,7 +147,10 @@ const std::uint8_t* Database::load(std::uint32_t n) const
     bool locked = false;
     if (!inTransaction() && !commitLocked_) {
         auto* self = const_cast<Database*>(this);
-        if (self->lockCommit(false) != OK) return nullptr;
+        if (Status s = self->lockCommit(false); s != OK) {
+            readStatus_ = s;
+            return nullptr;
+        }
         locked = commitLocked_;
         self->commitLocked_ = false;
         if (os::Stamp now = os::stamp(path_); now != cacheStamp_) {
@@ -166,7 +169,8 @@ const std::uint8_t* Database::load(std::uint32_t n) const
     bool ok = file_->read(bytes.data(), bytes.size(), std::uint64_t(n) * kPageSize);
     if (locked) file_->unlock(kCommitLock, 1);
     if (!ok) {
-        fail(ERR_IO, "Cannot read page " + std::to_string(n) + " of '" + fileName(path_) + "': " + os::lastError());
+        readStatus_ =
+            fail(ERR_IO, "Cannot read page " + std::to_string(n) + " of '" + fileName(path_) + "': " + os::lastError());
         return nullptr;
     }
     CachedPage* first = nullptr;

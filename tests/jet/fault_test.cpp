@@ -61,12 +61,16 @@ long changedPages(const WorkCopy& s)
     return jettest::changedPages(readFile(s.base), readFile(probe));
 }
 
-// A writer stopped mid-commit (journal forced, some pages written) holds the file: an opener and a check wait
-// for it and give up after the wait limit without touching its journal; continued, the writer commits.
+// A writer stopped mid-commit (journal forced, some pages written) holds the file: an opener, a check and a reader
+// opened before wait for it and give up after the wait limit (busy, not damaged) without touching its journal;
+// continued, the writer commits.
 TEST(JetFault, OpenerLeavesTheJournalOfALiveWriter)
 {
     WorkCopy s("indexTestV2000.mdb", "live.mdb");
     std::size_t before = rows(s.path);
+    jet::Database early;
+    ASSERT_EQ(early.open(s.path, ""), jet::OK) << early.error();
+    early.setCacheLimit(1);
     // stopped after the journal is forced and the first page is written
     std::string stop = std::to_string(changedPages(s) + 4) + ":stop";
     pid_t pid = writer(s.path, inserts(700000, 300), stop.c_str());
@@ -83,6 +87,8 @@ TEST(JetFault, OpenerLeavesTheJournalOfALiveWriter)
     std::string err;
     EXPECT_NE(jet::checkFile(s.path, "", problems, &err), 0);
     EXPECT_EQ(problems.str(), "");
+    jet::Cursor scan(early, *early.table("Table2"));
+    EXPECT_EQ(scan.rewind(), jet::ERR_BUSY) << scan.error();
     ::unsetenv("PEL008_LOCK_WAIT_MS");
     EXPECT_TRUE(std::filesystem::exists(journalOf(s.path)));
     EXPECT_EQ(readFile(s.path), midway);
