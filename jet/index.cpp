@@ -332,7 +332,8 @@ Status Database::indexSeek(const Table& t, int realIndex, const KeyBound& lo, co
     const std::uint8_t* d = nullptr;
     for (int depth = 0;; ++depth) {
         d = page(pg);
-        if (!d || depth > 32) return fail(ERR_CORRUPT, "Index of table '" + t.name + "' is damaged.");
+        if (!d) return missingPage("Index of table '" + t.name + "' points outside the file.");
+        if (depth > 32) return fail(ERR_CORRUPT, "Index of table '" + t.name + "' is damaged.");
         if (d[0] == 0x04) break;
         if (d[0] != 0x03) return OK; // not a tree we know: let the caller scan
         if (!parseIndexPage(d, entries) || entries.empty())
@@ -365,7 +366,8 @@ Status Database::indexSeek(const Table& t, int realIndex, const KeyBound& lo, co
         pg = le32(d + 16); // next leaf
         if (pg == 0) break;
         d = page(pg);
-        if (!d || d[0] != 0x04) return fail(ERR_CORRUPT, "Index leaf chain of table '" + t.name + "' is damaged.");
+        if (!d) return missingPage("Index leaf chain of table '" + t.name + "' points outside the file.");
+        if (d[0] != 0x04) return fail(ERR_CORRUPT, "Index leaf chain of table '" + t.name + "' is damaged.");
     }
     *usable = true;
     return OK;
@@ -462,7 +464,8 @@ Status Database::indexWrite(const Table& t, const std::vector<Value>* before, co
                 std::vector<std::uint32_t> below;
                 for (std::uint32_t pg : level) {
                     const std::uint8_t* d = page(pg);
-                    if (!d || (d[0] != 0x03 && d[0] != 0x04) || !parseIndexPage(d, entries))
+                    if (!d) return missingPage("Index '" + name + "' of '" + t.name + "' points outside the file.");
+                    if ((d[0] != 0x03 && d[0] != 0x04) || !parseIndexPage(d, entries))
                         return fail(ERR_CORRUPT, "Index '" + name + "' of '" + t.name + "' is damaged.");
                     c->pages.push_back(pg);
                     if (d[0] == 0x04) {
@@ -478,7 +481,8 @@ Status Database::indexWrite(const Table& t, const std::vector<Value>* before, co
             std::set<std::uint32_t> seen(c->pages.begin(), c->pages.end());
             for (std::uint32_t pg = leaf, hops = 0; pg != 0 && hops <= pageCount(); ++hops) {
                 const std::uint8_t* d = page(pg);
-                if (!d || d[0] != 0x04 || !parseIndexPage(d, entries))
+                if (!d) return missingPage("Index '" + name + "' of '" + t.name + "' points outside the file.");
+                if (d[0] != 0x04 || !parseIndexPage(d, entries))
                     return fail(ERR_CORRUPT, "Index '" + name + "' of '" + t.name + "' is damaged.");
                 if (seen.insert(pg).second) c->pages.push_back(pg);
                 for (const Entry& e : entries)
