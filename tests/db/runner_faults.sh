@@ -10,12 +10,14 @@ fail() {
     echo "$*" >&2
     exit 1
 }
-for kib in 2 6 40; do
-    if (trap '' XFSZ; ulimit -f "$kib"; "$batch" --home "$work" createdb) 2>/dev/null; then
-        fail "createdb within $kib KiB ended with 0"
-    fi
-    left=$(ls "$work")
-    [ -z "$left" ] || fail "createdb within $kib KiB left: $left"
+for jet in "" --jet; do
+    for kib in 2 6 40; do
+        if (trap '' XFSZ; ulimit -f "$kib"; "$batch" --home "$work" createdb $jet) 2>/dev/null; then
+            fail "createdb $jet within $kib KiB ended with 0"
+        fi
+        left=$(ls "$work")
+        [ -z "$left" ] || fail "createdb $jet within $kib KiB left: $left"
+    done
 done
 "$batch" --home "$work" createdb || fail "createdb without a limit failed"
 if "$batch" --home "$work" --help >/dev/full 2>/dev/null; then
