@@ -1,5 +1,5 @@
 // The tracking number import job: result files line by line against a few orders, the error log, the closing
-// messages, files that cannot be opened, cancel, and the line reader on its own.
+// messages, files that cannot be opened, runs that stop (engine errors, cancel), and the line reader on its own.
 #include "shipping/trackingjob.h"
 #include "tests/shipping/shippingtest.h"
 #include "tests/support/datarow.h"
@@ -38,9 +38,8 @@ private slots:
     void import();
     void filesThatCannotBeOpened_data();
     void filesThatCannotBeOpened();
-    void cancelKeepsEarlierUpdates();
-    void engineErrorStopsTheRun_data();
-    void engineErrorStopsTheRun();
+    void runsThatStop_data();
+    void runsThatStop();
     void readLine_data();
     void readLine();
 
@@ -132,14 +131,13 @@ void TrackingTest::import()
 
 void TrackingTest::filesThatCannotBeOpened_data()
 {
-    QTest::addColumn<QString>("log"); // the error log: a name in the home, "link" or "hard link" to the result file
+    QTest::addColumn<QString>("log"); // the error log: a name in the home, or "hard link" to the result file
     QTest::addColumn<bool>("inputMissing");
     QTest::addColumn<int>("outcome");
     const int logError = int(TrackingImportJob::Outcome::LogError);
     row("result file", "e.txt", true, int(TrackingImportJob::Outcome::InputError));
     row("error log", "no folder/e.txt", false, logError);
     row("error log is the result file by another path", "./result.csv", false, logError);
-    row("error log is a link to the result file", "link", false, logError);
     row("error log is a hard link to the result file", "hard link", false, logError);
 }
 
@@ -152,10 +150,7 @@ void TrackingTest::filesThatCannotBeOpened()
     QVERIFY(writeLines(in, {resultLine("201", "412345678901")}));
     const QByteArray before = cp932(resultLine("201", "412345678901")) + "\r\n";
     QString logPath = home_->file(log);
-    if (log == QLatin1String("link")) {
-        logPath = home_->file(QStringLiteral("e.txt"));
-        QVERIFY(QFile::link(in, logPath));
-    } else if (log == QLatin1String("hard link")) {
+    if (log == QLatin1String("hard link")) {
         logPath = home_->file(QStringLiteral("e.txt"));
         QCOMPARE(::link(QFile::encodeName(in).constData(), QFile::encodeName(logPath).constData()), 0);
     }
@@ -176,50 +171,40 @@ void TrackingTest::filesThatCannotBeOpened()
     QCOMPARE(ui.locks, (QList<bool>{true, false}));
 }
 
-void TrackingTest::cancelKeepsEarlierUpdates()
+void TrackingTest::runsThatStop_data()
 {
-    const QString in = home_->file(QStringLiteral("result.csv")), log = home_->file(QStringLiteral("error.txt"));
-    QVERIFY(writeLines(in, {resultLine("201", "411"), resultLine("999", "499"), resultLine("203", "433")}));
-    test::ScriptedDialogs dialogs; // no closing message
-    test::RecordingInteraction ui;
-    ui.cancelAfterYields = 3; // F6 confirmed while the second line was read
-    TrackingImportJob job(*db_);
-    const auto r = job.run(in, log, ui);
-    QVERIFY(dialogs.done());
-    QCOMPARE(int(r.outcome), int(TrackingImportJob::Outcome::Stopped));
-    QCOMPARE(okurino(), (QStringList{"411", "400000000002", "", "777"}));
-    QCOMPARE(readLines(log).size(), 1);
-    QCOMPARE(home_->scalar(QStringLiteral("SELECT count(*) FROM operatlog WHERE syori = 'Ｉ-ＣＡＴデータ読込'")),
-             QStringLiteral("0"));
-}
-
-void TrackingTest::engineErrorStopsTheRun_data()
-{
-    QTest::addColumn<bool>("damaged"); // order 202's row unreadable in a Jet file, else its commit refused
+    // "damaged": order 202's row unreadable in a Jet file; "refused": its commit refused; "cancel": F6 confirmed
+    QTest::addColumn<QString>("how");
     QTest::addColumn<QStringList>("orders");
-    QTest::addColumn<QString>("message");
+    QTest::addColumn<QString>("message"); // "": none
     QTest::addColumn<int>("outcome");
     QTest::addColumn<QStringList>("stored"); // okurino of 201..204 afterwards
-    row("lookup fails", true, QStringList{"202", "201"}, "データ参照エラーです。\r\n\r\n",
-        int(TrackingImportJob::Outcome::ReadFailed), QStringList{"", "400000000002", "", "777"});
+    QTest::addColumn<int>("logged");
+    row("lookup fails", "damaged", QStringList{"202", "201"}, "データ参照エラーです。\r\n\r\n",
+        int(TrackingImportJob::Outcome::ReadFailed), QStringList{"", "400000000002", "", "777"}, 0);
     // a row on a damaged page: the update fails too
-    row("update fails", true, QStringList{"201", "203"}, "記録に失敗しました！\r\n",
-        int(TrackingImportJob::Outcome::SaveFailed), QStringList{"", "400000000002", "", "777"});
-    row("commit refused", false, QStringList{"201", "202", "203"}, "記録に失敗しました！\r\n",
-        int(TrackingImportJob::Outcome::SaveFailed), QStringList{"4201", "400000000002", "", "777"});
+    row("update fails", "damaged", QStringList{"201", "203"}, "記録に失敗しました！\r\n",
+        int(TrackingImportJob::Outcome::SaveFailed), QStringList{"", "400000000002", "", "777"}, 0);
+    row("commit refused", "refused", QStringList{"201", "202", "203"}, "記録に失敗しました！\r\n",
+        int(TrackingImportJob::Outcome::SaveFailed), QStringList{"4201", "400000000002", "", "777"}, 0);
+    // while the second line was read: the line before kept
+    row("cancel", "cancel", QStringList{"201", "999", "203"}, "", int(TrackingImportJob::Outcome::Stopped),
+        QStringList{"4201", "400000000002", "", "777"}, 1);
 }
 
-// Neither an unknown order nor a stored number: the engine's text, no closing message, the rest left unread.
-void TrackingTest::engineErrorStopsTheRun()
+// Neither an unknown order nor a stored number: the engine's text or the user's stop, no closing message and no log
+// row, the rest left unread.
+void TrackingTest::runsThatStop()
 {
-    QFETCH(bool, damaged);
+    QFETCH(QString, how);
     QFETCH(QStringList, orders);
     QFETCH(QString, message);
     QFETCH(int, outcome);
     QFETCH(QStringList, stored);
+    QFETCH(int, logged);
     std::optional<test::TestHome> jet;
     std::optional<test::DamagedJetRow> damage;
-    if (damaged) {
+    if (how == QLatin1String("damaged")) {
         if (test::backendUnderTest() != test::Backend::Sqlite)
             QSKIP("makes a Jet home of its own: once is enough");
         db_.reset();
@@ -231,7 +216,7 @@ void TrackingTest::engineErrorStopsTheRun()
         QVERIFY2(damage->ok(), qPrintable(damage->error()));
         db_ = std::make_unique<clsDbClass>();
         QVERIFY(db_->OpenDb());
-    } else {
+    } else if (how == QLatin1String("refused")) {
         QString why;
         if (!test::refuseCommitsOfOrder(*db_, 202, &why))
             QSKIP(qPrintable(why));
@@ -243,13 +228,18 @@ void TrackingTest::engineErrorStopsTheRun()
         lines << resultLine(denno, QLatin1Char('4') + denno);
     QVERIFY(writeLines(in, lines));
     test::ScriptedDialogs dialogs;
-    dialogs.expectStart(message, answer::Ok);
+    if (!message.isEmpty())
+        dialogs.expectStart(message, answer::Ok);
     test::RecordingInteraction ui;
+    if (how == QLatin1String("cancel"))
+        ui.cancelAfterYields = 3;
     const auto r = TrackingImportJob(*db_).run(in, log, ui);
     QVERIFY(dialogs.done());
     QCOMPARE(int(r.outcome), outcome);
     QCOMPARE(r.updated, qint64(stored.first().isEmpty() ? 0 : 1));
-    QCOMPARE(readLines(log), QStringList());
+    QCOMPARE(readLines(log).size(), logged);
+    QCOMPARE(home->scalar(QStringLiteral("SELECT count(*) FROM operatlog WHERE syori = 'Ｉ-ＣＡＴデータ読込'")),
+             QStringLiteral("0"));
     db_.reset();
     damage.reset();
     QCOMPARE(okurino(home), stored);
@@ -271,7 +261,6 @@ void TrackingTest::readLine_data()
     QTest::newRow("negative") << cp932(resultLine("-3", "5")) << true << -3 << "5";
     QTest::newRow("46 fields") << QByteArray("a,15") + QByteArray(44, ',') << true << 15 << "old";
     QTest::newRow("not CP932") << QByteArray("a,\x81\x20,x") << false << 7 << "old";
-    QTest::newRow("a UTF-8 name") << resultLine("14", "488").toUtf8() << true << 14 << "488";
     QTest::newRow("bytes of no encoding elsewhere") << QByteArray("\x81\x20,16,\"\xFF,\"") << true << 16 << "old";
 }
 
