@@ -3,6 +3,7 @@
 #include "conveni/billingjob.h"
 #include "tests/billing/billingtest.h"
 #include "tests/support/datarow.h"
+#include "tests/support/files.h"
 
 #include <QDir>
 #include <QFile>
@@ -20,12 +21,6 @@ const QString kUnencodableHead =
     QStringLiteral("Shift-JIS で書けない文字があります。ファイルでは「?」になっています。");
 const QString kUnencodableM = QStringLiteral("\r\n受注番号 104　m.name　「\U00020BB7」 U+20BB7");
 const QString kUnencodableO = QStringLiteral("\r\n受注番号 104　o.name　「\U00020BB7」 U+20BB7");
-
-QByteArray readAll(const QString& path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<missing>");
-}
 
 } // namespace
 
@@ -123,7 +118,8 @@ void BillingTest::golden()
     QCOMPARE(r.written, 4);
     for (qsizetype i = 0; i < files.size(); ++i) {
         QCOMPARE(r.files.at(i), out_->filePath(files.at(i)));
-        QCOMPARE(readAll(r.files.at(i)), readAll(QStringLiteral(BILLING_GOLDEN_DIR "/") + golden.at(i)));
+        QCOMPARE(test::fileBytes(r.files.at(i)),
+                 test::fileBytes(QStringLiteral(BILLING_GOLDEN_DIR "/") + golden.at(i)));
     }
     QCOMPARE(ui.locks, (QList<bool>{true, false}));
     QCOMPARE(ui.statuses, (QStringList{"処理中・・・", ""}));
@@ -203,7 +199,7 @@ void BillingTest::reoutputAsksNoMarking()
     test::RecordingInteraction ui;
     QCOMPARE(BillingJob(*db_).run(r, ui).outcome, BillingResult::Outcome::Written);
     QVERIFY(dialogs.done());
-    QVERIFY(readAll(out_->filePath(QStringLiteral("コンビニ.csv"))).contains("\"00000000000000106\""));
+    QVERIFY(test::fileBytes(out_->filePath(QStringLiteral("コンビニ.csv"))).contains("\"00000000000000106\""));
 }
 
 void BillingTest::markingRolledBackAfterElevenAttempts()

@@ -47,14 +47,6 @@ IcatExportJob::Input input(const QString& file, int kind = 9)
     return in;
 }
 
-QStringList dennos(const QStringList& lines)
-{
-    QStringList d;
-    for (const QString& l : lines)
-        d << l.section(QLatin1Char(','), 1, 1);
-    return d;
-}
-
 } // namespace
 
 class IcatExportTest : public QObject {
@@ -182,7 +174,10 @@ void IcatExportTest::selection()
     job.run(in, ui);
     QVERIFY(dialogs.done());
     const QStringList lines = test::readLines(path);
-    QCOMPARE(dennos(lines).join(u' '), exported);
+    QStringList dennos;
+    for (const QString& l : lines)
+        dennos << l.section(u',', 1, 1);
+    QCOMPARE(dennos.join(u' '), exported);
     QCOMPARE(flagged(), flaggedAfter);
     QCOMPARE(shown.has_value(), swapped);
     if (swapped) {

@@ -3,6 +3,7 @@
 #include "shipping/trackingjob.h"
 #include "tests/shipping/shippingtest.h"
 #include "tests/support/datarow.h"
+#include "tests/support/files.h"
 
 #include <QFile>
 #include <QTest>
@@ -116,9 +117,7 @@ void TrackingTest::import()
              rejected.isEmpty() ? QStringLiteral("終了|64") : QStringLiteral("エラー確認|16"));
     QCOMPARE(int(r.outcome), int(TrackingImportJob::Outcome::Done));
     QCOMPARE(okurino().join(u'|'), stored);
-    QFile l(log);
-    QVERIFY(l.open(QIODevice::ReadOnly));
-    QCOMPARE(l.readAll(), logged);
+    QCOMPARE(test::fileBytes(log), logged);
     QCOMPARE(r.lines, qint64(lines.size()));
     QCOMPARE(r.updated, updated);
     QCOMPARE(r.rejected, qint64(rejected.size()));
@@ -165,9 +164,7 @@ void TrackingTest::filesThatCannotBeOpened()
     QCOMPARE(okurino().value(0), QString());
     if (log == QLatin1String("e.txt"))
         QCOMPARE(QFile::exists(logPath), false);
-    QFile result(in);
-    QVERIFY(result.open(QIODevice::ReadOnly));
-    QCOMPARE(result.readAll(), before); // the carrier's file is never cut
+    QCOMPARE(test::fileBytes(in), before); // the carrier's file is never cut
     QCOMPARE(ui.locks, (QList<bool>{true, false}));
 }
 
