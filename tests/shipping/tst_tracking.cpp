@@ -1,5 +1,5 @@
 // The tracking number import job: result files line by line against a few orders, the error log, the closing
-// messages, files that cannot be opened, runs that stop (engine errors, cancel), and the line reader on its own.
+// messages, runs that stop (files that cannot be opened, engine errors, cancel), and the line reader on its own.
 #include "shipping/trackingjob.h"
 #include "tests/shipping/shippingtest.h"
 #include "tests/support/datarow.h"
@@ -37,8 +37,6 @@ private slots:
     void cleanup() { test::closeHome(home_, &db_); }
     void import_data();
     void import();
-    void filesThatCannotBeOpened_data();
-    void filesThatCannotBeOpened();
     void runsThatStop_data();
     void runsThatStop();
     void readLine_data();
@@ -128,73 +126,44 @@ void TrackingTest::import()
              QStringLiteral("1"));
 }
 
-void TrackingTest::filesThatCannotBeOpened_data()
-{
-    QTest::addColumn<QString>("log"); // the error log: a name in the home, or "hard link" to the result file
-    QTest::addColumn<bool>("inputMissing");
-    QTest::addColumn<int>("outcome");
-    const int logError = int(TrackingImportJob::Outcome::LogError);
-    row("result file", "e.txt", true, int(TrackingImportJob::Outcome::InputError));
-    row("error log", "no folder/e.txt", false, logError);
-    row("error log is the result file by another path", "./result.csv", false, logError);
-    row("error log is a hard link to the result file", "hard link", false, logError);
-}
-
-void TrackingTest::filesThatCannotBeOpened()
-{
-    QFETCH(QString, log);
-    QFETCH(bool, inputMissing);
-    QFETCH(int, outcome);
-    const QString in = home_->file(QStringLiteral("result.csv"));
-    QVERIFY(writeLines(in, {resultLine("201", "412345678901")}));
-    const QByteArray before = cp932(resultLine("201", "412345678901")) + "\r\n";
-    QString logPath = home_->file(log);
-    if (log == QLatin1String("hard link")) {
-        logPath = home_->file(QStringLiteral("e.txt"));
-        QCOMPARE(::link(QFile::encodeName(in).constData(), QFile::encodeName(logPath).constData()), 0);
-    }
-    test::ScriptedDialogs dialogs;
-    dialogs.expect(test::catalogueText(QStringLiteral("ファイルエラー")), answer::Ok);
-    test::RecordingInteraction ui;
-    TrackingImportJob job(*db_);
-    const auto r =
-        inputMissing ? job.run(home_->file(QStringLiteral("none.csv")), logPath, ui) : job.run(in, logPath, ui);
-    QVERIFY(dialogs.done());
-    QCOMPARE(int(r.outcome), outcome);
-    QCOMPARE(okurino().value(0), QString());
-    if (log == QLatin1String("e.txt"))
-        QCOMPARE(QFile::exists(logPath), false);
-    QCOMPARE(test::fileBytes(in), before); // the carrier's file is never cut
-    QCOMPARE(ui.locks, (QList<bool>{true, false}));
-}
-
 void TrackingTest::runsThatStop_data()
 {
     // "damaged": order 202's row unreadable in a Jet file; "refused": its commit refused; "cancel": F6 confirmed
     QTest::addColumn<QString>("how");
-    QTest::addColumn<QStringList>("orders");
-    QTest::addColumn<QString>("message"); // "": none
+    QTest::addColumn<QStringList>("orders"); // the result file's lines; none: no result file
+    QTest::addColumn<QString>("log");        // the error log: a name in the home, or "hard link" to the result file
+    QTest::addColumn<QString>("message");    // how the one message starts; "": none
     QTest::addColumn<int>("outcome");
     QTest::addColumn<QStringList>("stored"); // okurino of 201..204 afterwards
-    QTest::addColumn<int>("logged");
-    row("lookup fails", "damaged", QStringList{"202", "201"}, "データ参照エラーです。\r\n\r\n",
-        int(TrackingImportJob::Outcome::ReadFailed), QStringList{"", "400000000002", "", "777"}, 0);
+    QTest::addColumn<int>("logged");         // the lines the error log holds; -1: there is none
+    using O = TrackingImportJob::Outcome;
+    const QStringList one{"201"}, untouched{"", "400000000002", "", "777"};
+    const QString fileError = test::catalogueText(QStringLiteral("ファイルエラー"));
+    const QString log = QStringLiteral("error.txt"), saveError = QStringLiteral("記録に失敗しました！\r\n");
+    row("no result file", "", QStringList{}, log, fileError, int(O::InputError), untouched, -1);
+    row("error log in no folder", "", one, "no folder/e.txt", fileError, int(O::LogError), untouched, -1);
+    // the result file is read, never made the log (the one line there is its own)
+    row("error log is the result file by another path", "", one, "./result.csv", fileError, int(O::LogError), untouched,
+        1);
+    row("error log is a hard link to the result file", "", one, "hard link", fileError, int(O::LogError), untouched, 1);
+    row("lookup fails", "damaged", QStringList{"202", "201"}, log, "データ参照エラーです。\r\n\r\n", int(O::ReadFailed),
+        untouched, 0);
     // a row on a damaged page: the update fails too
-    row("update fails", "damaged", QStringList{"201", "203"}, "記録に失敗しました！\r\n",
-        int(TrackingImportJob::Outcome::SaveFailed), QStringList{"", "400000000002", "", "777"}, 0);
-    row("commit refused", "refused", QStringList{"201", "202", "203"}, "記録に失敗しました！\r\n",
-        int(TrackingImportJob::Outcome::SaveFailed), QStringList{"4201", "400000000002", "", "777"}, 0);
+    row("update fails", "damaged", QStringList{"201", "203"}, log, saveError, int(O::SaveFailed), untouched, 0);
+    row("commit refused", "refused", QStringList{"201", "202", "203"}, log, saveError, int(O::SaveFailed),
+        QStringList{"4201", "400000000002", "", "777"}, 0);
     // while the second line was read: the line before kept
-    row("cancel", "cancel", QStringList{"201", "999", "203"}, "", int(TrackingImportJob::Outcome::Stopped),
+    row("cancel", "cancel", QStringList{"201", "999", "203"}, log, "", int(O::Stopped),
         QStringList{"4201", "400000000002", "", "777"}, 1);
 }
 
-// Neither an unknown order nor a stored number: the engine's text or the user's stop, no closing message and no log
-// row, the rest left unread.
+// Neither an unknown order nor a stored number: the engine's text, a file error or the user's stop, no closing
+// message and no log row, the rest left unread and the result file as it was.
 void TrackingTest::runsThatStop()
 {
     QFETCH(QString, how);
     QFETCH(QStringList, orders);
+    QFETCH(QString, log);
     QFETCH(QString, message);
     QFETCH(int, outcome);
     QFETCH(QStringList, stored);
@@ -219,11 +188,15 @@ void TrackingTest::runsThatStop()
             QSKIP(qPrintable(why));
     }
     test::TestHome* home = jet ? &*jet : home_.get();
-    const QString in = home->file(QStringLiteral("result.csv")), log = home->file(QStringLiteral("error.txt"));
+    const QString in = home->file(QStringLiteral("result.csv"));
     QStringList lines;
     for (const QString& denno : orders)
         lines << resultLine(denno, QLatin1Char('4') + denno);
-    QVERIFY(writeLines(in, lines));
+    QVERIFY(orders.isEmpty() || writeLines(in, lines));
+    const QByteArray before = test::fileBytes(in);
+    if (log == QLatin1String("hard link"))
+        QCOMPARE(::link(QFile::encodeName(in).constData(), QFile::encodeName(home->file("e.txt")).constData()), 0);
+    log = home->file(log == QLatin1String("hard link") ? QStringLiteral("e.txt") : log);
     test::ScriptedDialogs dialogs;
     if (!message.isEmpty())
         dialogs.expectStart(message, answer::Ok);
@@ -234,7 +207,9 @@ void TrackingTest::runsThatStop()
     QVERIFY(dialogs.done());
     QCOMPARE(int(r.outcome), outcome);
     QCOMPARE(r.updated, qint64(stored.first().isEmpty() ? 0 : 1));
-    QCOMPARE(readLines(log).size(), logged);
+    QCOMPARE(QFile::exists(log) ? readLines(log).size() : -1, logged);
+    QCOMPARE(test::fileBytes(in), before);
+    QCOMPARE(ui.locks, (QList<bool>{true, false}));
     QCOMPARE(home->scalar(QStringLiteral("SELECT count(*) FROM operatlog WHERE syori = 'Ｉ-ＣＡＴデータ読込'")),
              QStringLiteral("0"));
     db_.reset();
