@@ -22,6 +22,16 @@ const QString kUnencodableHead =
 const QString kUnencodableM = QStringLiteral("\r\n受注番号 104　m.name　「\U00020BB7」 U+20BB7");
 const QString kUnencodableO = QStringLiteral("\r\n受注番号 104　o.name　「\U00020BB7」 U+20BB7");
 
+// The run up to the marking question: the four orders written, order 104's name reported (908997 also writes the
+// orderer's).
+test::Steps writtenFour(int agency)
+{
+    return {{kCount4, answer::Yes},
+            {QStringLiteral("folder"), 1},
+            {test::catalogueText(QStringLiteral("ＣＳＶ出力")), answer::Ok},
+            {kUnencodableHead + (agency == 0 ? kUnencodableM : QString()) + kUnencodableO, answer::Ok}};
+}
+
 } // namespace
 
 class BillingTest : public QObject {
@@ -49,15 +59,6 @@ private:
         r.companyCode = QStringLiteral("1234");
         r.folder = out_->path();
         return r;
-    }
-    // The run up to the marking question: the four orders written, order 104's name reported (908997 also writes
-    // the orderer's).
-    void expectWritten(test::ScriptedDialogs& dialogs, int agency)
-    {
-        dialogs.expect(kCount4, answer::Yes);
-        dialogs.expectFolder(out_->path());
-        dialogs.expect(test::catalogueText(QStringLiteral("ＣＳＶ出力")), answer::Ok);
-        dialogs.expect(kUnencodableHead + (agency == 0 ? kUnencodableM : QString()) + kUnencodableO, answer::Ok);
     }
     QString cflags() { return home_->scalar(QStringLiteral("select sum(cflag) from jyuden where denno < 105")); }
 
@@ -103,16 +104,9 @@ void BillingTest::runs_data()
     const int y = answer::Yes, n = answer::No, ok = answer::Ok, read = int(BillingResult::Outcome::ReadFailed);
     const int written = int(BillingResult::Outcome::Written);
     const qint64 january = 20240101;
-    // order 104's name reported (908997 also writes the orderer's)
-    const Steps ofFour{{kCount4, y}, {"folder", 1}, {saved, ok}, {kUnencodableHead + kUnencodableO, ok}};
-    row("908997, marked", 0, january, false, QString(),
-        Steps{{kCount4, y},
-              {"folder", 1},
-              {saved, ok},
-              {kUnencodableHead + kUnencodableM + kUnencodableO, ok},
-              {kMark, y}},
-        written, QStringList{"顧客一括登録.txt=customers_908997.txt", "請求一括登録.txt=billing_908997.txt"}, 4);
-    row("929023", 1, january, false, QString(), ofFour + Steps{{kMark, n}}, written,
+    row("908997, marked", 0, january, false, QString(), writtenFour(0) + Steps{{kMark, y}}, written,
+        QStringList{"顧客一括登録.txt=customers_908997.txt", "請求一括登録.txt=billing_908997.txt"}, 4);
+    row("929023", 1, january, false, QString(), writtenFour(1) + Steps{{kMark, n}}, written,
         QStringList{"コンビニ.csv=conveni_929023.csv"}, 0);
     row("929023 re-output: no marking question", 1, january, true, QString(),
         Steps{{"該当件数は、1件です。作成しますか？", y}, {"folder", 1}, {saved, ok}}, written,
@@ -187,8 +181,7 @@ void BillingTest::runs()
 void BillingTest::markingRolledBackAfterElevenAttempts()
 {
     test::ScriptedDialogs dialogs;
-    expectWritten(dialogs, 0);
-    dialogs.expect(kMark, answer::Yes);
+    test::expectSteps(dialogs, writtenFour(0) + test::Steps{{kMark, answer::Yes}}, out_->path());
     dialogs.expect(test::catalogueText(QStringLiteral("記録エラー")), answer::Ok);
     test::RecordingInteraction ui;
     BillingResult r;

@@ -19,15 +19,6 @@ using test::kUnencodable104;
 const QString kCount5 = test::countQuestion(5);
 const QStringList kAll{"20250301", "20250310", "1", "99999999"}; // the default selection: the golden file's lines
 
-// After the lines are written: the completion message, the characters of order 104 without a CP932 form, and Yes
-// to the marking question.
-void expectEndOfRun(test::ScriptedDialogs& dialogs)
-{
-    dialogs.expect(catalogueText("ＣＳＶ出力"), answer::Ok);
-    dialogs.expect(kUnencodable104, answer::Ok);
-    dialogs.expect(kMarkQuestion, answer::Yes);
-}
-
 QStringList golden()
 {
     QFile f(QStringLiteral(SHIPPING_TEST_DATA "/icat_export.golden"));
@@ -290,7 +281,9 @@ void IcatExportTest::aFailedCommitIsNotCounted()
         QSKIP(qPrintable(why));
     test::ScriptedDialogs dialogs;
     dialogs.expect(kCount5, answer::Yes);
-    expectEndOfRun(dialogs);
+    dialogs.expect(catalogueText("ＣＳＶ出力"), answer::Ok);
+    dialogs.expect(kUnencodable104, answer::Ok);
+    dialogs.expect(kMarkQuestion, answer::Yes);
     dialogs.expectStart(QStringLiteral("記録に失敗しました！\r\n"), answer::Ok);
     const auto r = run(input(home_->file(QStringLiteral("icat.csv"))));
     QVERIFY(dialogs.done());
