@@ -1,6 +1,6 @@
-// frmICatMake and frmICatRead on the small shop: an unreadable kind list, presets, the required-field check, the
-// choosers' folders and the paths they remember, and an export and an import through the screens to each end of a run
-// (F6, done, the screen closed) with the screen afterwards.
+// frmICatMake and frmICatRead on the small shop: the opening (defaults, presets, unreadable kinds), the required-field
+// check, the choosers' folders and the paths they remember, and an export and an import through the screens to each end
+// of a run (F6, done, the screen closed) with the screen afterwards.
 #include "app/home.h"
 #include "app/inifile.h"
 #include "app/startup.h"
