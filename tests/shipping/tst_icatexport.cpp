@@ -251,12 +251,10 @@ void IcatExportTest::nothingWritten()
     IcatExportJob::Input in = input(path);
     if (!denno.isEmpty())
         in.denno[0] = in.denno[1] = denno;
-    QString* entries[] = {&in.yy[0], &in.mm[0],    &in.dd[0],    &in.yy[1], &in.mm[1],
-                          &in.dd[1], &in.denno[0], &in.denno[1], &in.file};
-    if (blank >= 0)
-        *entries[blank] = QStringLiteral("  ");
-    if (blank >= 0 && blank < 8)
-        *entries[blank + 1] = QString(); // a later empty entry is not the one named
+    if (blank == 0) // a later empty entry is not the one named
+        in.yy[0] = QStringLiteral("  "), in.mm[0] = QString();
+    if (blank == 8)
+        in.file = QStringLiteral("  ");
     test::ScriptedDialogs dialogs;
     test::expectSteps(dialogs, steps, QString());
     test::RecordingInteraction ui;
