@@ -1,8 +1,9 @@
-// The billing job against the fixed database: the field rules, the three files byte for byte with the marking, runs
-// that end early (a failed read among them), the re-output, and the marking rolled back.
+// The billing job against the fixed database: the field rules, its runs (the files byte for byte with the marking, the
+// re-output, the runs that end early, a failed read among them), and the marking rolled back.
 #include "conveni/billingjob.h"
 #include "tests/billing/billingtest.h"
 #include "tests/support/datarow.h"
+#include "tests/support/files.h"
 
 #include <QDir>
 #include <QFile>
@@ -21,10 +22,14 @@ const QString kUnencodableHead =
 const QString kUnencodableM = QStringLiteral("\r\n受注番号 104　m.name　「\U00020BB7」 U+20BB7");
 const QString kUnencodableO = QStringLiteral("\r\n受注番号 104　o.name　「\U00020BB7」 U+20BB7");
 
-QByteArray readAll(const QString& path)
+// The run up to the marking question: the four orders written, order 104's name reported (908997 also writes the
+// orderer's).
+test::Steps writtenFour(int agency)
 {
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<missing>");
+    return {{kCount4, answer::Yes},
+            {QStringLiteral("folder"), 1},
+            {test::catalogueText(QStringLiteral("ＣＳＶ出力")), answer::Ok},
+            {kUnencodableHead + (agency == 0 ? kUnencodableM : QString()) + kUnencodableO, answer::Ok}};
 }
 
 } // namespace
@@ -40,11 +45,8 @@ private slots:
     }
     void cleanup() { test::closeHome(home_, &db_); }
     void fieldRules();
-    void golden_data();
-    void golden();
-    void endsEarly_data();
-    void endsEarly();
-    void reoutputAsksNoMarking();
+    void runs_data();
+    void runs();
     void markingRolledBackAfterElevenAttempts();
 
 private:
@@ -57,15 +59,6 @@ private:
         r.companyCode = QStringLiteral("1234");
         r.folder = out_->path();
         return r;
-    }
-    // The run up to the marking question: the four orders written, order 104's name reported (908997 also writes
-    // the orderer's).
-    void expectWritten(test::ScriptedDialogs& dialogs, int agency)
-    {
-        dialogs.expect(kCount4, answer::Yes);
-        dialogs.expectFolder(out_->path());
-        dialogs.expect(test::catalogueText(QStringLiteral("ＣＳＶ出力")), answer::Ok);
-        dialogs.expect(kUnencodableHead + (agency == 0 ? kUnencodableM : QString()) + kUnencodableO, answer::Ok);
     }
     QString cflags() { return home_->scalar(QStringLiteral("select sum(cflag) from jyuden where denno < 105")); }
 
@@ -95,122 +88,100 @@ void BillingTest::fieldRules()
         QCOMPARE(BillingJob::shipDate(sday), text);
 }
 
-void BillingTest::golden_data()
-{
-    QTest::addColumn<int>("agency");
-    QTest::addColumn<QStringList>("files");
-    QTest::addColumn<QStringList>("golden");
-    QTest::addColumn<bool>("mark"); // the answer to the marking question
-    row("908997, marked", 0, QStringList{"顧客一括登録.txt", "請求一括登録.txt"},
-        QStringList{"customers_908997.txt", "billing_908997.txt"}, true);
-    row("929023", 1, QStringList{"コンビニ.csv"}, QStringList{"conveni_929023.csv"}, false);
-}
-
-void BillingTest::golden()
-{
-    QFETCH(int, agency);
-    QFETCH(QStringList, files);
-    QFETCH(QStringList, golden);
-    QFETCH(bool, mark);
-    test::ScriptedDialogs dialogs;
-    expectWritten(dialogs, agency);
-    dialogs.expect(kMark, mark ? answer::Yes : answer::No);
-    test::RecordingInteraction ui;
-    const BillingResult r = BillingJob(*db_).run(request(agency), ui);
-    QVERIFY(dialogs.done());
-    QCOMPARE(r.outcome, BillingResult::Outcome::Written);
-    QCOMPARE(r.count, 4);
-    QCOMPARE(r.written, 4);
-    for (qsizetype i = 0; i < files.size(); ++i) {
-        QCOMPARE(r.files.at(i), out_->filePath(files.at(i)));
-        QCOMPARE(readAll(r.files.at(i)), readAll(QStringLiteral(BILLING_GOLDEN_DIR "/") + golden.at(i)));
-    }
-    QCOMPARE(ui.locks, (QList<bool>{true, false}));
-    QCOMPARE(ui.statuses, (QStringList{"処理中・・・", ""}));
-    QCOMPARE(home_->scalar(QStringLiteral("select count(*) from operatlog where kubun = 5")), QStringLiteral("1"));
-    // only the orders written are marked (106 was before)
-    QCOMPARE(r.marked, mark ? 4 : 0);
-    QCOMPARE(cflags(), mark ? QStringLiteral("4") : QStringLiteral("0"));
-    QCOMPARE(home_->scalar(QStringLiteral("select sum(cflag) from jyuden where denno >= 105")), QStringLiteral("1"));
-    QCOMPARE(home_->scalar(QStringLiteral("select naiyou from operatlog where kubun = 2")),
-             mark ? QStringLiteral("4件、印刷済みに更新") : QStringLiteral("<none>"));
-}
-
-void BillingTest::endsEarly_data()
+void BillingTest::runs_data()
 {
     using test::Steps;
+    QTest::addColumn<int>("agency");
     QTest::addColumn<qint64>("from");    // the first day of the month the run selects
+    QTest::addColumn<bool>("reoutput");  // the orders exported before
     QTest::addColumn<QString>("change"); // what makes one of the run's reads fail
     QTest::addColumn<Steps>("steps");
     QTest::addColumn<int>("outcome");
-    const QString unreadable = QStringLiteral("データ参照エラーです。\r\n\r\n");
-    const int y = answer::Yes, ok = answer::Ok, read = int(BillingResult::Outcome::ReadFailed);
-    row("no orders", qint64(20230101), QString(), Steps{{"該当件数は０件です", answer::Continue}},
-        int(BillingResult::Outcome::NoOrders));
-    row("count question No", qint64(20240101), QString(), Steps{{kCount4, answer::No}},
-        int(BillingResult::Outcome::Declined));
-    row("folder cancelled", qint64(20240101), QString(), Steps{{kCount4, y}, {"folder", 0}},
-        int(BillingResult::Outcome::NoFolder));
+    QTest::addColumn<QStringList>("files"); // written, each against its golden copy: "name=golden"
+    QTest::addColumn<int>("marked");
+    const QString unreadable = QStringLiteral("データ参照エラーです。\r\n\r\n"),
+                  saved = test::catalogueText("ＣＳＶ出力");
+    const int y = answer::Yes, n = answer::No, ok = answer::Ok, read = int(BillingResult::Outcome::ReadFailed);
+    const int written = int(BillingResult::Outcome::Written);
+    const qint64 january = 20240101;
+    row("908997, marked", 0, january, false, QString(), writtenFour(0) + Steps{{kMark, y}}, written,
+        QStringList{"顧客一括登録.txt=customers_908997.txt", "請求一括登録.txt=billing_908997.txt"}, 4);
+    row("929023", 1, january, false, QString(), writtenFour(1) + Steps{{kMark, n}}, written,
+        QStringList{"コンビニ.csv=conveni_929023.csv"}, 0);
+    row("929023 re-output: no marking question", 1, january, true, QString(),
+        Steps{{"該当件数は、1件です。作成しますか？", y}, {"folder", 1}, {saved, ok}}, written,
+        QStringList{"コンビニ.csv=conveni_929023_reoutput.csv"}, 0);
+    // runs that end early: no completion message or marking question, no file before the folder is chosen
+    row("no orders", 0, qint64(20230101), false, QString(), Steps{{"該当件数は０件です", answer::Continue}},
+        int(BillingResult::Outcome::NoOrders), QStringList{}, 0);
+    row("count question No", 0, january, false, QString(), Steps{{kCount4, n}}, int(BillingResult::Outcome::Declined),
+        QStringList{}, 0);
+    row("folder cancelled", 0, january, false, QString(), Steps{{kCount4, y}, {"folder", 0}},
+        int(BillingResult::Outcome::NoFolder), QStringList{}, 0);
     // a read that fails is reported in the engine's words, never as "no orders" or as an order without its lines
-    row("selection unreadable", qint64(20240101), "ALTER TABLE member RENAME COLUMN code TO code2",
-        Steps{{unreadable, ok}}, read);
-    row("order lines unreadable", qint64(20240101), "ALTER TABLE jyumei RENAME COLUMN line TO line2",
-        Steps{{kCount4, y}, {"folder", 1}, {unreadable, ok}}, read);
-    row("goods name unreadable", qint64(20240101), "ALTER TABLE goods RENAME COLUMN name TO name2",
-        Steps{{kCount4, y}, {"folder", 1}, {unreadable, ok}}, read);
+    row("selection unreadable", 0, january, false, "ALTER TABLE member RENAME COLUMN code TO code2",
+        Steps{{unreadable, ok}}, read, QStringList{}, 0);
+    row("order lines unreadable", 0, january, false, "ALTER TABLE jyumei RENAME COLUMN line TO line2",
+        Steps{{kCount4, y}, {"folder", 1}, {unreadable, ok}}, read, QStringList{}, 0);
+    row("goods name unreadable", 0, january, false, "ALTER TABLE goods RENAME COLUMN name TO name2",
+        Steps{{kCount4, y}, {"folder", 1}, {unreadable, ok}}, read, QStringList{}, 0);
 }
 
-// Runs that end early: no completion message or marking question, nothing marked, no file before the folder is
-// chosen.
-void BillingTest::endsEarly()
+void BillingTest::runs()
 {
+    QFETCH(int, agency);
     QFETCH(qint64, from);
+    QFETCH(bool, reoutput);
     QFETCH(QString, change);
     QFETCH(test::Steps, steps);
     QFETCH(int, outcome);
+    QFETCH(QStringList, files);
+    QFETCH(int, marked);
     if (!change.isEmpty()) {
         if (home_->backend() == test::Backend::Jet)
             QSKIP(
                 "a Jet file's tables cannot be altered through SQLite; its damaged rows are tested with the database");
         QVERIFY(home_->exec({change}));
     }
-    BillingRequest r = request(0);
-    r.fromDate = from;
-    r.toDate = from + 30;
+    BillingRequest q = request(agency);
+    q.fromDate = from;
+    q.toDate = from + 30;
+    q.reoutput = reoutput;
     test::ScriptedDialogs dialogs;
     test::expectSteps(dialogs, steps, out_->path());
     test::RecordingInteraction ui;
-    QCOMPARE(int(BillingJob(*db_).run(r, ui).outcome), outcome);
+    const BillingResult r = BillingJob(*db_).run(q, ui);
     QVERIFY(dialogs.done());
+    QCOMPARE(int(r.outcome), outcome);
     if (outcome == int(BillingResult::Outcome::NoOrders))
         QCOMPARE(dialogs.shown.first(), QStringLiteral("確認|70|該当件数は０件です")); // Cancel/Try again/Continue
     if (!change.isEmpty())
         QCOMPARE(dialogs.shown.last().section(QLatin1Char('|'), 2), steps.last().first + db_->ErrMsg());
     if (!steps.contains({QStringLiteral("folder"), 1}))
         QVERIFY(QDir(out_->path()).isEmpty());
-    QCOMPARE(cflags(), QStringLiteral("0"));
+    for (qsizetype i = 0; i < files.size(); ++i) {
+        QCOMPARE(r.files.value(i), out_->filePath(files.at(i).section(u'=', 0, 0)));
+        QCOMPARE(test::fileBytes(r.files.value(i)),
+                 test::fileBytes(QStringLiteral(BILLING_GOLDEN_DIR "/") + files.at(i).section(u'=', 1)));
+    }
     QCOMPARE(ui.locks, (QList<bool>{true, false}));
-}
-
-void BillingTest::reoutputAsksNoMarking()
-{
-    test::ScriptedDialogs dialogs;
-    dialogs.expect(QStringLiteral("該当件数は、1件です。作成しますか？"), answer::Yes);
-    dialogs.expectFolder(out_->path());
-    dialogs.expect(test::catalogueText(QStringLiteral("ＣＳＶ出力")), answer::Ok);
-    BillingRequest r = request(1);
-    r.reoutput = true;
-    test::RecordingInteraction ui;
-    QCOMPARE(BillingJob(*db_).run(r, ui).outcome, BillingResult::Outcome::Written);
-    QVERIFY(dialogs.done());
-    QVERIFY(readAll(out_->filePath(QStringLiteral("コンビニ.csv"))).contains("\"00000000000000106\""));
+    if (outcome == int(BillingResult::Outcome::Written)) {
+        QCOMPARE(r.written, r.count);
+        QCOMPARE(ui.statuses, (QStringList{"処理中・・・", ""}));
+        QCOMPARE(home_->scalar(QStringLiteral("select count(*) from operatlog where kubun = 5")), QStringLiteral("1"));
+    }
+    // only the orders written are marked (106 was before)
+    QCOMPARE(r.marked, marked);
+    QCOMPARE(cflags(), QString::number(marked));
+    QCOMPARE(home_->scalar(QStringLiteral("select sum(cflag) from jyuden where denno >= 105")), QStringLiteral("1"));
+    QCOMPARE(home_->scalar(QStringLiteral("select naiyou from operatlog where kubun = 2")),
+             marked ? QStringLiteral("4件、印刷済みに更新") : QStringLiteral("<none>"));
 }
 
 void BillingTest::markingRolledBackAfterElevenAttempts()
 {
     test::ScriptedDialogs dialogs;
-    expectWritten(dialogs, 0);
-    dialogs.expect(kMark, answer::Yes);
+    test::expectSteps(dialogs, writtenFour(0) + test::Steps{{kMark, answer::Yes}}, out_->path());
     dialogs.expect(test::catalogueText(QStringLiteral("記録エラー")), answer::Ok);
     test::RecordingInteraction ui;
     BillingResult r;

@@ -49,13 +49,13 @@ public:
         process_.kill();
         process_.waitForFinished(3000);
     }
-    // Starts the server; with tls also its STARTTLS and implicit TLS listeners, which take mail only after the
-    // login. "" when it listens, otherwise why not.
-    QString start(bool tls = false)
+    // Starts the server with its plain, STARTTLS and implicit TLS listeners (the last two take mail only after the
+    // login). "" when it listens, otherwise why not.
+    QString start()
     {
-        QStringList args{QStringLiteral(MAIL_SINK_DIR "/mail_sink.py"), dir_.path()};
-        if (tls)
-            args << "--tls" << certs_.path() << "--login" << kSinkUser + QLatin1Char(':') + kSinkPassword;
+        const QStringList args{
+            QStringLiteral(MAIL_SINK_DIR "/mail_sink.py"), dir_.path(), "--tls", certs_.path(), "--login",
+            kSinkUser + QLatin1Char(':') + kSinkPassword};
         process_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
         process_.start(QStringLiteral(MAIL_SINK_PYTHON), args);
         // The first line names the ports: "plain=N starttls=N smtps=N".

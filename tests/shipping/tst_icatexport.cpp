@@ -1,5 +1,6 @@
-// The I-CAT export job on a small database: the file line by line against a golden file, the selection, the
-// line rules, the questions and their answers, runs that write nothing, a refused commit and a damaged row.
+// The I-CAT export job on a small database: runs by selection and by the answer about a file already there (the
+// default selection against a golden file, the line rules), runs that write nothing, a refused commit and a damaged
+// row.
 #include "shipping/icatexportjob.h"
 #include "tests/shipping/shippingtest.h"
 #include "tests/support/datarow.h"
@@ -16,15 +17,7 @@ using test::catalogueText;
 using test::kMarkQuestion;
 using test::kUnencodable104;
 const QString kCount5 = test::countQuestion(5);
-
-// After the lines are written: the completion message, the characters of order 104 without a CP932 form, and Yes
-// to the marking question.
-void expectEndOfRun(test::ScriptedDialogs& dialogs)
-{
-    dialogs.expect(catalogueText("ＣＳＶ出力"), answer::Ok);
-    dialogs.expect(kUnencodable104, answer::Ok);
-    dialogs.expect(kMarkQuestion, answer::Yes);
-}
+const QStringList kAll{"20250301", "20250310", "1", "99999999"}; // the default selection: the golden file's lines
 
 QStringList golden()
 {
@@ -47,14 +40,6 @@ IcatExportJob::Input input(const QString& file, int kind = 9)
     return in;
 }
 
-QStringList dennos(const QStringList& lines)
-{
-    QStringList d;
-    for (const QString& l : lines)
-        d << l.section(QLatin1Char(','), 1, 1);
-    return d;
-}
-
 } // namespace
 
 class IcatExportTest : public QObject {
@@ -64,10 +49,8 @@ private slots:
     void cleanup() { test::closeHome(home_, &db_); }
     void labelKinds_data();
     void labelKinds();
-    void goldenFile_data();
-    void goldenFile();
-    void selection_data();
-    void selection();
+    void runs_data();
+    void runs();
     void nothingWritten_data();
     void nothingWritten();
     void aFailedCommitIsNotCounted();
@@ -129,61 +112,100 @@ void IcatExportTest::labelKinds()
     QCOMPARE(got, codes);
 }
 
-void IcatExportTest::selection_data()
+void IcatExportTest::runs_data()
 {
     QTest::addColumn<QStringList>("range"); // from date, to date, from number, to number
     QTest::addColumn<int>("kind");
     QTest::addColumn<bool>("reprint");
-    QTest::addColumn<QString>("exported"); // in file order
+    QTest::addColumn<int>("existing");     // the answer about a file already there; -1: no file there
+    QTest::addColumn<QString>("exported"); // the orders selected, in file order
     QTest::addColumn<QString>("flaggedAfter");
     QTest::addColumn<bool>("swapped");
     QTest::addColumn<QStringList>("written"); // texts the lines hold
-    const QStringList all{"20250301", "20250310", "1", "99999999"};
-    row("number range", QStringList{"20250301", "20250310", "102", "103"}, 9, false, "102 103", "102 103 106", false,
-        QStringList{});
-    row("swapped dates and numbers", QStringList{"20250310", "20250301", " 110", "105"}, 9, false, "110", "106 110",
-        true, QStringList{});
-    row("reprint: flagged orders only, no question", all, 9, true, "106", "106", false, QStringList{});
-    row("end date takes in the later order", QStringList{"20250303", "20250311", "1", "99999999"}, 9, false, "108",
-        "106 108", false, QStringList{});
-    row("kind 4: by ship date before number, commas written as they are", all, 4, false, "122 121", "106", false,
+    const QStringList all = kAll, none;
+    const QString golden = QStringLiteral("101 102 110 103 104"), marked = QStringLiteral("101 102 103 104 106 110");
+    row("new file", all, 9, false, -1, golden, marked, false, none);
+    row("yes overwrites", all, 9, false, int(answer::Yes), golden, marked, false, none);
+    row("no appends", all, 9, false, int(answer::No), golden, marked, false, none);
+    row("cancel writes nothing", all, 9, false, int(answer::Cancel), golden, "106", false, none);
+    row("number range", QStringList{"20250301", "20250310", "102", "103"}, 9, false, -1, "102 103", "102 103 106",
+        false, none);
+    row("swapped dates and numbers", QStringList{"20250310", "20250301", " 110", "105"}, 9, false, -1, "110", "106 110",
+        true, none);
+    row("reprint: flagged orders only, no question", all, 9, true, -1, "106", "106", false, none);
+    row("end date takes in the later order", QStringList{"20250303", "20250311", "1", "99999999"}, 9, false, -1, "108",
+        "106 108", false, none);
+    row("kind 4: by ship date before number, commas written as they are", all, 4, false, -1, "122 121", "106", false,
         QStringList{",山田, 三郎,", ",のし, 赤,"});
-    row("kind 6", all, 6, false, "123", "106", false, QStringList{});
-    row("kind 8", all, 8, false, "124", "106", false, QStringList{});
-    row("kind 10", all, 10, false, "105", "105 106", false, QStringList{});
+    row("kind 6", all, 6, false, -1, "123", "106", false, none);
+    row("kind 8", all, 8, false, -1, "124", "106", false, none);
+    row("kind 10", all, 10, false, -1, "105", "105 106", false, none);
 }
 
-void IcatExportTest::selection()
+// The file and the flags after a run, by the selection and by the answer about a file already there; the default
+// selection's lines are the golden file's.
+void IcatExportTest::runs()
 {
     QFETCH(QStringList, range);
     QFETCH(int, kind);
     QFETCH(bool, reprint);
+    QFETCH(int, existing);
     QFETCH(QString, exported);
     QFETCH(QString, flaggedAfter);
     QFETCH(bool, swapped);
     QFETCH(QStringList, written);
     const QString path = home_->file(QStringLiteral("icat.csv"));
+    const QStringList old{"old,1", "old,2"};
+    if (existing >= 0)
+        QVERIFY(test::writeLines(path, old));
     IcatExportJob::Input in = input(path, kind);
     for (int i = 0; i < 2; ++i) {
         in.yy[i] = range[i].left(4), in.mm[i] = range[i].mid(4, 2), in.dd[i] = range[i].mid(6, 2);
         in.denno[i] = range[2 + i];
     }
     in.reprint = reprint;
+    const bool cancelled = existing == answer::Cancel;
+    const int count = int(exported.count(u' ')) + 1;
     test::ScriptedDialogs dialogs;
-    dialogs.expect(test::countQuestion(int(exported.count(u' ')) + 1), answer::Yes);
-    dialogs.expect(catalogueText("ＣＳＶ出力"), answer::Ok);
-    if (!reprint)
+    dialogs.expect(test::countQuestion(count), answer::Yes);
+    if (existing >= 0)
+        dialogs.expect(QStringLiteral("ファイル <") + path +
+                           QStringLiteral("> が存在します。\r\nデータを上書しますか？\r\nはい:上書 いいえ:追加"),
+                       existing);
+    if (!cancelled)
+        dialogs.expect(catalogueText("ＣＳＶ出力"), answer::Ok);
+    if (!cancelled && exported.contains(QLatin1String("104")))
+        dialogs.expect(kUnencodable104, answer::Ok);
+    if (!cancelled && !reprint)
         dialogs.expect(kMarkQuestion, answer::Yes);
     IcatExportJob job(*db_);
     job.loadShop();
     std::optional<IcatExportJob::Selection> shown;
     job.showSelection = [&](const IcatExportJob::Selection& s) { shown = s; };
     test::RecordingInteraction ui;
-    job.run(in, ui);
+    const auto r = job.run(in, ui);
     QVERIFY(dialogs.done());
-    const QStringList lines = test::readLines(path);
-    QCOMPARE(dennos(lines).join(u' '), exported);
+    if (existing >= 0)
+        QCOMPARE(dialogs.styles.value(1), 35);
+    QStringList lines = test::readLines(path);
+    const QStringList kept = existing == answer::No || cancelled ? old : QStringList();
+    QCOMPARE(lines.mid(0, kept.size()), kept);
+    lines = lines.mid(kept.size());
+    QStringList dennos;
+    for (const QString& l : lines)
+        dennos << l.section(u',', 1, 1);
+    QCOMPARE(dennos.join(u' '), cancelled ? QString() : exported);
+    if (range == kAll && kind == 9 && !reprint)
+        QCOMPARE(lines, cancelled ? QStringList() : golden());
     QCOMPARE(flagged(), flaggedAfter);
+    QCOMPARE(int(r.outcome), int(cancelled ? IcatExportJob::Outcome::Abandoned : IcatExportJob::Outcome::Done));
+    QCOMPARE(r.count, count);
+    QCOMPARE(r.written, cancelled ? 0 : count);
+    QCOMPARE(r.marked, cancelled ? 0 : count); // a reprint flags the flagged orders again
+    QCOMPARE(ui.locks, (QList<bool>{true, false}));
+    QCOMPARE(ui.statuses, (QStringList{QStringLiteral("処理中・・・"), QString()}));
+    QCOMPARE(home_->scalar(QStringLiteral("SELECT count(*) FROM operatlog WHERE syori = 'Ｉ-ＣＡＴデータ作成'")),
+             cancelled ? QStringLiteral("0") : QStringLiteral("1"));
     QCOMPARE(shown.has_value(), swapped);
     if (swapped) {
         QCOMPARE(shown->dateFrom, 20250301);
@@ -193,55 +215,6 @@ void IcatExportTest::selection()
         QCOMPARE(l.section(u',', 2, 2), kind == 9 ? QStringLiteral("0") : QStringLiteral("2"));
     for (const QString& text : written)
         QVERIFY2(lines.join(u'\n').contains(text), qPrintable(text));
-}
-
-void IcatExportTest::goldenFile_data()
-{
-    QTest::addColumn<int>("answer"); // to the question about a file already there; -1: no file there
-    QTest::addColumn<bool>("kept");  // its lines stay before the new ones
-    row("new file", -1, false);
-    row("yes overwrites", int(answer::Yes), false);
-    row("no appends", int(answer::No), true);
-    row("cancel writes nothing", int(answer::Cancel), true);
-}
-
-void IcatExportTest::goldenFile()
-{
-    QFETCH(int, answer);
-    QFETCH(bool, kept);
-    const QString path = home_->file(QStringLiteral("icat.csv"));
-    const QStringList old{"old,1", "old,2"};
-    if (answer >= 0)
-        QVERIFY(test::writeLines(path, old));
-    test::ScriptedDialogs dialogs;
-    dialogs.expect(kCount5, answer::Yes);
-    if (answer >= 0)
-        dialogs.expect(QStringLiteral("ファイル <") + path +
-                           QStringLiteral("> が存在します。\r\nデータを上書しますか？\r\nはい:上書 いいえ:追加"),
-                       answer);
-    if (answer != answer::Cancel)
-        expectEndOfRun(dialogs);
-    test::RecordingInteraction ui;
-    const auto r = run(input(path), &ui);
-    QVERIFY(dialogs.done());
-    if (answer >= 0)
-        QCOMPARE(dialogs.styles.value(1), 35);
-    QCOMPARE(test::readLines(path),
-             (kept ? old : QStringList()) + (answer == answer::Cancel ? QStringList() : golden()));
-    QCOMPARE(ui.locks, (QList<bool>{true, false}));
-    if (answer == answer::Cancel) {
-        QCOMPARE(int(r.outcome), int(IcatExportJob::Outcome::Abandoned));
-        QCOMPARE(flagged(), QStringLiteral("106"));
-        return;
-    }
-    QCOMPARE(int(r.outcome), int(IcatExportJob::Outcome::Done));
-    QCOMPARE(r.count, 5);
-    QCOMPARE(r.written, 5);
-    QCOMPARE(r.marked, 5);
-    QCOMPARE(flagged(), QStringLiteral("101 102 103 104 106 110"));
-    QCOMPARE(ui.statuses, (QStringList{QStringLiteral("処理中・・・"), QString()}));
-    QCOMPARE(home_->scalar(QStringLiteral("SELECT count(*) FROM operatlog WHERE syori = 'Ｉ-ＣＡＴデータ作成'")),
-             QStringLiteral("1"));
 }
 
 void IcatExportTest::nothingWritten_data()
@@ -278,12 +251,10 @@ void IcatExportTest::nothingWritten()
     IcatExportJob::Input in = input(path);
     if (!denno.isEmpty())
         in.denno[0] = in.denno[1] = denno;
-    QString* entries[] = {&in.yy[0], &in.mm[0],    &in.dd[0],    &in.yy[1], &in.mm[1],
-                          &in.dd[1], &in.denno[0], &in.denno[1], &in.file};
-    if (blank >= 0)
-        *entries[blank] = QStringLiteral("  ");
-    if (blank >= 0 && blank < 8)
-        *entries[blank + 1] = QString(); // a later empty entry is not the one named
+    if (blank == 0) // a later empty entry is not the one named
+        in.yy[0] = QStringLiteral("  "), in.mm[0] = QString();
+    if (blank == 8)
+        in.file = QStringLiteral("  ");
     test::ScriptedDialogs dialogs;
     test::expectSteps(dialogs, steps, QString());
     test::RecordingInteraction ui;
@@ -308,7 +279,9 @@ void IcatExportTest::aFailedCommitIsNotCounted()
         QSKIP(qPrintable(why));
     test::ScriptedDialogs dialogs;
     dialogs.expect(kCount5, answer::Yes);
-    expectEndOfRun(dialogs);
+    dialogs.expect(catalogueText("ＣＳＶ出力"), answer::Ok);
+    dialogs.expect(kUnencodable104, answer::Ok);
+    dialogs.expect(kMarkQuestion, answer::Yes);
     dialogs.expectStart(QStringLiteral("記録に失敗しました！\r\n"), answer::Ok);
     const auto r = run(input(home_->file(QStringLiteral("icat.csv"))));
     QVERIFY(dialogs.done());

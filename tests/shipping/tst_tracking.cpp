@@ -1,8 +1,9 @@
 // The tracking number import job: result files line by line against a few orders, the error log, the closing
-// messages, files that cannot be opened, cancel, and the line reader on its own.
+// messages, runs that stop (files that cannot be opened, engine errors, cancel), and the line reader on its own.
 #include "shipping/trackingjob.h"
 #include "tests/shipping/shippingtest.h"
 #include "tests/support/datarow.h"
+#include "tests/support/files.h"
 
 #include <QFile>
 #include <QTest>
@@ -36,11 +37,8 @@ private slots:
     void cleanup() { test::closeHome(home_, &db_); }
     void import_data();
     void import();
-    void filesThatCannotBeOpened_data();
-    void filesThatCannotBeOpened();
-    void cancelKeepsEarlierUpdates();
-    void engineErrorStopsTheRun_data();
-    void engineErrorStopsTheRun();
+    void runsThatStop_data();
+    void runsThatStop();
     void readLine_data();
     void readLine();
 
@@ -117,9 +115,7 @@ void TrackingTest::import()
              rejected.isEmpty() ? QStringLiteral("終了|64") : QStringLiteral("エラー確認|16"));
     QCOMPARE(int(r.outcome), int(TrackingImportJob::Outcome::Done));
     QCOMPARE(okurino().join(u'|'), stored);
-    QFile l(log);
-    QVERIFY(l.open(QIODevice::ReadOnly));
-    QCOMPARE(l.readAll(), logged);
+    QCOMPARE(test::fileBytes(log), logged);
     QCOMPARE(r.lines, qint64(lines.size()));
     QCOMPARE(r.updated, updated);
     QCOMPARE(r.rejected, qint64(rejected.size()));
@@ -130,96 +126,51 @@ void TrackingTest::import()
              QStringLiteral("1"));
 }
 
-void TrackingTest::filesThatCannotBeOpened_data()
+void TrackingTest::runsThatStop_data()
 {
-    QTest::addColumn<QString>("log"); // the error log: a name in the home, "link" or "hard link" to the result file
-    QTest::addColumn<bool>("inputMissing");
-    QTest::addColumn<int>("outcome");
-    const int logError = int(TrackingImportJob::Outcome::LogError);
-    row("result file", "e.txt", true, int(TrackingImportJob::Outcome::InputError));
-    row("error log", "no folder/e.txt", false, logError);
-    row("error log is the result file by another path", "./result.csv", false, logError);
-    row("error log is a link to the result file", "link", false, logError);
-    row("error log is a hard link to the result file", "hard link", false, logError);
-}
-
-void TrackingTest::filesThatCannotBeOpened()
-{
-    QFETCH(QString, log);
-    QFETCH(bool, inputMissing);
-    QFETCH(int, outcome);
-    const QString in = home_->file(QStringLiteral("result.csv"));
-    QVERIFY(writeLines(in, {resultLine("201", "412345678901")}));
-    const QByteArray before = cp932(resultLine("201", "412345678901")) + "\r\n";
-    QString logPath = home_->file(log);
-    if (log == QLatin1String("link")) {
-        logPath = home_->file(QStringLiteral("e.txt"));
-        QVERIFY(QFile::link(in, logPath));
-    } else if (log == QLatin1String("hard link")) {
-        logPath = home_->file(QStringLiteral("e.txt"));
-        QCOMPARE(::link(QFile::encodeName(in).constData(), QFile::encodeName(logPath).constData()), 0);
-    }
-    test::ScriptedDialogs dialogs;
-    dialogs.expect(test::catalogueText(QStringLiteral("ファイルエラー")), answer::Ok);
-    test::RecordingInteraction ui;
-    TrackingImportJob job(*db_);
-    const auto r =
-        inputMissing ? job.run(home_->file(QStringLiteral("none.csv")), logPath, ui) : job.run(in, logPath, ui);
-    QVERIFY(dialogs.done());
-    QCOMPARE(int(r.outcome), outcome);
-    QCOMPARE(okurino().value(0), QString());
-    if (log == QLatin1String("e.txt"))
-        QCOMPARE(QFile::exists(logPath), false);
-    QFile result(in);
-    QVERIFY(result.open(QIODevice::ReadOnly));
-    QCOMPARE(result.readAll(), before); // the carrier's file is never cut
-    QCOMPARE(ui.locks, (QList<bool>{true, false}));
-}
-
-void TrackingTest::cancelKeepsEarlierUpdates()
-{
-    const QString in = home_->file(QStringLiteral("result.csv")), log = home_->file(QStringLiteral("error.txt"));
-    QVERIFY(writeLines(in, {resultLine("201", "411"), resultLine("999", "499"), resultLine("203", "433")}));
-    test::ScriptedDialogs dialogs; // no closing message
-    test::RecordingInteraction ui;
-    ui.cancelAfterYields = 3; // F6 confirmed while the second line was read
-    TrackingImportJob job(*db_);
-    const auto r = job.run(in, log, ui);
-    QVERIFY(dialogs.done());
-    QCOMPARE(int(r.outcome), int(TrackingImportJob::Outcome::Stopped));
-    QCOMPARE(okurino(), (QStringList{"411", "400000000002", "", "777"}));
-    QCOMPARE(readLines(log).size(), 1);
-    QCOMPARE(home_->scalar(QStringLiteral("SELECT count(*) FROM operatlog WHERE syori = 'Ｉ-ＣＡＴデータ読込'")),
-             QStringLiteral("0"));
-}
-
-void TrackingTest::engineErrorStopsTheRun_data()
-{
-    QTest::addColumn<bool>("damaged"); // order 202's row unreadable in a Jet file, else its commit refused
-    QTest::addColumn<QStringList>("orders");
-    QTest::addColumn<QString>("message");
+    // "damaged": order 202's row unreadable in a Jet file; "refused": its commit refused; "cancel": F6 confirmed
+    QTest::addColumn<QString>("how");
+    QTest::addColumn<QStringList>("orders"); // the result file's lines; none: no result file
+    QTest::addColumn<QString>("log");        // the error log: a name in the home, or "hard link" to the result file
+    QTest::addColumn<QString>("message");    // how the one message starts; "": none
     QTest::addColumn<int>("outcome");
     QTest::addColumn<QStringList>("stored"); // okurino of 201..204 afterwards
-    row("lookup fails", true, QStringList{"202", "201"}, "データ参照エラーです。\r\n\r\n",
-        int(TrackingImportJob::Outcome::ReadFailed), QStringList{"", "400000000002", "", "777"});
+    QTest::addColumn<int>("logged");         // the lines the error log holds; -1: there is none
+    using O = TrackingImportJob::Outcome;
+    const QStringList one{"201"}, untouched{"", "400000000002", "", "777"};
+    const QString fileError = test::catalogueText(QStringLiteral("ファイルエラー"));
+    const QString log = QStringLiteral("error.txt"), saveError = QStringLiteral("記録に失敗しました！\r\n");
+    row("no result file", "", QStringList{}, log, fileError, int(O::InputError), untouched, -1);
+    row("error log in no folder", "", one, "no folder/e.txt", fileError, int(O::LogError), untouched, -1);
+    // the result file is read, never made the log (the one line there is its own)
+    row("error log is the result file by another path", "", one, "./result.csv", fileError, int(O::LogError), untouched,
+        1);
+    row("error log is a hard link to the result file", "", one, "hard link", fileError, int(O::LogError), untouched, 1);
+    row("lookup fails", "damaged", QStringList{"202", "201"}, log, "データ参照エラーです。\r\n\r\n", int(O::ReadFailed),
+        untouched, 0);
     // a row on a damaged page: the update fails too
-    row("update fails", true, QStringList{"201", "203"}, "記録に失敗しました！\r\n",
-        int(TrackingImportJob::Outcome::SaveFailed), QStringList{"", "400000000002", "", "777"});
-    row("commit refused", false, QStringList{"201", "202", "203"}, "記録に失敗しました！\r\n",
-        int(TrackingImportJob::Outcome::SaveFailed), QStringList{"4201", "400000000002", "", "777"});
+    row("update fails", "damaged", QStringList{"201", "203"}, log, saveError, int(O::SaveFailed), untouched, 0);
+    row("commit refused", "refused", QStringList{"201", "202", "203"}, log, saveError, int(O::SaveFailed),
+        QStringList{"4201", "400000000002", "", "777"}, 0);
+    // while the second line was read: the line before kept
+    row("cancel", "cancel", QStringList{"201", "999", "203"}, log, "", int(O::Stopped),
+        QStringList{"4201", "400000000002", "", "777"}, 1);
 }
 
-// Neither an unknown order nor a stored number: the engine's text, no closing message, the rest left unread.
-void TrackingTest::engineErrorStopsTheRun()
+// Neither an unknown order nor a stored number: the engine's text, a file error or the user's stop, no closing
+// message and no log row, the rest left unread and the result file as it was.
+void TrackingTest::runsThatStop()
 {
-    QFETCH(bool, damaged);
+    QFETCH(QString, how);
     QFETCH(QStringList, orders);
+    QFETCH(QString, log);
     QFETCH(QString, message);
     QFETCH(int, outcome);
     QFETCH(QStringList, stored);
+    QFETCH(int, logged);
     std::optional<test::TestHome> jet;
     std::optional<test::DamagedJetRow> damage;
-    if (damaged) {
+    if (how == QLatin1String("damaged")) {
         if (test::backendUnderTest() != test::Backend::Sqlite)
             QSKIP("makes a Jet home of its own: once is enough");
         db_.reset();
@@ -231,25 +182,36 @@ void TrackingTest::engineErrorStopsTheRun()
         QVERIFY2(damage->ok(), qPrintable(damage->error()));
         db_ = std::make_unique<clsDbClass>();
         QVERIFY(db_->OpenDb());
-    } else {
+    } else if (how == QLatin1String("refused")) {
         QString why;
         if (!test::refuseCommitsOfOrder(*db_, 202, &why))
             QSKIP(qPrintable(why));
     }
     test::TestHome* home = jet ? &*jet : home_.get();
-    const QString in = home->file(QStringLiteral("result.csv")), log = home->file(QStringLiteral("error.txt"));
+    const QString in = home->file(QStringLiteral("result.csv"));
     QStringList lines;
     for (const QString& denno : orders)
         lines << resultLine(denno, QLatin1Char('4') + denno);
-    QVERIFY(writeLines(in, lines));
+    QVERIFY(orders.isEmpty() || writeLines(in, lines));
+    const QByteArray before = test::fileBytes(in);
+    if (log == QLatin1String("hard link"))
+        QCOMPARE(::link(QFile::encodeName(in).constData(), QFile::encodeName(home->file("e.txt")).constData()), 0);
+    log = home->file(log == QLatin1String("hard link") ? QStringLiteral("e.txt") : log);
     test::ScriptedDialogs dialogs;
-    dialogs.expectStart(message, answer::Ok);
+    if (!message.isEmpty())
+        dialogs.expectStart(message, answer::Ok);
     test::RecordingInteraction ui;
+    if (how == QLatin1String("cancel"))
+        ui.cancelAfterYields = 3;
     const auto r = TrackingImportJob(*db_).run(in, log, ui);
     QVERIFY(dialogs.done());
     QCOMPARE(int(r.outcome), outcome);
     QCOMPARE(r.updated, qint64(stored.first().isEmpty() ? 0 : 1));
-    QCOMPARE(readLines(log), QStringList());
+    QCOMPARE(QFile::exists(log) ? readLines(log).size() : -1, logged);
+    QCOMPARE(test::fileBytes(in), before);
+    QCOMPARE(ui.locks, (QList<bool>{true, false}));
+    QCOMPARE(home->scalar(QStringLiteral("SELECT count(*) FROM operatlog WHERE syori = 'Ｉ-ＣＡＴデータ読込'")),
+             QStringLiteral("0"));
     db_.reset();
     damage.reset();
     QCOMPARE(okurino(home), stored);
@@ -271,7 +233,6 @@ void TrackingTest::readLine_data()
     QTest::newRow("negative") << cp932(resultLine("-3", "5")) << true << -3 << "5";
     QTest::newRow("46 fields") << QByteArray("a,15") + QByteArray(44, ',') << true << 15 << "old";
     QTest::newRow("not CP932") << QByteArray("a,\x81\x20,x") << false << 7 << "old";
-    QTest::newRow("a UTF-8 name") << resultLine("14", "488").toUtf8() << true << 14 << "488";
     QTest::newRow("bytes of no encoding elsewhere") << QByteArray("\x81\x20,16,\"\xFF,\"") << true << 16 << "old";
 }
 
