@@ -32,11 +32,20 @@ DeclaredType splitDeclared(QStringView s)
         while (i < n && isBlank(s[i]))
             ++i;
     };
-    auto digits = [&] {
+    auto number = [&] {
         const qsizetype from = i;
         while (i < n && s[i].isDigit() && s[i].unicode() < 0x80)
             ++i;
-        return s.mid(from, i - from);
+        const QStringView digits = s.mid(from, i - from);
+        blanks();
+        return digits;
+    };
+    auto take = [&](char c) {
+        if (i >= n || s[i] != QLatin1Char(c))
+            return false;
+        ++i;
+        blanks();
+        return true;
     };
     blanks();
     const qsizetype from = i;
@@ -46,25 +55,10 @@ DeclaredType splitDeclared(QStringView s)
     if (name.isEmpty())
         return d;
     blanks();
-    if (i < n && s[i] == QLatin1Char('(')) {
-        ++i;
-        blanks();
-        d.size = digits();
-        if (d.size.isEmpty())
+    if (take('(')) {
+        d.size = number();
+        if (d.size.isEmpty() || (take(',') && (d.scale = number()).isEmpty()) || !take(')'))
             return d;
-        blanks();
-        if (i < n && s[i] == QLatin1Char(',')) {
-            ++i;
-            blanks();
-            d.scale = digits();
-            if (d.scale.isEmpty())
-                return d;
-            blanks();
-        }
-        if (i >= n || s[i] != QLatin1Char(')'))
-            return d;
-        ++i;
-        blanks();
     }
     if (i != n)
         return d;
