@@ -95,6 +95,10 @@ void TstPrograms::runnerExitCodes_data()
                                  << "{\"affected\":1}\n";
     QTest::newRow("offset with a word for a number")
         << QStringList{"offset", "set", "1", "1", "1.25", "x", "3"} << "TOP, LEFT and HEIGHT are numbers" << 2 << "";
+    QTest::newRow("offset get of a missing row") << QStringList{"offset", "get", "1", "3"} << "no row" << 1 << "";
+    QTest::newRow("offset set") << QStringList{"offset", "set", "1", "3", "45", "-1.25", "2"} << "" << 0 << "";
+    QTest::newRow("offset get as the dialog shows it")
+        << QStringList{"offset", "get", "1", "3"} << "" << 0 << "30.0 -1.3 2.0\n";
     QTest::newRow("demo over a home") << QStringList{"demo"} << "exists" << 1 << "";
     QTest::newRow("mail without a server") << QStringList{"mail", "--to", "a@example.jp"} << "usage" << 2 << "";
 }

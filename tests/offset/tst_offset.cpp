@@ -2,8 +2,8 @@
 #include "app/db/dbglobals.h"
 #include "offset/frmoffset.h"
 #include "offset/offsetjob.h"
-#include "tests/support/heldlock.h"
 #include "tests/support/enabledstate.h"
+#include "tests/support/heldlock.h"
 
 #include <QLabel>
 #include <QLineEdit>
@@ -41,9 +41,8 @@ private slots:
     void load();
     void fieldLimits_data();
     void fieldLimits();
-    void typingStaysWithinTheField();
-    void saveCreatesMissingRow();
-    void saveUpdatesRowByKeyboard();
+    void save_data();
+    void save();
     void saveAgainstLockedRow();
 
 private:
@@ -101,6 +100,7 @@ void OffsetTest::fieldLimits_data()
     row("rounded half up", "1.25", "  1.3");
     row("negative rounded", "-0.04", "  0.0");
     row("empty", "", "  0.0");
+    row("letters and a sixth byte refused", "-12a,.55", "-12.5");
 }
 
 void OffsetTest::fieldLimits()
@@ -112,63 +112,46 @@ void OffsetTest::fieldLimits()
     QVERIFY(QTest::qWaitForWindowActive(&o.dialog));
     for (QLineEdit* box : {o.dialog.txtTop, o.dialog.txtLeft, o.dialog.txtHight}) {
         box->setFocus();
-        box->setText(typed);
+        box->clear();
+        QTest::keyClicks(box, typed);
         QTest::keyClick(box, Qt::Key_Return); // leaves the field
         QVERIFY(!box->hasFocus());
         QCOMPARE(box->text(), shown);
     }
 }
 
-void OffsetTest::typingStaysWithinTheField()
+void OffsetTest::save_data()
 {
-    test::ScriptedDialogs dialogs;
-    Opened o(2, 7);
-    QVERIFY(QTest::qWaitForWindowActive(&o.dialog));
-    QLineEdit* box = o.dialog.txtTop;
-    box->setFocus();
-    box->selectAll();
-    QTest::keyClicks(box, QStringLiteral("-12a,.55"));
-    QCOMPARE(box->text(), QStringLiteral("-12.5")); // letters refused, five bytes at most
-    QTest::keyClick(box, Qt::Key_Escape);
-    QCOMPARE(box->text(), QStringLiteral("  1.5"));
+    QTest::addColumn<int>("code");
+    QTest::addColumn<QStringList>("typed"); // top, left, height
+    QTest::addColumn<QStringList>("saved");
+    QTest::addColumn<int>("rows"); // in the table afterwards
+    QTest::newRow("a new row") << 8 << QStringList{" 3.5", "-1.0 ", ""} << QStringList{"3.5", "-1", "0"} << 2;
+    QTest::newRow("the row there") << 7 << QStringList{"30.0", " -2.0", " 12.3"} << QStringList{"30", "-2", "12.3"}
+                                   << 1;
 }
 
-void OffsetTest::saveCreatesMissingRow()
+void OffsetTest::save()
 {
+    QFETCH(int, code);
+    QFETCH(QStringList, typed);
+    QFETCH(QStringList, saved);
+    QFETCH(int, rows);
     test::ScriptedDialogs dialogs;
-    Opened o(2, 8);
-    o.dialog.txtTop->setText(QStringLiteral(" 3.5"));
-    o.dialog.txtLeft->setText(QStringLiteral("-1.0 "));
-    o.dialog.txtHight->setText(QString());
+    Opened o(2, code);
+    o.dialog.txtTop->setText(typed[0]);
+    o.dialog.txtLeft->setText(typed[1]);
+    o.dialog.txtHight->setText(typed[2]);
     o.dialog.cmdOk->click();
     QVERIFY(!o.dialog.isVisible());
     QCOMPARE(o.dialog.result(), int(QDialog::Accepted));
-    const QString row = QStringLiteral(" from offset where kubun = 2 and code = 8");
-    QCOMPARE(home_->scalar(QStringLiteral("select count(*)") + row), QStringLiteral("1"));
-    for (const auto& [column, value] : {std::pair{"[top]", "3.5"}, {"[left]", "-1"}, {"hight", "0"}})
-        QCOMPARE(home_->scalar(QStringLiteral("select ") + column + row), QString::fromLatin1(value));
-    // The row that was there is untouched.
-    QCOMPARE(home_->scalar(QStringLiteral("select [top] from offset where kubun = 2 and code = 7")),
-             QStringLiteral("1.5"));
-}
-
-void OffsetTest::saveUpdatesRowByKeyboard()
-{
-    test::ScriptedDialogs dialogs;
-    Opened o(2, 7);
-    QVERIFY(QTest::qWaitForWindowActive(&o.dialog));
-    o.dialog.txtTop->setFocus(Qt::TabFocusReason);
-    QTest::keyClicks(o.dialog.txtTop, QStringLiteral("45"));
-    for (int i = 0; i < 3; ++i)
-        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Return); // through left and height to OK
-    QCOMPARE(QApplication::focusWidget(), o.dialog.cmdOk);
-    QTest::keyClick(o.dialog.cmdOk, Qt::Key_Return);
-    QCOMPARE(o.dialog.result(), int(QDialog::Accepted));
-    QCOMPARE(home_->scalar(QStringLiteral("select [top] from offset where kubun = 2 and code = 7")),
-             QStringLiteral("30"));
-    QCOMPARE(home_->scalar(QStringLiteral("select hight from offset where kubun = 2 and code = 7")).left(4),
-             QStringLiteral("12.3"));
-    QCOMPARE(home_->scalar(QStringLiteral("select count(*) from offset")), QStringLiteral("1"));
+    QStringList got;
+    for (const char* column : {"[top]", "[left]", "hight"})
+        got << home_
+                   ->scalar(QStringLiteral("select %1 from offset where kubun = 2 and code = %2").arg(column).arg(code))
+                   .left(4);
+    QCOMPARE(got, saved);
+    QCOMPARE(home_->scalar(QStringLiteral("select count(*) from offset")), QString::number(rows));
 }
 
 void OffsetTest::saveAgainstLockedRow()
