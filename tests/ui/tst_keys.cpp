@@ -276,24 +276,17 @@ void KeysTest::typing_data()
     QTest::addColumn<bool>("ime"); // through the input method, else key by key
     QTest::addColumn<QString>("result");
     const int none = 32767; // the box's own limit
-    QTest::newRow("kind 0") << "0" << none << "" << 0 << " 09,-.a" << false << " 09,";
-    QTest::newRow("kind 1") << "1" << none << "" << 0 << "9-,." << false << "9-";
-    QTest::newRow("kind 2") << "2" << none << "" << 0 << "9.-," << false << "9.";
-    QTest::newRow("kind 3") << "3" << none << "" << 0 << "-9.,a" << false << "-9.";
+    QTest::newRow("a digit kind") << "3" << none << "" << 0 << "-9.,a" << false << "-9.";
     const QString symbols = QStringLiteral("aZ!\"#$%&()=~|-^\\`{@[+*};:]<>?_,./");
     QTest::newRow("kind 4 symbols") << "4" << none << "" << 0 << symbols << false << symbols;
     QTest::newRow("kind 4 refuses apostrophe and kana") << "4" << none << "" << 0 << "a'ｱ" << false << "a";
     QTest::newRow("kind 5 takes apostrophe and kana") << "5" << none << "" << 0 << "a'ｱﾟｰ｡" << false << "a'ｱﾟｰ｡";
     QTest::newRow("kind 5 refuses hiragana") << "5" << none << "" << 0 << "あ" << false << "";
-    QTest::newRow("kind 6") << "6" << none << "" << 0 << "12,-. " << false << "12 ";
-    QTest::newRow("kind 7") << "7" << none << "" << 0 << "1,-." << false << "1,-";
     QTest::newRow("kind 8 refuses 0") << "8" << none << "" << 0 << "0a9Z-" << false << "a9Z";
-    QTest::newRow("kind 9") << "9" << none << "" << 0 << "1,.-" << false << "1,.";
     QTest::newRow("empty kind takes all") << "" << none << "" << 0 << "a'あ0" << false << "a'あ0";
     QTest::newRow("double-byte over") << "" << 4 << "abc" << 0 << "あ" << false << "abc";
     QTest::newRow("double-byte fits") << "" << 4 << "ab" << 0 << "あ" << false << "abあ";
     QTest::newRow("double-byte text") << "" << 4 << "漢字" << 0 << "a" << false << "漢字";
-    QTest::newRow("half-width kana is one byte") << "" << 4 << "ｱｲｳ" << 0 << "a" << false << "ｱｲｳa";
     QTest::newRow("whole text selected: emptied") << "" << 4 << "abcd" << 4 << "x" << false << "x";
     QTest::newRow("selection not subtracted") << "" << 4 << "abcd" << 2 << "x" << false << "abcd";
     QTest::newRow("no byte limit") << "" << none << "abcdefgh" << 0 << "あ" << false << "abcdefghあ";
