@@ -1,4 +1,4 @@
-// frmOffset against a fresh database: load, field limits, save of a new and an existing row, save against a lock.
+// frmOffset against a fresh database: the row shown and saved, field limits, a save against a lock.
 #include "app/db/dbglobals.h"
 #include "offset/frmoffset.h"
 #include "offset/offsetjob.h"
@@ -37,8 +37,6 @@ class OffsetTest : public QObject {
 private slots:
     void init();
     void cleanup();
-    void load_data();
-    void load();
     void fieldLimits_data();
     void fieldLimits();
     void save_data();
@@ -64,27 +62,6 @@ void OffsetTest::cleanup()
 {
     fnCloseDB(1);
     home_.reset();
-}
-
-void OffsetTest::load_data()
-{
-    QTest::addColumn<int>("kind");
-    QTest::addColumn<int>("code");
-    QTest::addColumn<QStringList>("shown");
-    QTest::newRow("row") << 2 << 7 << QStringList{"  1.5", " -2.0", " 12.3"};
-    QTest::newRow("no row") << 2 << 8 << QStringList{"", "", ""};
-    QTest::newRow("other kind") << 3 << 7 << QStringList{"", "", ""};
-}
-
-void OffsetTest::load()
-{
-    QFETCH(int, kind);
-    QFETCH(int, code);
-    QFETCH(QStringList, shown);
-    test::ScriptedDialogs dialogs;
-    Opened o(kind, code);
-    QCOMPARE((QStringList{o.dialog.txtTop->text(), o.dialog.txtLeft->text(), o.dialog.txtHight->text()}), shown);
-    QVERIFY(!o.dialog.lblName->text().isEmpty());
 }
 
 void OffsetTest::fieldLimits_data()
@@ -122,34 +99,44 @@ void OffsetTest::fieldLimits()
 
 void OffsetTest::save_data()
 {
+    QTest::addColumn<int>("kind");
     QTest::addColumn<int>("code");
-    QTest::addColumn<QStringList>("typed"); // top, left, height
+    QTest::addColumn<QStringList>("shown"); // top, left, height on opening
+    QTest::addColumn<QStringList>("typed");
     QTest::addColumn<QStringList>("saved");
     QTest::addColumn<int>("rows"); // in the table afterwards
-    QTest::newRow("a new row") << 8 << QStringList{" 3.5", "-1.0 ", ""} << QStringList{"3.5", "-1", "0"} << 2;
-    QTest::newRow("the row there") << 7 << QStringList{"30.0", " -2.0", " 12.3"} << QStringList{"30", "-2", "12.3"}
-                                   << 1;
+    const QStringList none{"", "", ""};
+    QTest::newRow("the row there") << 2 << 7 << QStringList{"  1.5", " -2.0", " 12.3"}
+                                   << QStringList{"30.0", " -2.0", " 12.3"} << QStringList{"30", "-2", "12.3"} << 1;
+    QTest::newRow("no row of that code") << 2 << 8 << none << QStringList{" 3.5", "-1.0 ", ""}
+                                         << QStringList{"3.5", "-1", "0"} << 2;
+    QTest::newRow("no row of that kind") << 3 << 7 << none << QStringList{"1", "2", "3"} << QStringList{"1", "2", "3"}
+                                         << 2;
 }
 
 void OffsetTest::save()
 {
+    QFETCH(int, kind);
     QFETCH(int, code);
+    QFETCH(QStringList, shown);
     QFETCH(QStringList, typed);
     QFETCH(QStringList, saved);
     QFETCH(int, rows);
     test::ScriptedDialogs dialogs;
-    Opened o(2, code);
-    o.dialog.txtTop->setText(typed[0]);
-    o.dialog.txtLeft->setText(typed[1]);
-    o.dialog.txtHight->setText(typed[2]);
+    Opened o(kind, code);
+    QLineEdit* const boxes[] = {o.dialog.txtTop, o.dialog.txtLeft, o.dialog.txtHight};
+    QVERIFY(!o.dialog.lblName->text().isEmpty());
+    for (int i = 0; i < 3; ++i) {
+        QCOMPARE(boxes[i]->text(), shown[i]);
+        boxes[i]->setText(typed[i]);
+    }
     o.dialog.cmdOk->click();
     QVERIFY(!o.dialog.isVisible());
     QCOMPARE(o.dialog.result(), int(QDialog::Accepted));
+    const QString row = QStringLiteral(" from offset where kubun = %1 and code = %2").arg(kind).arg(code);
     QStringList got;
     for (const char* column : {"[top]", "[left]", "hight"})
-        got << home_
-                   ->scalar(QStringLiteral("select %1 from offset where kubun = 2 and code = %2").arg(column).arg(code))
-                   .left(4);
+        got << home_->scalar(QStringLiteral("select ") + column + row).left(4);
     QCOMPARE(got, saved);
     QCOMPARE(home_->scalar(QStringLiteral("select count(*) from offset")), QString::number(rows));
 }
