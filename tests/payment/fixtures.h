@@ -40,12 +40,12 @@ inline QStringList shopRows()
 
 const QString kStart = QStringLiteral("作業を開始しますか？");
 
-// The dialogs of a run that goes to its end: start, closing count, backup declined.
-inline void expectFullRun(ScriptedDialogs& d, int posted)
+// The dialogs of a run that goes to its end: start, closing count, the backup question.
+inline void expectFullRun(ScriptedDialogs& d, qint64 posted, int backup = answer::No)
 {
     d.expect(kStart, answer::Yes);
     d.expect(QString::number(posted) + QStringLiteral("件の入金処理をしました"), answer::Ok);
-    d.expect(QStringLiteral("読込データをバックアップしますか？"), answer::No);
+    d.expect(QStringLiteral("読込データをバックアップしますか？"), backup);
 }
 
 // The shop's home for one test with the program's connection open (attempts against a lock kept short).

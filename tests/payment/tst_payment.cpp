@@ -283,9 +283,7 @@ void PaymentTest::outcomes()
     QFETCH(int, screenDate);
     const QString path = mt(bytes);
     ScriptedDialogs d;
-    d.expect(kStart, answer::Yes);
-    d.expect(QString::number(totals[0]) + QStringLiteral("件の入金処理をしました"), answer::Ok);
-    d.expect(QStringLiteral("読込データをバックアップしますか？"), answer::Yes);
+    expectFullRun(d, totals[0], answer::Yes);
     const QDateTime started = QDateTime::currentDateTime();
     Run r;
     const int dateKind = screenDate ? PaymentImportJob::ScreenDate : PaymentImportJob::RecordDate;
