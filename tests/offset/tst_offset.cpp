@@ -2,8 +2,10 @@
 #include "app/db/dbglobals.h"
 #include "offset/frmoffset.h"
 #include "offset/offsetjob.h"
+#include "tests/support/datarow.h"
 #include "tests/support/enabledstate.h"
 #include "tests/support/heldlock.h"
+#include "tests/support/suitehome.h"
 
 #include <QLabel>
 #include <QLineEdit>
@@ -11,6 +13,7 @@
 #include <QTest>
 
 using namespace pel;
+using test::row;
 
 namespace {
 
@@ -35,8 +38,12 @@ struct Opened {
 class OffsetTest : public QObject {
     Q_OBJECT
 private slots:
-    void init();
-    void cleanup();
+    void init()
+    {
+        qputenv("PEL008_LOCK_WAIT_MS", "20");
+        test::openHome(home_, {QStringLiteral("INSERT INTO offset VALUES (2, 7, 1.5, -2, 12.3)")});
+    }
+    void cleanup() { test::closeHome(home_); }
     void fieldLimits_data();
     void fieldLimits();
     void save_data();
@@ -47,30 +54,10 @@ private:
     std::unique_ptr<test::TestHome> home_;
 };
 
-void OffsetTest::init()
-{
-    qputenv("PEL008_LOCK_WAIT_MS", "20");
-    if (test::backendUnderTest() == test::Backend::Postgres && test::testServer().isEmpty())
-        QSKIP("PEL008_TEST_PG is not set");
-    home_ = std::make_unique<test::TestHome>();
-    QVERIFY2(home_->ok(), qPrintable(home_->error()));
-    QVERIFY(home_->exec({QStringLiteral("INSERT INTO offset VALUES (2, 7, 1.5, -2, 12.3)")}));
-    QVERIFY(fnOpenDB(1));
-}
-
-void OffsetTest::cleanup()
-{
-    fnCloseDB(1);
-    home_.reset();
-}
-
 void OffsetTest::fieldLimits_data()
 {
     QTest::addColumn<QString>("typed");
     QTest::addColumn<QString>("shown");
-    const auto row = [](const char* name, const char* typed, const char* shown) {
-        QTest::newRow(name) << QString::fromLatin1(typed) << QString::fromLatin1(shown);
-    };
     row("above", "45", " 30.0");
     row("below", "-31.25", "-30.0");
     row("limit", "-30", "-30.0");

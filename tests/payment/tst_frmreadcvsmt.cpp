@@ -1,4 +1,4 @@
-// The payment import screen end to end with scripted dialogs, and the result report's groups and PDF.
+// The payment import screen end to end with scripted dialogs, and the result report's groups and preview.
 #include "app/db/dbglobals.h"
 #include "app/home.h"
 #include "app/inifile.h"
