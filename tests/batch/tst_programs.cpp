@@ -22,7 +22,7 @@ private slots:
     void programEndsSilently();
     void runnerExitCodes_data();
     void runnerExitCodes();
-    void suiteJetFileOpensThroughTheConnectionRule();
+    void jetCommandListsTables();
     void demoHomeOnPostgres();
 
 private:
@@ -52,7 +52,6 @@ void TstPrograms::programEndsSilently_data()
     QTest::addColumn<QStringList>("args");
     QTest::addColumn<QString>("error"); // the run-time error; none: the program ends with 0
     QTest::newRow("no argument") << QStringList{} << "";
-    QTest::newRow("3") << QStringList{"3"} << "";
     QTest::newRow("01") << QStringList{"01"} << "";
     QTest::newRow("leading spaces") << QStringList{"  1"} << "";
     QStringList twelve;
@@ -95,6 +94,10 @@ void TstPrograms::runnerExitCodes_data()
                                  << "{\"affected\":1}\n";
     QTest::newRow("offset with a word for a number")
         << QStringList{"offset", "set", "1", "1", "1.25", "x", "3"} << "TOP, LEFT and HEIGHT are numbers" << 2 << "";
+    QTest::newRow("offset get of a missing row") << QStringList{"offset", "get", "1", "3"} << "no row" << 1 << "";
+    QTest::newRow("offset set") << QStringList{"offset", "set", "1", "3", "45", "-1.25", "2"} << "" << 0 << "";
+    QTest::newRow("offset get as the dialog shows it")
+        << QStringList{"offset", "get", "1", "3"} << "" << 0 << "30.0 -1.3 2.0\n";
     QTest::newRow("demo over a home") << QStringList{"demo"} << "exists" << 1 << "";
     QTest::newRow("mail without a server") << QStringList{"mail", "--to", "a@example.jp"} << "usage" << 2 << "";
 }
@@ -112,7 +115,7 @@ void TstPrograms::runnerExitCodes()
     QCOMPARE(r.out, stdoutIs);
 }
 
-void TstPrograms::suiteJetFileOpensThroughTheConnectionRule()
+void TstPrograms::jetCommandListsTables()
 {
     QTemporaryDir home;
     const QString db = home.filePath(QStringLiteral("data1.dat"));
@@ -120,10 +123,6 @@ void TstPrograms::suiteJetFileOpensThroughTheConnectionRule()
     QFile::setPermissions(db, QFile::ReadOwner | QFile::WriteOwner);
     std::string error;
     QVERIFY2(jet::setPassword(db.toStdString(), "VelQuarto", &error) == 0, error.c_str());
-    const QStringList sql{"sql", "select A, C, sum(D) from Table1 where C = 2 group by A, C"};
-    const Ran ok = batch(sql, home.path());
-    QVERIFY2(ok.code == 0, qPrintable(ok.err));
-    QCOMPARE(ok.out, QStringLiteral("A,C,Expr1000\nabcdefg,2,222\n"));
     const Ran listed = batch({"jet", db, "--password", "VelQuarto"}, home.path());
     QVERIFY2(listed.code == 0 && listed.out.contains(QStringLiteral("Table1\t")), qPrintable(listed.err));
 }

@@ -1,9 +1,11 @@
-// frmOffset against a fresh database: load, field limits, save of a new and an existing row, save against a lock.
+// frmOffset against a fresh database: the row shown and saved, field limits, a save against a lock.
 #include "app/db/dbglobals.h"
 #include "offset/frmoffset.h"
 #include "offset/offsetjob.h"
-#include "tests/support/heldlock.h"
+#include "tests/support/datarow.h"
 #include "tests/support/enabledstate.h"
+#include "tests/support/heldlock.h"
+#include "tests/support/suitehome.h"
 
 #include <QLabel>
 #include <QLineEdit>
@@ -11,6 +13,7 @@
 #include <QTest>
 
 using namespace pel;
+using test::row;
 
 namespace {
 
@@ -35,72 +38,33 @@ struct Opened {
 class OffsetTest : public QObject {
     Q_OBJECT
 private slots:
-    void init();
-    void cleanup();
-    void load_data();
-    void load();
+    void init()
+    {
+        qputenv("PEL008_LOCK_WAIT_MS", "20");
+        test::openHome(home_, {QStringLiteral("INSERT INTO offset VALUES (2, 7, 1.5, -2, 12.3)")});
+    }
+    void cleanup() { test::closeHome(home_); }
     void fieldLimits_data();
     void fieldLimits();
-    void typingStaysWithinTheField();
-    void saveCreatesMissingRow();
-    void saveUpdatesRowByKeyboard();
+    void save_data();
+    void save();
     void saveAgainstLockedRow();
 
 private:
     std::unique_ptr<test::TestHome> home_;
 };
 
-void OffsetTest::init()
-{
-    qputenv("PEL008_LOCK_WAIT_MS", "20");
-    if (test::backendUnderTest() == test::Backend::Postgres && test::testServer().isEmpty())
-        QSKIP("PEL008_TEST_PG is not set");
-    home_ = std::make_unique<test::TestHome>();
-    QVERIFY2(home_->ok(), qPrintable(home_->error()));
-    QVERIFY(home_->exec({QStringLiteral("INSERT INTO offset VALUES (2, 7, 1.5, -2, 12.3)")}));
-    QVERIFY(fnOpenDB(1));
-}
-
-void OffsetTest::cleanup()
-{
-    fnCloseDB(1);
-    home_.reset();
-}
-
-void OffsetTest::load_data()
-{
-    QTest::addColumn<int>("kind");
-    QTest::addColumn<int>("code");
-    QTest::addColumn<QStringList>("shown");
-    QTest::newRow("row") << 2 << 7 << QStringList{"  1.5", " -2.0", " 12.3"};
-    QTest::newRow("no row") << 2 << 8 << QStringList{"", "", ""};
-    QTest::newRow("other kind") << 3 << 7 << QStringList{"", "", ""};
-}
-
-void OffsetTest::load()
-{
-    QFETCH(int, kind);
-    QFETCH(int, code);
-    QFETCH(QStringList, shown);
-    test::ScriptedDialogs dialogs;
-    Opened o(kind, code);
-    QCOMPARE((QStringList{o.dialog.txtTop->text(), o.dialog.txtLeft->text(), o.dialog.txtHight->text()}), shown);
-    QVERIFY(!o.dialog.lblName->text().isEmpty());
-}
-
 void OffsetTest::fieldLimits_data()
 {
     QTest::addColumn<QString>("typed");
     QTest::addColumn<QString>("shown");
-    const auto row = [](const char* name, const char* typed, const char* shown) {
-        QTest::newRow(name) << QString::fromLatin1(typed) << QString::fromLatin1(shown);
-    };
     row("above", "45", " 30.0");
     row("below", "-31.25", "-30.0");
     row("limit", "-30", "-30.0");
     row("rounded half up", "1.25", "  1.3");
     row("negative rounded", "-0.04", "  0.0");
     row("empty", "", "  0.0");
+    row("letters and a sixth byte refused", "-12a,.55", "-12.5");
 }
 
 void OffsetTest::fieldLimits()
@@ -112,63 +76,56 @@ void OffsetTest::fieldLimits()
     QVERIFY(QTest::qWaitForWindowActive(&o.dialog));
     for (QLineEdit* box : {o.dialog.txtTop, o.dialog.txtLeft, o.dialog.txtHight}) {
         box->setFocus();
-        box->setText(typed);
+        box->clear();
+        QTest::keyClicks(box, typed);
         QTest::keyClick(box, Qt::Key_Return); // leaves the field
         QVERIFY(!box->hasFocus());
         QCOMPARE(box->text(), shown);
     }
 }
 
-void OffsetTest::typingStaysWithinTheField()
+void OffsetTest::save_data()
 {
-    test::ScriptedDialogs dialogs;
-    Opened o(2, 7);
-    QVERIFY(QTest::qWaitForWindowActive(&o.dialog));
-    QLineEdit* box = o.dialog.txtTop;
-    box->setFocus();
-    box->selectAll();
-    QTest::keyClicks(box, QStringLiteral("-12a,.55"));
-    QCOMPARE(box->text(), QStringLiteral("-12.5")); // letters refused, five bytes at most
-    QTest::keyClick(box, Qt::Key_Escape);
-    QCOMPARE(box->text(), QStringLiteral("  1.5"));
+    QTest::addColumn<int>("kind");
+    QTest::addColumn<int>("code");
+    QTest::addColumn<QStringList>("shown"); // top, left, height on opening
+    QTest::addColumn<QStringList>("typed");
+    QTest::addColumn<QStringList>("saved");
+    QTest::addColumn<int>("rows"); // in the table afterwards
+    const QStringList none{"", "", ""};
+    QTest::newRow("the row there") << 2 << 7 << QStringList{"  1.5", " -2.0", " 12.3"}
+                                   << QStringList{"30.0", " -2.0", " 12.3"} << QStringList{"30", "-2", "12.3"} << 1;
+    QTest::newRow("no row of that code") << 2 << 8 << none << QStringList{" 3.5", "-1.0 ", ""}
+                                         << QStringList{"3.5", "-1", "0"} << 2;
+    QTest::newRow("no row of that kind") << 3 << 7 << none << QStringList{"1", "2", "3"} << QStringList{"1", "2", "3"}
+                                         << 2;
 }
 
-void OffsetTest::saveCreatesMissingRow()
+void OffsetTest::save()
 {
+    QFETCH(int, kind);
+    QFETCH(int, code);
+    QFETCH(QStringList, shown);
+    QFETCH(QStringList, typed);
+    QFETCH(QStringList, saved);
+    QFETCH(int, rows);
     test::ScriptedDialogs dialogs;
-    Opened o(2, 8);
-    o.dialog.txtTop->setText(QStringLiteral(" 3.5"));
-    o.dialog.txtLeft->setText(QStringLiteral("-1.0 "));
-    o.dialog.txtHight->setText(QString());
+    Opened o(kind, code);
+    QLineEdit* const boxes[] = {o.dialog.txtTop, o.dialog.txtLeft, o.dialog.txtHight};
+    QVERIFY(!o.dialog.lblName->text().isEmpty());
+    for (int i = 0; i < 3; ++i) {
+        QCOMPARE(boxes[i]->text(), shown[i]);
+        boxes[i]->setText(typed[i]);
+    }
     o.dialog.cmdOk->click();
     QVERIFY(!o.dialog.isVisible());
     QCOMPARE(o.dialog.result(), int(QDialog::Accepted));
-    const QString row = QStringLiteral(" from offset where kubun = 2 and code = 8");
-    QCOMPARE(home_->scalar(QStringLiteral("select count(*)") + row), QStringLiteral("1"));
-    for (const auto& [column, value] : {std::pair{"[top]", "3.5"}, {"[left]", "-1"}, {"hight", "0"}})
-        QCOMPARE(home_->scalar(QStringLiteral("select ") + column + row), QString::fromLatin1(value));
-    // The row that was there is untouched.
-    QCOMPARE(home_->scalar(QStringLiteral("select [top] from offset where kubun = 2 and code = 7")),
-             QStringLiteral("1.5"));
-}
-
-void OffsetTest::saveUpdatesRowByKeyboard()
-{
-    test::ScriptedDialogs dialogs;
-    Opened o(2, 7);
-    QVERIFY(QTest::qWaitForWindowActive(&o.dialog));
-    o.dialog.txtTop->setFocus(Qt::TabFocusReason);
-    QTest::keyClicks(o.dialog.txtTop, QStringLiteral("45"));
-    for (int i = 0; i < 3; ++i)
-        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Return); // through left and height to OK
-    QCOMPARE(QApplication::focusWidget(), o.dialog.cmdOk);
-    QTest::keyClick(o.dialog.cmdOk, Qt::Key_Return);
-    QCOMPARE(o.dialog.result(), int(QDialog::Accepted));
-    QCOMPARE(home_->scalar(QStringLiteral("select [top] from offset where kubun = 2 and code = 7")),
-             QStringLiteral("30"));
-    QCOMPARE(home_->scalar(QStringLiteral("select hight from offset where kubun = 2 and code = 7")).left(4),
-             QStringLiteral("12.3"));
-    QCOMPARE(home_->scalar(QStringLiteral("select count(*) from offset")), QStringLiteral("1"));
+    const QString row = QStringLiteral(" from offset where kubun = %1 and code = %2").arg(kind).arg(code);
+    QStringList got;
+    for (const char* column : {"[top]", "[left]", "hight"})
+        got << home_->scalar(QStringLiteral("select ") + column + row).left(4);
+    QCOMPARE(got, saved);
+    QCOMPARE(home_->scalar(QStringLiteral("select count(*) from offset")), QString::number(rows));
 }
 
 void OffsetTest::saveAgainstLockedRow()

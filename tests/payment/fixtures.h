@@ -3,7 +3,7 @@
 // record layouts of 908997 and 929023, and builders of the agencies' record lines.
 #include "app/cp932.h"
 #include "app/db/dbglobals.h"
-#include "tests/support/testhome.h"
+#include "tests/support/suitehome.h"
 
 #include <QFile>
 #include <QProcess>
@@ -15,9 +15,9 @@
 
 namespace pel::test {
 
-inline bool setUpShop(TestHome& home)
+inline QStringList shopRows()
 {
-    return home.exec({
+    return {
         QStringLiteral("INSERT INTO cvsset (code,cfcode1,ckcode1,cvkbn) VALUES (1,'908997','1234',1)"),
         QStringLiteral("INSERT INTO cvsini (code,kubun,name,sokuk,sokum,kakuk,kakum,torik,torim,dno1,fcd,scd,nen,tuki,"
                        "hi,ji,hun,money,cvscode,cvstenpo) VALUES ('908997',0,'アプラス',2.06,8.1,18.06,24.1,34.06,"
@@ -35,33 +35,30 @@ inline bool setUpShop(TestHome& home)
         QStringLiteral("INSERT INTO jyuden (denno,mcode,pcode,total) VALUES (1006,102,6,7000)"),
         QStringLiteral("INSERT INTO jyuden (denno,mcode,pcode,total) VALUES (1007,101,6,4000)"),
         QStringLiteral("INSERT INTO inmoney (denno,nday,pcode,money,inflag) VALUES (1006,20240101,6,7000,1)"),
-    });
+    };
 }
 
 const QString kStart = QStringLiteral("作業を開始しますか？");
 
-// The dialogs of a run that goes to its end: start, closing count, backup declined.
-inline void expectFullRun(ScriptedDialogs& d, int posted)
+// The dialogs of a run that goes to its end: start, closing count, the backup question.
+inline void expectFullRun(ScriptedDialogs& d, qint64 posted, int backup = answer::No)
 {
     d.expect(kStart, answer::Yes);
     d.expect(QString::number(posted) + QStringLiteral("件の入金処理をしました"), answer::Ok);
-    d.expect(QStringLiteral("読込データをバックアップしますか？"), answer::No);
+    d.expect(QStringLiteral("読込データをバックアップしますか？"), backup);
 }
 
-// The shop's home for one test, with the program's connection open; false with the reason.
-inline bool openShop(std::unique_ptr<TestHome>& home, QString* why)
+// The shop's home for one test with the program's connection open (attempts against a lock kept short).
+inline void openShop(std::unique_ptr<TestHome>& home)
 {
     qputenv("PEL008_LOCK_WAIT_MS", "20");
-    home = std::make_unique<TestHome>();
-    *why = home->ok() ? QStringLiteral("cannot set up the shop") : home->error();
-    return home->ok() && setUpShop(*home) && fnOpenDB(1);
+    openHome(home, shopRows());
 }
 
 inline void closeShop(std::unique_ptr<TestHome>& home)
 {
-    fnCloseDB(1);
-    gclsDb.reset();
-    home.reset();
+    gclsDb.reset(); // the layout loader's connection
+    closeHome(home);
 }
 
 inline QString digitsOf(qint64 value, int width)

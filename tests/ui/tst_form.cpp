@@ -3,8 +3,8 @@
 #include "app/db/dbglobals.h"
 #include "app/home.h"
 #include "app/inifile.h"
-#include "tests/support/testhome.h"
 #include "tests/support/enabledstate.h"
+#include "tests/support/suitehome.h"
 #include "ui/dateentry.h"
 #include "ui/form.h"
 #include "ui/forminteraction.h"
@@ -71,52 +71,50 @@ bool enabled(Form& f, const char* key)
 class TstForm : public QObject {
     Q_OBJECT
 private slots:
+    void init() { test::openHome(home_, {QStringLiteral("insert into member (code,name) values (1,'山田')")}); }
+    void cleanup() { test::closeHome(home_); }
     void loadAndUnload();
     void jobOnTheScreen();
     void lockGivesBackEachControl();
     void closeWaitsForARunWithoutF6();
-    void openingRowWhenClosedUnseen();
+
+private:
+    std::unique_ptr<test::TestHome> home_;
 };
 
 void TstForm::loadAndUnload()
 {
-    test::TestHome home;
-    QVERIFY2(home.ok(), qPrintable(home.error()));
-    QVERIFY(home.exec({"insert into member (code,name) values (1,'山田')"}));
     // a deep path: the system reads settings up to 1024 characters
     const QString deep = QStringLiteral("C:\\受信\\") + QString(300, QLatin1Char('d')) + QStringLiteral("\\MT①.txt");
     fnPutIni(QStringLiteral("CvsRead"), QStringLiteral("ReadFile"), deep, iniPath());
-    QVERIFY(fnOpenDB(1));
 
     auto* form = new SampleForm;
     form->load();
     QCOMPARE(form->txtFname->text(), deep);
     QCOMPARE(form->members, 1L);
     // the opening row waits for the first paint, then is written once
-    QCOMPARE(home.scalar("select count(*) from operatlog"), QStringLiteral("0"));
+    QCOMPARE(home_->scalar("select count(*) from operatlog"), QStringLiteral("0"));
     form->show();
     QVERIFY(QTest::qWaitForWindowExposed(form));
-    QTRY_COMPARE(home.scalar("select syori from operatlog where kubun=0"), form->windowTitle());
+    QTRY_COMPARE(home_->scalar("select syori from operatlog where kubun=0"), form->windowTitle());
     form->hide();
     form->show();
     QCoreApplication::processEvents();
-    QCOMPARE(home.scalar("select count(*) from operatlog"), QStringLiteral("1"));
+    QCOMPARE(home_->scalar("select count(*) from operatlog"), QStringLiteral("1"));
 
     form->txtFname->setText(QStringLiteral("D:\\新しい=名前.txt"));
     form->done(0);
     QString v;
     fnGetIni(QStringLiteral("CvsRead"), QStringLiteral("ReadFile"), QString(), v, 1024, iniPath());
     QCOMPARE(v, QStringLiteral("D:\\新しい=名前.txt"));
-    QCOMPARE(home.scalar("select count(*) from operatlog where kubun=9"), QStringLiteral("1"));
+    QCOMPARE(home_->scalar("select count(*) from operatlog where kubun=9"), QStringLiteral("1"));
     QVERIFY(!gcnData); // the global connection is closed with the screen
     delete form;
-    QCOMPARE(home.scalar("select count(*) from operatlog"), QStringLiteral("2")); // unload runs once
+    QCOMPARE(home_->scalar("select count(*) from operatlog"), QStringLiteral("2")); // unload runs once
 }
 
 void TstForm::jobOnTheScreen()
 {
-    test::TestHome home;
-    QVERIFY2(home.ok(), qPrintable(home.error()));
     test::ScriptedDialogs dialogs;
     SampleForm form;
     form.load();
@@ -210,43 +208,34 @@ void TstForm::lockGivesBackEachControl()
     QVERIFY(inGroup->isEnabled());
 }
 
-// A run started before the first paint logs the opening first, and a close during the run waits for its end.
+// A run started before the first paint logs the opening first, and a close during the run waits for its end; a
+// screen closed unseen logs its opening too, once.
 void TstForm::closeWaitsForARunWithoutF6()
 {
-    test::TestHome home;
-    QVERIFY2(home.ok(), qPrintable(home.error()));
-    QVERIFY(fnOpenDB(1));
     test::ScriptedDialogs dialogs; // nothing is asked
     SampleForm form;
     form.load();
     FormInteraction ui(&form, QStringLiteral("0000-0000-0000"), QStringLiteral("1001-1000-0001"));
     ui.lock(true);
-    QCOMPARE(home.scalar("select count(*) from operatlog where kubun=0"), QStringLiteral("1"));
+    QCOMPARE(home_->scalar("select count(*) from operatlog where kubun=0"), QStringLiteral("1"));
     form.show();
     form.close();
     form.reject();
     QCoreApplication::processEvents();
     QVERIFY(form.isVisible());
-    QCOMPARE(home.scalar("select count(*) from operatlog where kubun=9"), QStringLiteral("0"));
+    QCOMPARE(home_->scalar("select count(*) from operatlog where kubun=9"), QStringLiteral("0"));
     ui.lock(false);
     QCoreApplication::processEvents();
     QVERIFY(!form.isVisible());
-    QCOMPARE(home.scalar("select count(*) from operatlog where kubun=9"), QStringLiteral("1"));
-    QCOMPARE(home.scalar("select count(*) from operatlog where kubun=0"), QStringLiteral("1"));
+    QCOMPARE(home_->scalar("select count(*) from operatlog where kubun=9"), QStringLiteral("1"));
+    QCOMPARE(home_->scalar("select count(*) from operatlog where kubun=0"), QStringLiteral("1"));
     QVERIFY(dialogs.done());
-}
-
-// A screen closed before its first paint still logs its opening first, and once.
-void TstForm::openingRowWhenClosedUnseen()
-{
-    test::TestHome home;
-    QVERIFY2(home.ok(), qPrintable(home.error()));
     QVERIFY(fnOpenDB(1));
-    SampleForm form;
-    form.load();
-    form.done(0);
-    QCOMPARE(home.scalar("select count(*) from operatlog where kubun=0"), QStringLiteral("1"));
-    QCOMPARE(home.scalar("select count(*) from operatlog where kubun=9"), QStringLiteral("1"));
+    SampleForm unseen;
+    unseen.load();
+    unseen.done(0);
+    QCOMPARE(home_->scalar("select count(*) from operatlog where kubun=0"), QStringLiteral("2"));
+    QCOMPARE(home_->scalar("select count(*) from operatlog where kubun=9"), QStringLiteral("2"));
 }
 
 QTEST_MAIN(TstForm)

@@ -28,7 +28,6 @@ struct TestForm {
     ImageList images;
     FormKeys* keys;
     QLineEdit* e[5];
-    QLabel* label;
     QComboBox* combo;
     QPushButton* button;
     int fired[13] = {};
@@ -42,10 +41,8 @@ struct TestForm {
             e[i] = new QLineEdit(&form);
             e[i]->setObjectName(QStringLiteral("e%1").arg(i));
             layout->addWidget(e[i]);
-            if (i == 2) {
-                label = new QLabel(QStringLiteral("ラベル"), &form);
-                layout->addWidget(label);
-            }
+            if (i == 2) // a control that takes no focus, passed over by the moves
+                layout->addWidget(new QLabel(QStringLiteral("ラベル"), &form));
         }
         combo = new QComboBox(&form);
         combo->addItems({QStringLiteral("a1"), QStringLiteral("b1")});
@@ -94,8 +91,7 @@ private slots:
     void masks_data();
     void masks();
     void toolInitDressesOnlyNamedButtons();
-    void escapeUndo();
-    void escapePassedOnWhenUnchanged();
+    void escape();
     void focusMoves_data();
     void focusMoves();
     void enterPressesFocusedButton();
@@ -115,7 +111,6 @@ void KeysTest::masks_data()
     row("dashes anywhere", "0000-0000-0000", "1-1-1", "111000000000");
     row("not 1 is off", "1111-1111-1111", "x1 0", "010011111111");
     row("longer mask ignored past F12", "0000-0000-0000", "0000-0000-00011", "000000000001");
-    row("first mask alone", "1000-0000-0001", "", "100000000001");
 }
 
 // A key and its button fire exactly when the masks left them on.
@@ -166,7 +161,8 @@ void KeysTest::toolInitDressesOnlyNamedButtons()
     QCOMPARE(t.images.picture(1).pixmap(32).toImage().size(), QSize(32, 32));
 }
 
-void KeysTest::escapeUndo()
+// Escape puts back the field's text as it was before the first key; unchanged, the key goes on to the form.
+void KeysTest::escape()
 {
     TestForm t;
     t.e[0]->setText(QStringLiteral("abc"));
@@ -190,12 +186,6 @@ void KeysTest::escapeUndo()
     type(t.e[2], QStringLiteral("3"));
     QTest::keyClick(t.e[2], Qt::Key_Escape);
     QCOMPARE(t.e[2]->text(), QStringLiteral("12"));
-}
-
-void KeysTest::escapePassedOnWhenUnchanged()
-{
-    TestForm t;
-    t.e[0]->setText(QStringLiteral("abc"));
     t.e[0]->setFocus();
     int key = Qt::Key_A;
     t.keyDown.fnKeyDown(&t.form, key); // first key in the field: remembered, untouched
@@ -242,12 +232,6 @@ void KeysTest::focusMoves()
     fnFocusMove(&t.form, k, true);
     QCOMPARE(QApplication::focusWidget(), ws[to]);
     QCOMPARE(k == 0, swallowed);
-    // Without the arrows flag only Enter moves.
-    ws[from]->setFocus();
-    k = key == Qt::Key_Enter ? int(Qt::Key_Return) : key;
-    fnFocusMove(&t.form, k, false);
-    const bool enter = key == Qt::Key_Return || key == Qt::Key_Enter;
-    QCOMPARE(QApplication::focusWidget(), enter ? ws[to] : ws[from]);
     // Through the form's key handling, with the real key.
     ws[from]->setFocus();
     QTest::keyClick(ws[from], static_cast<Qt::Key>(key));
@@ -276,24 +260,17 @@ void KeysTest::typing_data()
     QTest::addColumn<bool>("ime"); // through the input method, else key by key
     QTest::addColumn<QString>("result");
     const int none = 32767; // the box's own limit
-    QTest::newRow("kind 0") << "0" << none << "" << 0 << " 09,-.a" << false << " 09,";
-    QTest::newRow("kind 1") << "1" << none << "" << 0 << "9-,." << false << "9-";
-    QTest::newRow("kind 2") << "2" << none << "" << 0 << "9.-," << false << "9.";
-    QTest::newRow("kind 3") << "3" << none << "" << 0 << "-9.,a" << false << "-9.";
+    QTest::newRow("a digit kind") << "3" << none << "" << 0 << "-9.,a" << false << "-9.";
     const QString symbols = QStringLiteral("aZ!\"#$%&()=~|-^\\`{@[+*};:]<>?_,./");
     QTest::newRow("kind 4 symbols") << "4" << none << "" << 0 << symbols << false << symbols;
     QTest::newRow("kind 4 refuses apostrophe and kana") << "4" << none << "" << 0 << "a'ｱ" << false << "a";
     QTest::newRow("kind 5 takes apostrophe and kana") << "5" << none << "" << 0 << "a'ｱﾟｰ｡" << false << "a'ｱﾟｰ｡";
     QTest::newRow("kind 5 refuses hiragana") << "5" << none << "" << 0 << "あ" << false << "";
-    QTest::newRow("kind 6") << "6" << none << "" << 0 << "12,-. " << false << "12 ";
-    QTest::newRow("kind 7") << "7" << none << "" << 0 << "1,-." << false << "1,-";
     QTest::newRow("kind 8 refuses 0") << "8" << none << "" << 0 << "0a9Z-" << false << "a9Z";
-    QTest::newRow("kind 9") << "9" << none << "" << 0 << "1,.-" << false << "1,.";
     QTest::newRow("empty kind takes all") << "" << none << "" << 0 << "a'あ0" << false << "a'あ0";
     QTest::newRow("double-byte over") << "" << 4 << "abc" << 0 << "あ" << false << "abc";
     QTest::newRow("double-byte fits") << "" << 4 << "ab" << 0 << "あ" << false << "abあ";
     QTest::newRow("double-byte text") << "" << 4 << "漢字" << 0 << "a" << false << "漢字";
-    QTest::newRow("half-width kana is one byte") << "" << 4 << "ｱｲｳ" << 0 << "a" << false << "ｱｲｳa";
     QTest::newRow("whole text selected: emptied") << "" << 4 << "abcd" << 4 << "x" << false << "x";
     QTest::newRow("selection not subtracted") << "" << 4 << "abcd" << 2 << "x" << false << "abcd";
     QTest::newRow("no byte limit") << "" << none << "abcdefgh" << 0 << "あ" << false << "abcdefghあ";

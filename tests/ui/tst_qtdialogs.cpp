@@ -38,12 +38,10 @@ void QtDialogsTest::styles_data()
     QTest::addColumn<int>("defaultAnswer");
     using A = QList<int>;
     QTest::newRow("Warn 48") << 48 << int(QMessageBox::Warning) << A{1} << 1;
-    QTest::newRow("Info 64") << 64 << int(QMessageBox::Information) << A{1} << 1;
     QTest::newRow("AskYes 68") << 68 << int(QMessageBox::Information) << A{6, 7} << 6;
     QTest::newRow("AskNo 324") << 324 << int(QMessageBox::Information) << A{6, 7} << 7;
     QTest::newRow("Choose3 547") << 547 << int(QMessageBox::Question) << A{6, 7, 2} << 2;
     QTest::newRow("critical 16") << 16 << int(QMessageBox::Critical) << A{1} << 1;
-    QTest::newRow("question 35") << 35 << int(QMessageBox::Question) << A{6, 7, 2} << 6;
     QTest::newRow("plain 0") << 0 << int(QMessageBox::NoIcon) << A{1} << 1;
     QTest::newRow("set 6 = 70") << 70 << int(QMessageBox::Information) << A{2, 10, 11} << 2;
     QTest::newRow("retry 5") << 5 << int(QMessageBox::NoIcon) << A{4, 2} << 4;
@@ -81,10 +79,8 @@ void QtDialogsTest::answers_data()
     QTest::addColumn<int>("key");
     QTest::addColumn<QString>("button"); // the button Space is pressed on, for Key_Space
     QTest::addColumn<int>("expected");
-    QTest::newRow("AskNo Enter") << 324 << int(Qt::Key_Return) << "" << 7;
     QTest::newRow("AskNo Yes") << 324 << int(Qt::Key_Space) << "はい(&Y)" << 6;
     QTest::newRow("Choose3 Escape") << 547 << int(Qt::Key_Escape) << "" << 2;
-    QTest::newRow("Choose3 No") << 547 << int(Qt::Key_Space) << "いいえ(&N)" << 7;
     QTest::newRow("Warn Escape") << 48 << int(Qt::Key_Escape) << "" << 1;
     QTest::newRow("set 6 Try again") << 70 << int(Qt::Key_Space) << "再実行(&T)" << 10;
 }
