@@ -65,7 +65,8 @@ Status Database::check(std::vector<std::string>& problems) const
         }
         for (std::uint32_t pg = 1; pg < total; ++pg) {
             const std::uint8_t* d = page(pg);
-            if (!d) return fail(readStatus_ != OK ? readStatus_ : ERR_IO, error());
+            if (!d && readStatus_ != OK) return fail(readStatus_, error());
+            if (!d) continue; // a new page of a transaction not yet committed
             if (d[0] == 0x01 && le32(d + 4) == t.tdefPage && !owned.count(pg))
                 report("data page " + std::to_string(pg) + " is missing from its usage map");
         }
@@ -82,7 +83,8 @@ Status Database::check(std::vector<std::string>& problems) const
         std::vector<std::vector<Value>> values;
         for (std::uint32_t pg : owned) {
             const std::uint8_t* d = page(pg);
-            if (!d) return fail(readStatus_ != OK ? readStatus_ : ERR_IO, error());
+            if (!d && readStatus_ != OK) return fail(readStatus_, error());
+            if (!d) continue; // a new page of a transaction not yet committed
             unsigned count = le16(d + 12);
             if (14 + 2 * std::size_t(count) > kPageSize) {
                 report("data page " + std::to_string(pg) + " has too many rows");

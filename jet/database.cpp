@@ -549,7 +549,8 @@ Status Database::dataPages(const Table& t, std::vector<std::uint32_t>& out) cons
     for (std::uint32_t pg : all) {
         if (pg == 0 || pg >= total) continue;
         const std::uint8_t* d = page(pg);
-        if (!d) return fail(readStatus_ != OK ? readStatus_ : ERR_IO, error());
+        if (!d && readStatus_ != OK) return fail(readStatus_, error());
+        if (!d) continue; // a new page of a transaction not yet committed
         if (d[0] == 0x01 && le32(d + 4) == t.tdefPage) out.push_back(pg);
     }
     return OK;
