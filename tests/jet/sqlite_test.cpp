@@ -21,25 +21,14 @@ TEST(Sqlite, AttachExposesEveryUserTableWithJetTypes)
     EXPECT_EQ(c.query("SELECT * FROM Table1", true),
               "abcdefg|hijklmnop|i:2|i:222|i:333333333|r:444.555000|1974/09/21 00:00:00|r:3.500000|i:-1\n"
               "a|b|i:0|i:0|i:0|r:0.000000|1981/12/12 00:00:00|i:0|i:0\n");
-}
-
-TEST(Sqlite, ValueKindsOfOtherTypes)
-{
-    struct Case {
-        const char* file;
-        const char* sql;
-        const char* want; // null: any rows, as long as they read
-    } cases[] = {
-        {"fixedNumericTestV2000.mdb", "SELECT col2, col6, typeof(col6) FROM test", "1|-1|text\n"},
-        {"testRefGlobalV2000.mdb", "SELECT typeof(data) FROM Table4 LIMIT 1", nullptr},
-        {"test2V2000.mdb", "SELECT typeof(PROJ_PROP_AUTHOR), PROJ_OPT_CALC_ACT_COSTS FROM MSP_PROJECTS", nullptr},
-    };
-    for (const Case& k : cases) {
-        std::string rows = Sql(corpus(k.file)).query(k.sql);
-        EXPECT_EQ(rows.rfind("error", 0), std::string::npos) << k.sql << ": " << rows;
-        if (k.want) {
-            EXPECT_EQ(rows, k.want) << k.sql;
-        }
+    // decimal numbers as text; replication IDs, memos and Yes/No of other files read
+    EXPECT_EQ(Sql(corpus("fixedNumericTestV2000.mdb")).query("SELECT col2, col6, typeof(col6) FROM test"),
+              "1|-1|text\n");
+    for (const auto& [file, sql] :
+         {std::pair{"testRefGlobalV2000.mdb", "SELECT typeof(data) FROM Table4 LIMIT 1"},
+          {"test2V2000.mdb", "SELECT typeof(PROJ_PROP_AUTHOR), PROJ_OPT_CALC_ACT_COSTS FROM MSP_PROJECTS"}}) {
+        const std::string rows = Sql(corpus(file)).query(sql);
+        EXPECT_EQ(rows.rfind("error", 0), std::string::npos) << sql << ": " << rows;
     }
 }
 
@@ -108,7 +97,6 @@ TEST(Sqlite, IndexedLookupsEqualAScan)
         {agents, "Table1", "CD_AGENTE = 35", "+CD_AGENTE = 35", 1, 6},
         {agents, "Table1", "CD_AGENTE = 35.0", "+CD_AGENTE = 35.0", 1, 6},
         {agents, "Table1", "CD_AGENTE = '35'", "+CD_AGENTE = 35", 1, 6}, // '35' taken as a number
-        {agents, "Table1", "CD_AGENTE BETWEEN 100 AND 140", "+CD_AGENTE BETWEEN 100 AND 140", 5, 12},
         {agents, "Table1", "CD_AGENTE > 4000", "+CD_AGENTE > 4000", 207, 250},
         {agents, "Table1", "CD_AGENTE < 60", "+CD_AGENTE < 60", 4, 100},
         stamp("= '2009/11/05 23:41:28'", 1),
