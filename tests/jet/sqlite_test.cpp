@@ -77,41 +77,32 @@ TEST(Sqlite, IndexedLookupsEqualAScan)
     struct Case {
         const char* file;
         const char* table;
-        std::string where; // on the indexed column
-        std::string scan;  // the same test the index cannot serve
+        const char* where; // on the indexed column
         long rows;
         long reads; // page accesses at most (index pages plus one per row read); negative: at least (a scan)
     };
     const char *agents = "compIndexTestV2000.mdb", *users = "fixedTextTestV2000.mdb";
     const char* props = "testIndexPropertiesV2000.mdb";
     // users holds two rows, stamped 2009/11/05 23:41:28 and 2009/10/22 03:57:13
-    auto stamp = [&](const std::string& test, long rows) {
-        return Case{users, "users", "d_stamp_ " + test, "+d_stamp_ || '' " + test, rows, 0};
-    };
-    auto text = [&](const std::string& col, const std::string& value, long rows, long reads) {
-        return Case{
-            props, "TableIgnoreNulls1", col + " = '" + value + "'", "lower(" + col + ") = lower('" + value + "')", rows,
-            reads};
-    };
     const Case cases[] = {
-        {agents, "Table1", "CD_AGENTE = 35", "+CD_AGENTE = 35", 1, 6},
-        {agents, "Table1", "CD_AGENTE = 35.0", "+CD_AGENTE = 35.0", 1, 6},
-        {agents, "Table1", "CD_AGENTE = '35'", "+CD_AGENTE = 35", 1, 6}, // '35' taken as a number
-        {agents, "Table1", "CD_AGENTE > 4000", "+CD_AGENTE > 4000", 207, 250},
-        {agents, "Table1", "CD_AGENTE < 60", "+CD_AGENTE < 60", 4, 100},
-        stamp("= '2009/11/05 23:41:28'", 1),
-        stamp("= '2009/11/05'", 0),
-        stamp(">= '2009/11/05'", 1),
-        stamp("> '2009/11/05 23:41:28'", 0),
-        stamp("<= '2009/11/05 23:41:28'", 2),
-        stamp("< '2009/11/05'", 1),
-        stamp("> '1800/01/01'", 2),
-        stamp("< 5", 0),
-        text("row", "row5", 1, 4),
-        text("row", "ROW5", 1, 4),
-        text("row", "row", 0, 4),
-        text("data", "lots of stuff", 1, 4),
-        text("data", "zulu", 0, -10), // keys we cannot encode: answered by a scan
+        {agents, "Table1", "CD_AGENTE = 35", 1, 6},
+        {agents, "Table1", "CD_AGENTE = 35.0", 1, 6},
+        {agents, "Table1", "CD_AGENTE = '35'", 1, 6}, // '35' taken as a number
+        {agents, "Table1", "CD_AGENTE > 4000", 207, 250},
+        {agents, "Table1", "CD_AGENTE < 60", 4, 100},
+        {users, "users", "d_stamp_ = '2009/11/05 23:41:28'", 1, 0},
+        {users, "users", "d_stamp_ = '2009/11/05'", 0, 0},
+        {users, "users", "d_stamp_ >= '2009/11/05'", 1, 0},
+        {users, "users", "d_stamp_ > '2009/11/05 23:41:28'", 0, 0},
+        {users, "users", "d_stamp_ <= '2009/11/05 23:41:28'", 2, 0},
+        {users, "users", "d_stamp_ < '2009/11/05'", 1, 0},
+        {users, "users", "d_stamp_ > '1800/01/01'", 2, 0},
+        {users, "users", "d_stamp_ < 5", 0, 0},
+        {props, "TableIgnoreNulls1", "row = 'row5'", 1, 4},
+        {props, "TableIgnoreNulls1", "row = 'ROW5'", 1, 4},
+        {props, "TableIgnoreNulls1", "row = 'row'", 0, 4},
+        {props, "TableIgnoreNulls1", "data = 'lots of stuff'", 1, 4},
+        {props, "TableIgnoreNulls1", "data = 'zulu'", 0, -10}, // keys we cannot encode: answered by a scan
     };
     for (const Case& k : cases) {
         SCOPED_TRACE(k.where);
@@ -119,7 +110,8 @@ TEST(Sqlite, IndexedLookupsEqualAScan)
         jet::Database* db = jet::engineOf(c.db, corpus(k.file));
         ASSERT_NE(db, nullptr);
         const std::string select = std::string("SELECT rowid, * FROM ") + k.table + " WHERE ";
-        const std::string scanned = c.query(select + k.scan + " ORDER BY rowid");
+        // the same test as an expression, which the index cannot serve
+        const std::string scanned = c.query(select + "(" + k.where + ") = 1 ORDER BY rowid");
         db->resetPageReads();
         const std::string seeked = c.query(select + k.where + " ORDER BY rowid");
         const long reads = static_cast<long>(db->pageReads());
