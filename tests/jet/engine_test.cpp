@@ -254,21 +254,6 @@ TEST(JetCheck, EachKindOfDamageIsNamed)
     }
 }
 
-// Pages are read when needed: opening a file and reading one row holds a few pages, not the file.
-TEST(Pages, ReadOnDemand)
-{
-    jet::Database db;
-    ASSERT_EQ(db.open(corpus("testV2000.mdb"), ""), jet::OK) << db.error();
-    ASSERT_GT(db.pageCount(), 500u);
-    const jet::Table* t = db.table("Table1");
-    ASSERT_TRUE(t);
-    jet::Cursor cur(db, *t);
-    ASSERT_EQ(cur.rewind(), jet::OK) << cur.error();
-    jet::Value v;
-    ASSERT_EQ(cur.column(0, v), jet::OK);
-    EXPECT_LT(db.pagesHeld(), 100u); // with the pages read on after each one asked for
-}
-
 // Refused: wrong case, one letter short or over, a password for a file without one, one over the length limit. A
 // password set opens the file, whatever it holds (non-ASCII, the longest allowed), and nothing else does.
 TEST(Password, OnlyTheFilesPasswordOpens)
@@ -333,17 +318,32 @@ TEST(Format, RefusesWhatIsNotJet4)
     }
 }
 
-TEST(Header, ReadsCodePageSortOrderAndCreationDate)
+// Opening reads the header and the columns' properties (as mdb-prop lists them: every number column of Table1
+// defaults to 0, the text column to nothing); the pages are read when needed, so a row read holds a few, not the file.
+TEST(Open, ReadsTheHeaderThePropertiesAndFewPages)
 {
-    jet::Database db;
+    jet::Database db, enc, props, big;
     ASSERT_EQ(db.open(corpus("creationDateV2000.mdb"), ""), jet::OK);
     EXPECT_EQ(db.codePage(), 1252);
     EXPECT_EQ(db.sortOrder(), 0x409u);
     EXPECT_EQ(jet::formatDateTime(db.creationDate(), '-').substr(0, 10), "2022-01-07");
     EXPECT_FALSE(db.encoded());
-    jet::Database enc;
     ASSERT_EQ(enc.open(corpus("encodedJet4.mdb"), ""), jet::OK);
     EXPECT_TRUE(enc.encoded());
+
+    ASSERT_EQ(props.open(corpus("indexTestV2000.mdb"), ""), jet::OK) << props.error();
+    std::string seen;
+    for (const jet::Column& c : props.table("Table1")->columns)
+        seen += c.name + "=" + c.defaultValue + ";";
+    EXPECT_EQ(seen, "id=0;otherfk1=0;otherfk2=0;data=;otherfk3=0;");
+
+    ASSERT_EQ(big.open(corpus("testV2000.mdb"), ""), jet::OK) << big.error();
+    ASSERT_GT(big.pageCount(), 500u);
+    jet::Cursor cur(big, *big.table("Table1"));
+    ASSERT_EQ(cur.rewind(), jet::OK) << cur.error();
+    jet::Value v;
+    ASSERT_EQ(cur.column(0, v), jet::OK);
+    EXPECT_LT(big.pagesHeld(), 100u); // with the pages read on after each one asked for
 }
 
 TEST(Values, Formatting)
