@@ -1,6 +1,5 @@
 // A made file: read by mdbtools and by our reader, written through the SQLite module, consistent throughout; its
-// column defaults kept as the columns' properties and taken by inserts. Defaults of a corpus file, and which stored
-// expressions are taken as values.
+// column defaults kept as the columns' properties and taken by inserts; which stored expressions are taken as values.
 #include "jet/props.h"
 #include "sql.h"
 
@@ -76,19 +75,6 @@ TEST(JetCreate, MadeFileIsReadWrittenAndChecked)
     EXPECT_NE(goods.find("\"G7\",\"商品7\",100.0000,-1"), std::string::npos) << goods.substr(0, 300);
     std::string money = run("mdb-export '" + path + "' inmoney");
     EXPECT_EQ(std::count(money.begin(), money.end(), '\n'), 603);
-}
-
-TEST(JetDefaults, CorpusPropertiesAreRead)
-{
-    jet::Database db;
-    ASSERT_EQ(db.open(corpus("indexTestV2000.mdb"), ""), jet::OK) << db.error();
-    const jet::Table* t = db.table("Table1");
-    ASSERT_NE(t, nullptr);
-    std::string seen;
-    for (const jet::Column& c : t->columns)
-        seen += c.name + "=" + c.defaultValue + ";";
-    // as mdb-prop lists them: every number column 0, the text column none
-    EXPECT_EQ(seen, "id=0;otherfk1=0;otherfk2=0;data=;otherfk3=0;");
 }
 
 TEST(JetDefaults, StoredExpressionsAsValues)

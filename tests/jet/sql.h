@@ -47,6 +47,21 @@ public:
         return m;
     }
 
+    // One statement with ?1 bound to `text`, or to `number` when `text` is null.
+    std::string exec(const std::string& sql, const char* text, double number = 0)
+    {
+        if (!attachError_.empty()) return attachError_;
+        sqlite3_stmt* st = nullptr;
+        if (sqlite3_prepare_v2(db, sql.c_str(), -1, &st, nullptr) != SQLITE_OK) return sqlite3_errmsg(db);
+        if (text)
+            sqlite3_bind_text(st, 1, text, -1, SQLITE_TRANSIENT);
+        else
+            sqlite3_bind_double(st, 1, number);
+        const std::string out = sqlite3_step(st) == SQLITE_DONE ? "" : sqlite3_errmsg(db);
+        sqlite3_finalize(st);
+        return out;
+    }
+
     // Rows as text, values joined by '|', each row ended by '\n'; with `kinds`, numbers and blobs carry their
     // SQLite type ("i:2", "r:3.500000", "b:16"). A statement that fails gives "error: " and the message.
     std::string query(const std::string& sql, bool kinds = false)

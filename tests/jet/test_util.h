@@ -70,34 +70,14 @@ inline std::string run(const std::string& cmd)
 #endif
 }
 
-// A scratch copy of a corpus file: the corpus itself is never written.
-// They live in one folder a test process, removed when that process ends (not by a forked child).
-inline std::string scratchCopy(const std::string& file, const std::string& as)
-{
-    struct Folder {
-        pid_t owner = ::getpid();
-        std::filesystem::path dir = std::filesystem::temp_directory_path() / ("jet-test-" + std::to_string(owner));
-        ~Folder()
-        {
-            std::error_code ignored;
-            if (::getpid() == owner) std::filesystem::remove_all(dir, ignored);
-        }
-    };
-    static Folder folder;
-    const auto& dir = folder.dir;
-    std::filesystem::create_directories(dir);
-    auto dst = dir / as;
-    std::filesystem::copy_file(corpus(file), dst, std::filesystem::copy_options::overwrite_existing);
-    std::filesystem::permissions(dst, std::filesystem::perms::owner_write, std::filesystem::perm_options::add);
-    return dst.string();
-}
-
-// A folder of its own under the temporary folder, named in UTF-8; removed with everything in it at the end.
+// A folder of its own under the temporary folder, named in UTF-8; removed with everything in it at the end, by the
+// process that made it (not by a forked child).
 struct ScratchDir {
+    pid_t owner = ::getpid();
     std::filesystem::path dir;
     explicit ScratchDir(const std::string& utf8Name)
     {
-        const std::string name = utf8Name + "-" + std::to_string(::getpid());
+        const std::string name = utf8Name + "-" + std::to_string(owner);
         dir = std::filesystem::temp_directory_path() / std::filesystem::path(std::u8string(name.begin(), name.end()));
         std::filesystem::remove_all(dir);
         std::filesystem::create_directories(dir);
@@ -105,7 +85,7 @@ struct ScratchDir {
     ~ScratchDir()
     {
         std::error_code ignored;
-        std::filesystem::remove_all(dir, ignored);
+        if (::getpid() == owner) std::filesystem::remove_all(dir, ignored);
     }
     // A file in the folder, as a UTF-8 path.
     std::string operator/(const std::string& name) const
@@ -114,6 +94,16 @@ struct ScratchDir {
         return std::string(s.begin(), s.end());
     }
 };
+
+// A scratch copy of a corpus file, in one folder a test process: the corpus itself is never written.
+inline std::string scratchCopy(const std::string& file, const std::string& as)
+{
+    static const ScratchDir folder("jet-test");
+    const std::string dst = folder / as;
+    std::filesystem::copy_file(corpus(file), dst, std::filesystem::copy_options::overwrite_existing);
+    std::filesystem::permissions(dst, std::filesystem::perms::owner_write, std::filesystem::perm_options::add);
+    return dst;
+}
 
 // Inconsistencies the engine's check finds, one a line; "" when clean.
 inline std::string problemsOf(jet::Database& db)
