@@ -362,16 +362,6 @@ void TstDb::writesCommitOnTheirOwn()
     // the first edit still held its row until it closed; after that the other connection writes it
     QVERIFY2(other.DbSqlExec(Sql("update jyuden set oflag=1 where denno=10")), qPrintable(other.ErrMsg()));
 
-    // the global connection: a log row written while an edit is pending survives the edit's close
-    Recordset rs;
-    fnOpenRs(rs, Sql("select * from offset where kubun = ") + Sql::n(1) + " and code = " + Sql::n(2), true, 1);
-    QVERIFY(rs.isOpen());
-    QString caption = QStringLiteral("画面"), note;
-    fnOpeLog(caption, 0, note);
-    QCOMPARE(home_->scalar("select count(*) from operatlog"), QStringLiteral("1")); // seen by others at once
-    rs.close();
-    QCOMPARE(home_->scalar("select count(*) from operatlog"), QStringLiteral("1"));
-
     // inside BeginTns the writes are the caller's to keep or drop
     QVERIFY(db_->BeginTns());
     QVERIFY(db_->DbSqlEdit(Sql("select * from jyuden where denno=") + Sql::n(11), rb));
@@ -520,12 +510,17 @@ void TstDb::networkFolderUsesRollbackJournal()
 
 void TstDb::operationLog()
 {
+    // written while an edit is pending on the same global connection: seen by others at once, kept when it closes
+    Recordset rs;
+    fnOpenRs(rs, Sql("select * from offset where kubun = ") + Sql::n(1) + " and code = " + Sql::n(2), true, 1);
+    QVERIFY(rs.isOpen());
     QString caption = QString(45, QChar(u'あ'));
     QString note = QString(24, QChar(u'表')) + QStringLiteral("x表");
     fnOpeLog(caption, 2, note);
     QCOMPARE(caption, QString(40, QChar(u'あ')));
     QCOMPARE(note, QString(24, QChar(u'表')) + QStringLiteral("x")); // byte 50 would split 表
     QCOMPARE(home_->scalar("select count(*) from operatlog where kubun=2"), QStringLiteral("1"));
+    rs.close();
     QCOMPARE(home_->scalar("select syori from operatlog"), caption);
     test::ScriptedDialogs silent; // a quote loses the row without a word
     QString c2 = QStringLiteral("O'Neil"), n2;
@@ -577,7 +572,6 @@ void TstDb::readsValuesAsTheDriver()
         "42",
         "1.5",
         "x'00ff'",
-        "'山田 太郎'",
         "'𠮷野家'",
         "char(65534)",
         "cast(x'c0af' as text)",     // overlong
