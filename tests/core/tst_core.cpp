@@ -301,8 +301,6 @@ void TstCore::typeNames_data()
     row(" text ( 40 ) ", JetType::Text, 40);
     row("character varying(40)", JetType::Text, 40);
     row("text", JetType::Memo, 0); // the server's own memo type has no size
-    row("SHORT", JetType::Integer, 0);
-    row("DOUBLE PRECISION", JetType::Double, 0);
     row("timestamp without time zone", JetType::DateTime, 0);
     row("numeric(19,4)", JetType::Currency, 19);
     row("numeric(19, 2)", JetType::Decimal, 19);
