@@ -491,15 +491,11 @@ void TstDb::networkFolderUsesRollbackJournal()
     const auto mode = [] {
         auto c = Connection::create();
         QString err;
-        Recordset rs;
+        Recordset journal, sync; // the session's settings are in force from its first statement on
         if (!c->open(fnConnectString(0, QStringLiteral("data1.dat")), &err) ||
-            !c->query(Sql("PRAGMA journal_mode"), rs, &err))
+            !c->query(Sql("PRAGMA journal_mode"), journal, &err) || !c->query(Sql("PRAGMA synchronous"), sync, &err))
             return err;
-        const QString journal = rs.text(0);
-        // the session's settings are in force from its first statement on
-        if (!c->query(Sql("PRAGMA synchronous"), rs, &err))
-            return err;
-        return journal + QLatin1Char(' ') + rs.text(0);
+        return journal.text(0) + QLatin1Char(' ') + sync.text(0);
     };
     QCOMPARE(mode(), QStringLiteral("wal 1"));
     setNetworkFolderProbe([](const QString&) { return true; });
