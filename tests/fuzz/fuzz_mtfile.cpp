@@ -4,23 +4,13 @@
 #include "conveni/layouts.h"
 #include "conveni/mtfile.h"
 #include "conveni/mtrecord.h"
-
-#include <QByteArray>
-#include <QFile>
-#include <QTemporaryDir>
+#include "tests/fuzz/input.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 
 namespace {
-
-const QString& inputFile()
-{
-    static QTemporaryDir dir;
-    static const QString path = dir.filePath(QStringLiteral("MT.txt"));
-    return path;
-}
 
 // A layout from ';'-separated values: the items' places (start.length), then the field numbers. From the input's first
 // line: every item cut anywhere, field numbers anywhere.
@@ -50,10 +40,10 @@ void check(const pel::LayoutPos& p, const QString& line)
         std::abort(); // an item is never longer than its place nor reaches beyond its line
 }
 
-void import(const pel::CvsLayout& l, int dateKind)
+void import(const QString& path, const pel::CvsLayout& l, int dateKind)
 {
     pel::MtFile file;
-    if (!file.open(inputFile()))
+    if (!file.open(path))
         return;
     const pel::MtDetection d = pel::detectMt(file, QStringLiteral("908997"));
     if (d.kind != pel::MtDetection::Found)
@@ -61,7 +51,7 @@ void import(const pel::CvsLayout& l, int dateKind)
     if (d.comma != 0 && d.comma != 1)
         std::abort();
     file.close();
-    if (!file.open(inputFile()))
+    if (!file.open(path))
         std::abort();
     bool postal = false;
     QString line;
@@ -89,18 +79,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (size == 0)
         return 0;
     const QByteArray bytes(reinterpret_cast<const char*>(data + 1), static_cast<qsizetype>(size - 1));
-    {
-        QFile f(inputFile());
-        if (!f.open(QIODevice::WriteOnly | QIODevice::Truncate))
-            std::abort();
-        f.write(bytes);
-    }
+    const QString& path = writtenInput("MT.txt", bytes);
     const int dateKind = data[0] & 1;
     if (data[0] & 2) {
         // the layout from the first line, the records from the rest
         const qsizetype eol = bytes.indexOf('\n');
         const pel::CvsLayout l = layoutFrom(QString::fromLatin1(bytes.left(eol < 0 ? 64 : eol)));
-        import(l, dateKind);
+        import(path, l, dateKind);
     } else {
         // the demo's two agencies (cvsini)
         static const pel::CvsLayout fixed =
@@ -108,7 +93,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                                       "0;0;0;0;0;0;0;0;0;0;0"));
         static const pel::CvsLayout comma =
             layoutFrom(QStringLiteral("0;0;0;0;0;0;1.06;1.05;1.17;0;1.1;1.04;5.02;7.02;1.04;2;3;4;0;0;0;5;6;6;6;8"));
-        import((data[0] & 4) ? comma : fixed, dateKind);
+        import(path, (data[0] & 4) ? comma : fixed, dateKind);
     }
     return 0;
 }
