@@ -5,31 +5,19 @@
 #include "app/runtimeerror.h"
 #include "app/startup.h"
 #include "tests/support/datarow.h"
+#include "tests/support/files.h"
 #include "tests/support/testhome.h"
 #include "ui/msgcatalog.h"
 #include "ui/textrules.h"
 
-#include <QFile>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
 
 using namespace pel;
+using test::fileBytes;
 using test::row;
-
-namespace {
-
-// A settings file in dir with the given bytes.
-QString writeIni(const QTemporaryDir& dir, const QByteArray& bytes)
-{
-    const QString ini = dir.filePath(QStringLiteral("mirabo.ini"));
-    QFile f(ini);
-    if (!f.open(QIODevice::WriteOnly) || f.write(bytes) != bytes.size())
-        qFatal("cannot write %s", qPrintable(ini));
-    return ini;
-}
-
-} // namespace
+using test::writeFileBytes;
 
 class TstCore : public QObject {
     Q_OBJECT
@@ -39,10 +27,8 @@ private slots:
     void screenTableComparesExactly();
     void splitQuoted_data();
     void splitQuoted();
-    void iniRoundTrip_data();
-    void iniRoundTrip();
     void iniReadRules();
-    void iniKeepsOtherLines();
+    void iniWrites();
     void iniInReadOnlyFolder();
     void dbMode_data();
     void dbMode();
@@ -60,7 +46,6 @@ private slots:
     void typeNames();
     void catalogue_data();
     void catalogue();
-    void catalogueUnknownKeyIsSilent();
 };
 
 void TstCore::getCommand_data()
@@ -69,7 +54,6 @@ void TstCore::getCommand_data()
     QTest::addColumn<int>("count");
     QTest::addColumn<QStringList>("args");
     QTest::newRow("empty") << "" << 0 << QStringList{};
-    QTest::newRow("two") << "1 5" << 2 << QStringList{"1", "5"};
     QTest::newRow("runs of spaces") << "1   20240101    x" << 3 << QStringList{"1", "20240101", "x"};
     QTest::newRow("leading spaces") << "  1" << 2 << QStringList{"", "1"};
     QTest::newRow("tab is ordinary") << "1\t2" << 1 << QStringList{"1\t2"};
@@ -90,8 +74,7 @@ void TstCore::getCommand()
         return;
     }
     QCOMPARE(fnGetCommand(got, line), count);
-    if (count > 0)
-        QCOMPARE(got, args);
+    QCOMPARE(got, args);
 }
 
 void TstCore::screenTableComparesExactly()
@@ -109,7 +92,6 @@ void TstCore::splitQuoted_data()
     QTest::newRow("empty") << "" << -1 << QStringList{};
     QTest::newRow("quoted comma") << "a,\"b,c\"," << 3 << QStringList{"a", "b,c", ""};
     QTest::newRow("doubled quote vanishes") << "\"x\"\"y\",z" << 2 << QStringList{"xy", "z"};
-    QTest::newRow("one field") << "abc" << 1 << QStringList{"abc"};
     QTest::newRow("only separators") << ",," << 3 << QStringList{"", "", ""};
 }
 
@@ -127,39 +109,13 @@ void TstCore::splitQuoted()
     QCOMPARE(got.mid(1), fields);
 }
 
-void TstCore::iniRoundTrip_data()
-{
-    QTest::addColumn<QString>("value");
-    QTest::addColumn<QString>("stored");
-    const auto row = [](const char* name, const char* value, const char* stored = nullptr) {
-        QTest::newRow(name) << QString::fromUtf8(value) << QString::fromUtf8(stored ? stored : value);
-    };
-    row("path with =", "C:\\data\\a=b.csv");
-    row("japanese", "D:\\出荷\\Ｉ－ＣＡＴ＿結果①.csv");
-    row("empty", "");
-    row("typed elsewhere: best fit", "D:\\1−2〜3", "D:\\1－2～3");
-}
-
-void TstCore::iniRoundTrip()
-{
-    QFETCH(QString, value);
-    QFETCH(QString, stored);
-    QTemporaryDir dir;
-    const QString ini = dir.filePath(QStringLiteral("mirabo.ini"));
-    QVERIFY(fnPutIni(QStringLiteral("I-CAT"), QStringLiteral("MakeFile"), value, ini) != 0);
-    QFile f(ini);
-    QVERIFY(f.open(QIODevice::ReadOnly));
-    const QByteArray raw = f.readAll();
-    QCOMPARE(Cp932::decode(raw).value_or(QString()), QStringLiteral("[I-CAT]\r\nMakeFile=") + stored + "\r\n");
-}
-
 void TstCore::iniReadRules()
 {
     QTemporaryDir dir;
-    const QString ini =
-        writeIni(dir, *Cp932::encode(QStringLiteral("[Mirabo]\r\n DbMode = 1 \r\ndbpath=  \"D:\\販売\"  \r\n"
-                                                    "[CvsRead]\r\nReadFile=a=b\r\nempty=\r\nlong=") +
-                                     QString(2000, QLatin1Char('x')) + QStringLiteral("\r\n")));
+    const QString ini = dir.filePath(QStringLiteral("mirabo.ini"));
+    QVERIFY(writeFileBytes(ini, *Cp932::encode(QStringLiteral("[Mirabo]\r\n DbMode = 1 \r\ndbpath=  \"D:\\販売\"  \r\n"
+                                                              "[CvsRead]\r\nReadFile=a=b\r\nempty=\r\nlong=") +
+                                               QString(2000, QLatin1Char('x')) + QStringLiteral("\r\n"))));
     QString v;
     fnGetIni(QStringLiteral("MIRABO"), QStringLiteral("dbpath"), QString(), v, 1024, ini);
     QCOMPARE(v, QStringLiteral("D:\\販売"));
@@ -175,20 +131,22 @@ void TstCore::iniReadRules()
     QCOMPARE(v, QStringLiteral("d"));
 }
 
-void TstCore::iniKeepsOtherLines()
+void TstCore::iniWrites()
 {
     QTemporaryDir dir;
-    // a line that is not valid Shift-JIS must survive byte for byte
-    const QString ini =
-        writeIni(dir, "; comment\r\n[mirabo]\r\ndbmode=0\r\nodd=\x85\x40\r\n\r\n[I-CAT]\r\nReadFile=a.csv\r\n");
-    QVERIFY(fnPutIni(QStringLiteral("i-cat"), QStringLiteral("READFILE"), QStringLiteral("b.csv"), ini));
-    QVERIFY(fnPutIni(QStringLiteral("I-CAT"), QStringLiteral("ErrFile"), QStringLiteral("e.txt"), ini));
+    const QString ini = dir.filePath(QStringLiteral("mirabo.ini"));
+    // a new file; a value typed elsewhere is written with the best fit
+    QVERIFY(fnPutIni(QStringLiteral("I-CAT"), QStringLiteral("MakeFile"), QStringLiteral("D:\\1−2〜3"), ini));
+    QCOMPARE(Cp932::decode(fileBytes(ini)).value_or(QString()), QStringLiteral("[I-CAT]\r\nMakeFile=D:\\1－2～3\r\n"));
+    // every other line survives byte for byte, also one that is not valid Shift-JIS
+    QVERIFY(
+        writeFileBytes(ini, "; comment\r\n[mirabo]\r\ndbmode=0\r\nodd=\x85\x40\r\n\r\n[I-CAT]\r\nReadFile=a.csv\r\n"));
+    QVERIFY(fnPutIni(QStringLiteral("i-cat"), QStringLiteral("READFILE"), QStringLiteral("b=c.csv"), ini));
+    QVERIFY(fnPutIni(QStringLiteral("I-CAT"), QStringLiteral("ErrFile"), QString(), ini));
     QVERIFY(fnPutIni(QStringLiteral("ConveniMake"), QStringLiteral("FilePath"), QStringLiteral("C:\\out"), ini));
-    QFile f(ini);
-    QVERIFY(f.open(QIODevice::ReadOnly));
-    QCOMPARE(f.readAll(),
-             QByteArray("; comment\r\n[mirabo]\r\ndbmode=0\r\nodd=\x85\x40\r\n\r\n[I-CAT]\r\nREADFILE=b.csv\r\n"
-                        "ErrFile=e.txt\r\n\r\n[ConveniMake]\r\nFilePath=C:\\out\r\n"));
+    QCOMPARE(fileBytes(ini),
+             QByteArray("; comment\r\n[mirabo]\r\ndbmode=0\r\nodd=\x85\x40\r\n\r\n[I-CAT]\r\nREADFILE=b=c.csv\r\n"
+                        "ErrFile=\r\n\r\n[ConveniMake]\r\nFilePath=C:\\out\r\n"));
     // a value with no Shift-JIS form is not written at all
     QCOMPARE(fnPutIni(QStringLiteral("I-CAT"), QStringLiteral("ErrFile"), QStringLiteral("😀"), ini), 0L);
 }
@@ -196,7 +154,8 @@ void TstCore::iniKeepsOtherLines()
 void TstCore::iniInReadOnlyFolder()
 {
     QTemporaryDir dir;
-    const QString ini = writeIni(dir, "[I-CAT]\r\nReadFile=a.csv\r\n");
+    const QString ini = dir.filePath(QStringLiteral("mirabo.ini"));
+    QVERIFY(writeFileBytes(ini, "[I-CAT]\r\nReadFile=a.csv\r\n"));
     // a folder that takes no new file: by permissions, or (for root, whom permissions do not stop) immutable
     const auto folderTakesNewFiles = [&] {
         QFile probe(dir.filePath(QStringLiteral("probe")));
@@ -217,9 +176,7 @@ void TstCore::iniInReadOnlyFolder()
     if (!readOnly)
         QSKIP("cannot make a read-only folder here");
     QCOMPARE(written, 1L);
-    QFile f(ini);
-    QVERIFY(f.open(QIODevice::ReadOnly));
-    QCOMPARE(f.readAll(), QByteArray("[I-CAT]\r\nReadFile=b.csv\r\n"));
+    QCOMPARE(fileBytes(ini), QByteArray("[I-CAT]\r\nReadFile=b.csv\r\n"));
 }
 
 void TstCore::dbMode_data()
@@ -227,7 +184,6 @@ void TstCore::dbMode_data()
     QTest::addColumn<QByteArray>("ini");
     QTest::addColumn<int>("mode"); // -1: overflow
     QTest::newRow("no file") << QByteArray() << 0;
-    QTest::newRow("absent key") << QByteArray("[mirabo]\r\n") << 0;
     QTest::newRow("one") << QByteArray("[mirabo]\r\ndbmode=1\r\n") << 1;
     QTest::newRow("text") << QByteArray("[mirabo]\r\ndbmode=abc\r\n") << 0;
     QTest::newRow("negative") << QByteArray("[mirabo]\r\ndbmode=-1\r\n") << -1;
@@ -241,7 +197,7 @@ void TstCore::dbMode()
     QTemporaryDir dir;
     qputenv("PEL008_HOME", dir.path().toLocal8Bit());
     if (!ini.isEmpty())
-        writeIni(dir, ini);
+        QVERIFY(writeFileBytes(dir.filePath(QStringLiteral("mirabo.ini")), ini));
     if (mode < 0)
         QVERIFY_THROWS_EXCEPTION(RuntimeError, fnGetDbMode());
     else
@@ -254,14 +210,12 @@ void TstCore::cutByte_data()
     QTest::addColumn<int>("n");
     QTest::addColumn<QString>("piece");
     QTest::addColumn<QString>("rest");
-    row("fits", "abc", 5, "abc", "");
     row("exact", "ab表", 4, "ab表", "");
     row("boundary in a wide char", "a表b", 2, "a", "表b");
-    row("half-width kana are one byte", "ｱｲｳｴ", 3, "ｱｲｳ", "ｴ");
     row("zero", "abc", 0, "", "abc");
     row("− and 〜 are written wide", "1−2〜3", 5, "1−2", "〜3");
     row("¥ is written as one byte", "¥¥¥", 2, "¥¥", "¥");
-    row("no form: one '?' per unit", "a한bc", 3, "a한b", "c");
+    row("no form: one '?' per unit, a pair kept whole", "a😀bc", 2, "a", "😀bc");
 }
 
 void TstCore::cutByte()
@@ -282,13 +236,11 @@ void TstCore::toNum_data()
     QTest::addColumn<bool>("minus");
     QTest::addColumn<double>("value");
     QTest::newRow("commas and blanks") << " 1,234 円" << true << true << 1234.0;
-    QTest::newRow("leading point") << ".5" << true << true << 0.5;
     QTest::newRow("minus point") << "-.5" << true << true << -0.5;
     QTest::newRow("second point dropped") << "1.2.3" << true << true << 1.23;
     QTest::newRow("no decimals") << "12.5" << false << true << 125.0;
     QTest::newRow("late minus ignored") << "12-3" << true << true << 123.0;
     QTest::newRow("minus not allowed") << "-7" << true << false << 7.0;
-    QTest::newRow("only minus") << "-" << true << true << 0.0;
     QTest::newRow("full-width digits ignored") << "１２3" << true << true << 3.0;
     QTest::newRow("empty") << "" << true << true << 0.0;
 }
@@ -348,8 +300,6 @@ void TstCore::typeNames_data()
     row(" text ( 40 ) ", JetType::Text, 40);
     row("character varying(40)", JetType::Text, 40);
     row("text", JetType::Memo, 0); // the server's own memo type has no size
-    row("SHORT", JetType::Integer, 0);
-    row("DOUBLE PRECISION", JetType::Double, 0);
     row("timestamp without time zone", JetType::DateTime, 0);
     row("numeric(19,4)", JetType::Currency, 19);
     row("numeric(19, 2)", JetType::Decimal, 19);
@@ -382,7 +332,6 @@ void TstCore::cp932_data()
     row("髙 (IBM extension)", "髙", "FBFC");
     row("half-width kana", "ｱﾞ", "B1DE");
     row("ascii backslash stays", "C:\\a", "43 3A 5C 61");
-    row("∥", "∥", "8161");
     row("minus sign", "1−2", "31 817C 32", true);
     row("wave dash", "〜", "8160", true);
     row("em dash", "—", "815C", true);
@@ -427,15 +376,14 @@ void TstCore::catalogue_data()
 {
     QTest::addColumn<QString>("extra"); // the row's name is the key
     QTest::addColumn<QString>("text");
-    QTest::addColumn<int>("style");
+    QTest::addColumn<int>("style"); // 0: no such key, nothing shown
     row("記録", "", "記録します", 68);
     row("削除", "伝票No.12", "削除します\r\n伝票No.12", 324);
     row("削除エラー", "x", "削除に失敗しました！\r\nすべて終了し、データメンテナンスから復旧をしてください", 48);
-    row("ReadOnly", "data1.dat",
-        "data1.dat が読み取り専用になっています\r\n読み取り専用を解除し、ＰＥＬＯＮＡを再起動して下さい", 48);
     row("作業中", "出荷", "保存されていませんが、出荷を終了しますか？", 292);
     row("ファイル書込み選択", "a.csv",
         "a.csvファイルが存在します。上書きしますか？\r\n「はい」\t上書\r\n「いいえ」\t追加\r\n「ｷｬﾝｾﾙ」\t取消", 547);
+    row("ｷｬﾝｾﾙ ", "", "", 0);
 }
 
 void TstCore::catalogue()
@@ -444,18 +392,15 @@ void TstCore::catalogue()
     QFETCH(QString, extra);
     QFETCH(QString, text);
     QFETCH(int, style);
-    test::ScriptedDialogs d;
+    test::ScriptedDialogs d; // fails on a dialog it does not expect
+    if (style == 0) {
+        QCOMPARE(fnMsg(key, extra, true), 0);
+        return;
+    }
     d.expect(text, answer::No);
     QCOMPARE(fnMsg(key, extra, false), int(answer::No));
     QCOMPARE(d.styles.value(0), style);
     QVERIFY(d.shown.value(0).startsWith(QStringLiteral("ＰＥＬＯＮＡ|")));
-}
-
-void TstCore::catalogueUnknownKeyIsSilent()
-{
-    test::ScriptedDialogs d; // fails on any dialog
-    QCOMPARE(fnMsg(QStringLiteral("ｷｬﾝｾﾙ "), QString(), false), 0);
-    QCOMPARE(fnMsg(QStringLiteral("ＭＳＧ"), QString(), true), 0);
 }
 
 QTEST_GUILESS_MAIN(TstCore)

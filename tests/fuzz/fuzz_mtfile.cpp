@@ -4,10 +4,7 @@
 #include "conveni/layouts.h"
 #include "conveni/mtfile.h"
 #include "conveni/mtrecord.h"
-
-#include <QByteArray>
-#include <QFile>
-#include <QTemporaryDir>
+#include "tests/fuzz/input.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -15,49 +12,15 @@
 
 namespace {
 
-const QString& inputFile()
-{
-    static QTemporaryDir dir;
-    static const QString path = dir.filePath(QStringLiteral("MT.txt"));
-    return path;
-}
-
-pel::LayoutPos pos(const char* value)
-{
-    pel::LayoutPos p;
-    if (!pel::fnSplitPos(pel::fnLayoutValue(QString::fromLatin1(value)), &p))
-        std::abort();
-    return p;
-}
-
-// The layouts of the demo's two agencies (cvsini).
-pel::CvsLayout fixedLayout()
-{
-    pel::CvsLayout l;
-    l.sokuk = pos("2.06"), l.sokum = pos("8.1"), l.kakuk = pos("18.06"), l.kakum = pos("24.1");
-    l.torik = pos("34.06"), l.torim = pos("40.1"), l.dno1 = pos("4.14"), l.fcd = pos("18.05");
-    l.scd = pos("23.04"), l.nen = pos("27.04"), l.tuki = pos("31.02"), l.hi = pos("33.02"), l.money = pos("39.1");
-    l.cvscode = pos("49.04");
-    return l;
-}
-
-pel::CvsLayout commaLayout()
-{
-    pel::CvsLayout l;
-    l.fcd = pos("1.06"), l.cfcd = 2, l.scd = pos("1.05"), l.cscd = 3, l.dno1 = pos("1.17"), l.cdno1 = 4;
-    l.money = pos("1.1"), l.cmoney = 5, l.nen = pos("1.04"), l.cnen = 6, l.tuki = pos("5.02"), l.ctuki = 6;
-    l.hi = pos("7.02"), l.chi = 6, l.cvscode = pos("1.04"), l.ccvscode = 8;
-    return l;
-}
-
-// A layout whose values come from the input's first line: every item cut anywhere, field numbers anywhere.
+// A layout from ';'-separated values: the items' places (start.length), then the field numbers. From the input's first
+// line: every item cut anywhere, field numbers anywhere.
 pel::CvsLayout layoutFrom(const QString& line)
 {
     const QStringList v = line.split(u';');
     const auto at = [&](int i) { return v.value(i % (v.size() + 1)); };
     pel::CvsLayout l;
-    pel::LayoutPos* const places[] = {&l.sokuk, &l.sokum, &l.torik, &l.torim, &l.fcd, &l.scd,    &l.dno1,
-                                      &l.dno2,  &l.money, &l.nen,   &l.tuki,  &l.hi,  &l.cvscode};
+    pel::LayoutPos* const places[] = {&l.sokuk, &l.sokum, &l.kakuk, &l.kakum, &l.torik, &l.torim, &l.fcd,    &l.scd,
+                                      &l.dno1,  &l.dno2,  &l.money, &l.nen,   &l.tuki,  &l.hi,    &l.cvscode};
     int i = 0;
     for (pel::LayoutPos* p : places)
         if (!pel::fnSplitPos(pel::fnLayoutValue(at(i++)), p))
@@ -77,10 +40,10 @@ void check(const pel::LayoutPos& p, const QString& line)
         std::abort(); // an item is never longer than its place nor reaches beyond its line
 }
 
-void import(const pel::CvsLayout& l, int dateKind)
+void import(const QString& path, const pel::CvsLayout& l, int dateKind)
 {
     pel::MtFile file;
-    if (!file.open(inputFile()))
+    if (!file.open(path))
         return;
     const pel::MtDetection d = pel::detectMt(file, QStringLiteral("908997"));
     if (d.kind != pel::MtDetection::Found)
@@ -88,7 +51,7 @@ void import(const pel::CvsLayout& l, int dateKind)
     if (d.comma != 0 && d.comma != 1)
         std::abort();
     file.close();
-    if (!file.open(inputFile()))
+    if (!file.open(path))
         std::abort();
     bool postal = false;
     QString line;
@@ -116,21 +79,21 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (size == 0)
         return 0;
     const QByteArray bytes(reinterpret_cast<const char*>(data + 1), static_cast<qsizetype>(size - 1));
-    {
-        QFile f(inputFile());
-        if (!f.open(QIODevice::WriteOnly | QIODevice::Truncate))
-            std::abort();
-        f.write(bytes);
-    }
+    const QString& path = writtenInput("MT.txt", bytes);
     const int dateKind = data[0] & 1;
     if (data[0] & 2) {
         // the layout from the first line, the records from the rest
         const qsizetype eol = bytes.indexOf('\n');
         const pel::CvsLayout l = layoutFrom(QString::fromLatin1(bytes.left(eol < 0 ? 64 : eol)));
-        import(l, dateKind);
+        import(path, l, dateKind);
     } else {
-        static const pel::CvsLayout fixed = fixedLayout(), comma = commaLayout();
-        import((data[0] & 4) ? comma : fixed, dateKind);
+        // the demo's two agencies (cvsini)
+        static const pel::CvsLayout fixed =
+            layoutFrom(QStringLiteral("2.06;8.1;18.06;24.1;34.06;40.1;18.05;23.04;4.14;0;39.1;27.04;31.02;33.02;49.04;"
+                                      "0;0;0;0;0;0;0;0;0;0;0"));
+        static const pel::CvsLayout comma =
+            layoutFrom(QStringLiteral("0;0;0;0;0;0;1.06;1.05;1.17;0;1.1;1.04;5.02;7.02;1.04;2;3;4;0;0;0;5;6;6;6;8"));
+        import(path, (data[0] & 4) ? comma : fixed, dateKind);
     }
     return 0;
 }

@@ -2,11 +2,9 @@
 // keep every other line) and the quoted-field splitter of the import files.
 #include "app/inifile.h"
 #include "app/startup.h"
+#include "tests/fuzz/input.h"
 
-#include <QByteArray>
-#include <QFile>
 #include <QStringList>
-#include <QTemporaryDir>
 
 #include <cstddef>
 #include <cstdint>
@@ -14,22 +12,9 @@
 
 namespace {
 
-const QString& iniFile()
-{
-    static QTemporaryDir dir;
-    static const QString path = dir.filePath(QStringLiteral("mirabo.ini"));
-    return path;
-}
-
 void settings(const QByteArray& bytes)
 {
-    const QString& path = iniFile();
-    {
-        QFile f(path);
-        if (!f.open(QIODevice::WriteOnly | QIODevice::Truncate))
-            std::abort();
-        f.write(bytes);
-    }
+    const QString& path = writtenInput("mirabo.ini", bytes);
     QString v;
     static const char* const keys[][2] = {{"mirabo", "dbmode"},
                                           {"mirabo", "dbpath"},
@@ -41,7 +26,6 @@ void settings(const QByteArray& bytes)
         pel::fnGetIni(QString::fromLatin1(k[0]), QString::fromLatin1(k[1]), QStringLiteral("d"), v, 1024, path);
         (void)pel::fnGetIniInt(QString::fromLatin1(k[0]), QString::fromLatin1(k[1]), -1, path);
     }
-    const QByteArray before = bytes;
     if (pel::fnPutIni(QStringLiteral("CvsRead"), QStringLiteral("ReadFile"), QStringLiteral("C:\\受信\\MT.txt"),
                       path)) {
         QString back;

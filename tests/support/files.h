@@ -1,5 +1,5 @@
 #pragma once
-// A file's bytes as a test compares them.
+// A file's bytes as a test compares them, and a file a test sets up.
 #include <QByteArray>
 #include <QFile>
 #include <QString>
@@ -11,6 +11,12 @@ inline QByteArray fileBytes(const QString& path)
 {
     QFile f(path);
     return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<unreadable>");
+}
+
+inline bool writeFileBytes(const QString& path, const QByteArray& bytes)
+{
+    QFile f(path);
+    return f.open(QIODevice::WriteOnly | QIODevice::Truncate) && f.write(bytes) == bytes.size();
 }
 
 } // namespace pel::test

@@ -8,6 +8,7 @@
 #include "jet/create.h"
 #include "jet/jet.h"
 #include "jet/tool.h"
+#include "tests/support/files.h"
 
 #include <QFile>
 #include <QRandomGenerator>
@@ -72,8 +73,7 @@ TestHome::TestHome(Backend backend) : backend_(backend)
 {
     previousHome_ = qgetenv("PEL008_HOME");
     qputenv("PEL008_HOME", dir_.path().toLocal8Bit());
-    QFile ini(file(QStringLiteral("mirabo.ini")));
-    ini.open(QIODevice::WriteOnly);
+    QByteArray ini("[mirabo]\r\ndbmode=0\r\n");
     if (backend == Backend::Postgres) {
         if (testServer().isEmpty()) {
             error_ = QStringLiteral("PEL008_TEST_PG is not set");
@@ -82,20 +82,19 @@ TestHome::TestHome(Backend backend) : backend_(backend)
         database_ = QStringLiteral("t%1").arg(QRandomGenerator::global()->generate64() % 1000000000000ULL);
         if (!adminExec(QStringLiteral("CREATE DATABASE ") + database_, &error_))
             return;
-        ini.write(QByteArrayLiteral("[mirabo]\r\ndbmode=0\r\ndbserver=") +
-                  withDatabase(testServer(), database_).toUtf8() + "\r\n");
-        ini.close();
+        ini += "dbserver=" + withDatabase(testServer(), database_).toUtf8() + "\r\n";
+    }
+    if (!writeFileBytes(file(QStringLiteral("mirabo.ini")), ini)) {
+        error_ = QStringLiteral("mirabo.ini cannot be written");
+        return;
+    }
+    if (backend == Backend::Postgres) {
         auto c = Connection::create();
-        if (!c->open(fnConnectString(0, QStringLiteral("data1.dat")), &error_))
-            return;
-        createSchema(*c, &error_);
+        if (c->open(fnConnectString(0, QStringLiteral("data1.dat")), &error_))
+            createSchema(*c, &error_);
     } else if (backend == Backend::Jet) {
-        ini.write("[mirabo]\r\ndbmode=0\r\n");
-        ini.close();
         batch::createJetDatabase(file(QStringLiteral("data1.dat")), jet::kSortJapanese, &error_);
     } else {
-        ini.write("[mirabo]\r\ndbmode=0\r\n");
-        ini.close();
         createSqliteDatabase(file(QStringLiteral("data1.dat")), &error_);
     }
 }
@@ -259,11 +258,9 @@ int ScriptedDialogs::messageBox(const QString& text, int style, const QString& t
         !steps_.isEmpty() && steps_.front().kind == Kind::Message &&
         (steps_.front().prefix ? text.startsWith(steps_.front().expected) : steps_.front().expected == text);
     if (!matches) {
-        QTest::qFail(qPrintable(QStringLiteral("unexpected dialog: ") + text +
-                                (steps_.isEmpty() ? QString()
-                                                  : QStringLiteral(" (expected: ") + steps_.front().expected +
-                                                        QLatin1Char(')'))),
-                     __FILE__, __LINE__);
+        const QString expected =
+            steps_.isEmpty() ? QString() : QStringLiteral(" (expected: %1)").arg(steps_.front().expected);
+        QTest::qFail(qPrintable(QStringLiteral("unexpected dialog: ") + text + expected), __FILE__, __LINE__);
         return defaultAnswer(style);
     }
     return steps_.takeFirst().answer;

@@ -1,7 +1,6 @@
 #pragma once
 // Test fixtures: a program folder with a fresh data1.dat (SQLite or the suite's Jet 4 file) or a fresh PostgreSQL
-// database, and a dialog
-// service that answers from a script and fails the test on a dialog nobody expected.
+// database, and a dialog service that answers from a script and fails the test on a dialog nobody expected.
 #include "app/interaction.h"
 #include "ui/dialogs.h"
 
@@ -119,18 +118,16 @@ public:
     }
 };
 
-// A job's user as a test sees it: rows, progress and statuses recorded; cancel after a number of yields.
+// A job's user as a test sees it: locks, rows and statuses recorded; cancel after a number of yields.
 class RecordingInteraction : public Interaction {
 public:
     void lock(bool on) override { locks << on; }
-    void progress(int percent) override { progressValues << percent; }
     void status(const QString& text) override { statuses << text; }
     void yieldOnce() override { ++yields; }
     void resultRow(const QStringList& row) override { rows << row; }
     bool cancelRequested() override { return cancelAfterYields >= 0 && yields >= cancelAfterYields; }
 
     QList<bool> locks;
-    QList<int> progressValues;
     QStringList statuses;
     QList<QStringList> rows;
     int yields = 0;
