@@ -16,7 +16,7 @@ namespace
 
 using namespace jettest;
 
-// Inserts, updates and deletes on an indexed table and a memo table in one transaction; the same bytes each run.
+// Inserts, updates and deletes on an indexed table in one transaction; the same bytes each run.
 [[noreturn]] void writeTransaction(const std::string& path)
 {
     std::string sql = "BEGIN;";

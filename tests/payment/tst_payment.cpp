@@ -474,12 +474,12 @@ void PaymentTest::postingAgainstALock()
     }
     std::unique_ptr<HeldLock> lock;
     std::atomic<int> held{0}; // 1 held, -1 could not lock
-    std::thread holder;
+    std::jthread holder;      // joined on every way out, a failed comparison included
     if (refused.isEmpty() && heldMs < 0) {
         lock = holdOrder1001(home_->backend());
         QVERIFY(lock->ok());
     } else if (heldMs >= 0) {
-        holder = std::thread([&] {
+        holder = std::jthread([&] {
             const auto lock = holdOrder1001(home_->backend());
             held = lock->ok() ? 1 : -1;
             std::this_thread::sleep_for(std::chrono::milliseconds(heldMs));
