@@ -8,6 +8,7 @@
 #include <QDir>
 #include <QFileDialog>
 #include <QGridLayout>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QLibraryInfo>
 #include <QMessageBox>
@@ -85,6 +86,25 @@ void addPrompt(QFileDialog& dialog, const QString& prompt)
         grid->addItem(p.item, p.row + 1, p.column, p.rowSpan, p.columnSpan);
 }
 
+// QMessageBox takes a box's No button for its escape button when it is given none. The suite's Yes/No boxes have
+// none: Escape and the title bar's close leave the question open.
+class NoEscape final : public QObject {
+public:
+    using QObject::QObject;
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override
+    {
+        if (event->type() == QEvent::KeyPress && static_cast<QKeyEvent*>(event)->matches(QKeySequence::Cancel))
+            return true;
+        if (event->type() == QEvent::Close) {
+            event->ignore();
+            return true;
+        }
+        return QObject::eventFilter(watched, event);
+    }
+};
+
 } // namespace
 
 int BuiltMessageBox::answerOf(QAbstractButton* button) const
@@ -118,6 +138,8 @@ BuiltMessageBox buildMessageBox(const QString& text, int style, const QString& t
     for (const auto& [b, a] : built.answers)
         if (a == answer::Cancel || (defs.size() == 1 && a == answer::Ok))
             box.setEscapeButton(b);
+    if (!box.escapeButton())
+        box.installEventFilter(new NoEscape(&box));
     return built;
 }
 

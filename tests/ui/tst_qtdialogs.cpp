@@ -9,6 +9,7 @@
 #include <QFileDialog>
 #include <QLabel>
 #include <QMessageBox>
+#include <QPointer>
 #include <QPushButton>
 #include <QTemporaryDir>
 #include <QTest>
@@ -24,6 +25,7 @@ private slots:
     void styles();
     void answers_data();
     void answers();
+    void yesNoHasNoEscape();
     void choosers_data();
     void choosers();
     void qtTranslation_data();
@@ -110,6 +112,27 @@ void QtDialogsTest::answers()
     });
     QCOMPARE(service.messageBox(QStringLiteral("記録します"), style, kProductTitle), expected);
     QVERIFY(pressed);
+}
+
+// Escape and the title bar's close leave a Yes/No question open; only a button answers it.
+void QtDialogsTest::yesNoHasNoEscape()
+{
+    QtDialogService service;
+    bool stillOpen = false;
+    QTimer::singleShot(0, this, [&] {
+        QPointer<QMessageBox> box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+        if (!box)
+            return;
+        QTest::keyClick(box, Qt::Key_Escape);
+        box->close();
+        QTimer::singleShot(0, this, [&stillOpen, box] {
+            stillOpen = box && box->isVisible();
+            if (box)
+                box->buttons().constFirst()->click();
+        });
+    });
+    QCOMPARE(service.messageBox(QStringLiteral("記録します"), 324, kProductTitle), 6);
+    QVERIFY(stillOpen);
 }
 
 void QtDialogsTest::choosers_data()
