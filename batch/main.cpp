@@ -82,7 +82,7 @@ int Context::usage(const QString& message) const
     return UsageError;
 }
 
-// Rows and totals that never reached their reader are no finished run (a full disk, a closed pipe).
+// Rows and totals that never reached their reader are no finished run (a full disk).
 int delivered(QTextStream& out, QTextStream& err, int rc)
 {
     errno = 0;
