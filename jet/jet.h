@@ -228,6 +228,9 @@ public:
     // wait limit); what another process committed before is read first. Nothing to do inside a transaction.
     Status beginRead();
     void endRead();
+    // Outside a transaction: when another program committed since we last read, forget the cached pages and read
+    // the table definitions again, so that what follows starts from that commit.
+    Status refresh();
 
     // Write transactions (jet/pager.cpp). Changes live in memory until sync(): the original of every page
     // about to change goes to a rollback journal beside the file ("<file>-pel008-journal"), forced to disk,

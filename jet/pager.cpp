@@ -381,6 +381,27 @@ Status Database::beginRead()
     return s;
 }
 
+Status Database::refresh()
+{
+    if (path_.empty() || inTransaction() || commitLocked_ || os::stamp(path_) == stamp_) return OK;
+    if (Status s = lockCommit(false); s != OK) return s;
+    // A commit leaves the header as it is; another header is another database put in this one's place.
+    std::uint8_t header[kHeaderCryptOffset + kHeaderCryptLen];
+    if (head_.size() < sizeof header || !file_->read(header, sizeof header, 0) ||
+        std::memcmp(header, head_.data(), sizeof header) != 0) {
+        unlockCommit();
+        return fail(ERR_IO, "'" + fileName(path_) + "' was replaced by another database while open; open it again.");
+    }
+    dropPages();
+    Status s = readSize();
+    if (s == OK) {
+        forgetCaches();
+        s = refreshTables();
+    }
+    unlockCommit();
+    return s;
+}
+
 void Database::endRead()
 {
     if (!inTransaction()) unlockCommit();

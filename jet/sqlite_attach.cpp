@@ -424,6 +424,11 @@ int xFilter(sqlite3_vtab_cursor* base, int idxNum, const char*, int argc, sqlite
     auto* c = reinterpret_cast<VCursor*>(base);
     auto* vt = reinterpret_cast<VTab*>(base->pVtab);
     try {
+        // Each scan starts from the last commit of any program, not from pages cached before it.
+        if (Status s = vt->engine->db->refresh(); s != OK) {
+            setError(&vt->base, vt->engine->db->error());
+            return sqliteCode(s);
+        }
         ReadView view(base->pVtab);
         Status s;
         bool seeked = false;

@@ -149,6 +149,28 @@ TEST(JetFile, OffsetsBeyondFourGiBAndIdentity)
 // Three writers of one file in a folder with a Japanese name and a fourth process checking it meanwhile: every save
 // is waited for, not refused (as long as it takes here: instrumented, or under an emulator); every row saved is
 // there; every check finds the file whole.
+const bool isInserter = childDoes("insert", [] {
+    std::_Exit(Sql(envValue("JET_TEST_PATH")).exec("INSERT INTO offset VALUES (7, 1.5)").empty() ? 0 : 1);
+});
+
+TEST(JetProcesses, AnOpenReaderSeesAnotherProgramsCommit)
+{
+    ScratchDir dir("reader");
+    const std::string path = dir / "data1.dat";
+    ASSERT_TRUE(made(path,
+                     {{"offset",
+                       {{"kubun", jet::Type::Long}, {"top", jet::Type::Float}},
+                       {{"offset_kubun", {{"kubun", true}}, false, false}}}},
+                     jet::kSortJapanese));
+    Sql reader(path);
+    EXPECT_EQ(reader.query("SELECT count(*) FROM offset"), "0\n");
+    Child inserter;
+    ASSERT_TRUE(inserter.start("insert", {{"JET_TEST_PATH", path}}));
+    EXPECT_EQ(inserter.wait(), 0);
+    EXPECT_EQ(reader.query("SELECT count(*) FROM offset"), "1\n");
+    EXPECT_EQ(reader.query("SELECT top FROM offset WHERE kubun = 7"), "1.5\n");
+}
+
 TEST(JetProcesses, WritersWaitForEachOtherAndChecksStayClean)
 {
     ScratchDir dir("販売管理");
