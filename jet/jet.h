@@ -362,6 +362,21 @@ private:
 // (PEL008_LOCK_WAIT_MS, 250 by default, as on the other backends).
 int lockWaitMs();
 
+// Our lock bytes lie beyond the 2 GB a Jet 4 file can reach: no page is ever locked. The writer byte is held
+// for a whole write transaction; the commit byte exclusively while pages change on disk (journal, pages,
+// removal) and shared while a reader reads the file. Order: writer, then commit.
+constexpr std::uint64_t kWriterLock = std::uint64_t(1) << 31;
+constexpr std::uint64_t kCommitLock = kWriterLock + 1;
+// Held exclusively by a writer waiting for the commit byte, shared for a moment by a reader before it takes the
+// commit byte: readers that keep coming cannot starve a commit.
+constexpr std::uint64_t kPendingLock = kWriterLock + 2;
+
+// Where a write keeps the pages it changes until its commit is complete.
+std::string journalPath(const std::string& path);
+
+// "data1.dat は PC1 の Admin で使用中です": the suite's users holding the file.
+std::string inUseText(const std::string& path, const std::vector<LdbUser>& others);
+
 // Header helpers shared with the password writer.
 void rc4(const std::uint8_t* key, std::size_t keyLen, std::uint8_t* data, std::size_t n);
 constexpr std::size_t kHeaderCryptOffset = 0x18;

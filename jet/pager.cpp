@@ -30,19 +30,6 @@ constexpr std::size_t kHeaderV2 = 64;
 constexpr std::size_t kRecordV1 = 4 + kPageSize + 4;
 constexpr std::size_t kRecordV2 = 4 + kPageSize + 8;
 
-// Our lock bytes lie beyond the 2 GB a Jet 4 file can reach: no page is ever locked. The writer byte is held
-// for a whole write transaction; the commit byte exclusively while pages change on disk (journal, pages,
-// removal) and shared while a reader reads the file. Order: writer, then commit.
-constexpr std::uint64_t kWriterLock = std::uint64_t(1) << 31;
-constexpr std::uint64_t kCommitLock = kWriterLock + 1;
-// Held exclusively by a writer waiting for the commit byte, shared for a moment by a reader before it takes the
-// commit byte: readers that keep coming cannot starve a commit.
-constexpr std::uint64_t kPendingLock = kWriterLock + 2;
-
-std::string journalPath(const std::string& path)
-{
-    return path + "-pel008-journal";
-}
 
 std::uint32_t checksum(const std::uint8_t* p, std::size_t n, std::uint32_t h = 2166136261u)
 {
@@ -78,6 +65,13 @@ std::string fileName(const std::string& path)
     return k == std::string::npos ? path : path.substr(k + 1);
 }
 
+} // namespace
+
+std::string journalPath(const std::string& path)
+{
+    return path + "-pel008-journal";
+}
+
 std::string inUseText(const std::string& path, const std::vector<LdbUser>& others)
 {
     std::string names;
@@ -85,8 +79,6 @@ std::string inUseText(const std::string& path, const std::vector<LdbUser>& other
         names += (names.empty() ? "" : "、") + u.computer + " の " + u.user;
     return fileName(path) + " は " + names + " で使用中です";
 }
-
-} // namespace
 
 int lockWaitMs()
 {

@@ -316,6 +316,21 @@ int setPassword(const std::string& path, const std::string& newPassword, std::st
     if (pw.size() > kPasswordLen / 2) return failWith(ERR_ARG, "A database password has at most 20 characters.");
     os::File f;
     if (!f.open(path, os::Mode::ReadWrite)) return failWith(ERR_IO, "Cannot open '" + path + "' for writing.");
+    // Every open connection compares the header it read with the file's: the file is taken whole, as a write
+    // that changes every page would take it. The locks go with the file when it is closed.
+    for (std::uint64_t byte : {kWriterLock, kCommitLock}) {
+        switch (f.lock(byte, 1, true, lockWaitMs())) {
+        case os::Lock::Got:
+            continue;
+        case os::Lock::Busy:
+            return failWith(ERR_BUSY, "'" + path + "' is in use by another program of ours.");
+        case os::Lock::Failed:
+            return failWith(ERR_IO, "Cannot lock '" + path + "': " + os::lastError());
+        }
+    }
+    if (os::exists(journalPath(path)))
+        return failWith(ERR_BUSY, "'" + path + "' has an unfinished write; open it once to restore it first.");
+    if (std::vector<LdbUser> others = ldbUsers(path); !others.empty()) return failWith(ERR_BUSY, inUseText(path, others));
     std::uint8_t head[kHeaderCryptOffset + kHeaderCryptLen];
     if (!f.read(head, sizeof head, 0)) return failWith(ERR_FORMAT, "'" + path + "' is not a Jet database file.");
     if (head[0] != 0 || std::memcmp(head + 4, "Standard Jet DB", 15) != 0)

@@ -28,7 +28,8 @@ int dumpTable(const Database& db, const Table& table, std::ostream& out, std::st
 // Walks every table and index (Database::check) and prints one line per inconsistency. OK when clean,
 // ERR_CORRUPT when something disagrees, another Status (with *error) when the file cannot be read.
 int checkFile(const std::string& path, const std::string& password, std::ostream& out, std::string* error);
-// Writes a new database password into the header of a Jet 4 file (in place: copy the file first).
+// Writes a new database password into the header of a Jet 4 file (in place: copy the file first). ERR_BUSY while
+// anyone else holds the file, or a write of ours left its journal.
 int setPassword(const std::string& path, const std::string& newPassword, std::string* error);
 
 } // namespace jet

@@ -226,4 +226,61 @@ TEST(JetFault, CommitRechecksTheFileAndItsUsers)
     }
 }
 
+// A new password changes the header every open connection compares: it waits for nobody and refuses while anyone
+// else holds the file, leaving the file as it was.
+TEST(JetFault, PasswordOnlyOnAFileNobodyHolds)
+{
+    struct Case {
+        const char* what;
+        std::function<std::shared_ptr<void>(const std::string&)> hold;
+        const char* error;
+    };
+    const Case cases[] = {
+        {"a writer of ours",
+         [](const std::string& path) {
+             auto db = std::make_shared<jet::Database>();
+             EXPECT_EQ(db->open(path, ""), jet::OK);
+             EXPECT_EQ(db->begin(), jet::OK) << db->error();
+             return db;
+         },
+         "in use by another program of ours"},
+        {"a reader of ours",
+         [](const std::string& path) {
+             auto db = std::make_shared<jet::Database>();
+             EXPECT_EQ(db->open(path, ""), jet::OK);
+             EXPECT_EQ(db->beginRead(), jet::OK) << db->error();
+             return db;
+         },
+         "in use by another program of ours"},
+        {"a user of the suite",
+         [](const std::string& path) {
+             writeSlot(jet::ldbPath(path), 3, "PC03", "Admin");
+             return std::make_shared<OtherUser>(jet::ldbPath(path), jet::kLdbLockBase + 3);
+         },
+         "PC03 の Admin で使用中です"},
+        {"an unfinished write",
+         [](const std::string& path) {
+             EXPECT_TRUE(jet::os::File().open(journalOf(path), jet::os::Mode::CreateNew));
+             return std::shared_ptr<void>();
+         },
+         "unfinished write"},
+    };
+    ::setenv("PEL008_LOCK_WAIT_MS", "20", 1);
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        WorkCopy s("emptyJet4.mdb", "password.mdb");
+        std::filesystem::remove(jet::ldbPath(s.path));
+        const auto before = readFile(s.path);
+        auto holder = c.hold(s.path);
+        std::string err;
+        EXPECT_EQ(jet::setPassword(s.path, "secret", &err), jet::ERR_BUSY);
+        EXPECT_NE(err.find(c.error), std::string::npos) << err;
+        EXPECT_TRUE(readFile(s.path) == before);
+        holder.reset();
+        std::filesystem::remove(journalOf(s.path));
+        EXPECT_EQ(jet::setPassword(s.path, "secret", &err), jet::OK) << err;
+    }
+    ::unsetenv("PEL008_LOCK_WAIT_MS");
+}
+
 } // namespace
