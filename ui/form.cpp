@@ -104,14 +104,20 @@ bool Form::event(QEvent* event)
     if (event->type() == QEvent::Paint && !painted_) {
         painted_ = true;
         // Queued, so that it runs once this paint has reached the screen.
-        QTimer::singleShot(0, this, [this] {
-            writeOpenLog();
-            const QList<std::function<void()>> work = std::exchange(afterPaint_, {});
-            for (const auto& w : work)
-                w();
-        });
+        QTimer::singleShot(0, this, &Form::runAfterPaint);
     }
     return handled;
+}
+
+void Form::runAfterPaint()
+{
+    if (afterPaintRan_)
+        return;
+    afterPaintRan_ = true;
+    writeOpenLog();
+    const QList<std::function<void()>> work = std::exchange(afterPaint_, {});
+    for (const auto& w : work)
+        w();
 }
 
 void Form::runStarted(FormInteraction* run)
@@ -271,6 +277,12 @@ bool Form::putSetting(const QString& section, const QString& key, const QString&
 void Form::showEvent(QShowEvent* event)
 {
     QDialog::showEvent(event);
+    // A screen started minimised is not painted until it is restored; its opening is logged at its start all
+    // the same.
+    if (!shown_) {
+        shown_ = true;
+        QTimer::singleShot(kPaintWaitMs, this, &Form::runAfterPaint);
+    }
     startupProbe(this);
 }
 

@@ -89,8 +89,8 @@ protected:
     virtual void writeSettings() {}
 
     // Work the screen does not need before the user sees it (a slow check, a log row): run once the screen's first
-    // paint is done, so that it never delays the first sight of the screen. Queued in order; dropped if the screen
-    // never shows.
+    // paint is done, so that it never delays the first sight of the screen (or half a second after the screen was
+    // shown, if it was not painted: started minimised). Queued in order; dropped if the screen never shows.
     void afterFirstPaint(std::function<void()> work);
 
     bool event(QEvent* event) override;
@@ -115,9 +115,13 @@ private:
     bool loaded_ = false;
     bool unloaded_ = false;
     bool painted_ = false;
+    bool shown_ = false;
+    bool afterPaintRan_ = false;
     bool openLogPending_ = false;
     QList<std::function<void()>> afterPaint_;
+    static constexpr int kPaintWaitMs = 500; // the longest a first paint may take before its work runs anyway
     void writeOpenLog();
+    void runAfterPaint();
 };
 
 // With PEL008_STARTUP_PROBE=1 the first screen shown prints "shown <monotonic ns>" on stdout once its first paint

@@ -74,6 +74,7 @@ private slots:
     void init() { test::openHome(home_, {QStringLiteral("insert into member (code,name) values (1,'山田')")}); }
     void cleanup() { test::closeHome(home_); }
     void loadAndUnload();
+    void openingLoggedWhenNeverPainted();
     void jobOnTheScreen();
     void lockGivesBackEachControl();
     void closeWaitsForARunWithoutF6();
@@ -111,6 +112,21 @@ void TstForm::loadAndUnload()
     QVERIFY(!gcnData); // the global connection is closed with the screen
     delete form;
     QCOMPARE(home_->scalar("select count(*) from operatlog"), QStringLiteral("2")); // unload runs once
+}
+
+void TstForm::openingLoggedWhenNeverPainted()
+{
+    // as a screen started minimised: shown, not painted
+    SampleForm form;
+    form.load();
+    form.setUpdatesEnabled(false);
+    form.show();
+    QTRY_COMPARE(home_->scalar("select count(*) from operatlog where kubun=0"), QStringLiteral("1"));
+    form.setUpdatesEnabled(true);
+    form.repaint();
+    QCoreApplication::processEvents();
+    QCOMPARE(home_->scalar("select count(*) from operatlog where kubun=0"), QStringLiteral("1"));
+    form.done(0);
 }
 
 void TstForm::jobOnTheScreen()
