@@ -30,7 +30,6 @@ constexpr std::size_t kHeaderV2 = 64;
 constexpr std::size_t kRecordV1 = 4 + kPageSize + 4;
 constexpr std::size_t kRecordV2 = 4 + kPageSize + 8;
 
-
 std::uint32_t checksum(const std::uint8_t* p, std::size_t n, std::uint32_t h = 2166136261u)
 {
     for (std::size_t i = 0; i < n; ++i)

@@ -330,7 +330,8 @@ int setPassword(const std::string& path, const std::string& newPassword, std::st
     }
     if (os::exists(journalPath(path)))
         return failWith(ERR_BUSY, "'" + path + "' has an unfinished write; open it once to restore it first.");
-    if (std::vector<LdbUser> others = ldbUsers(path); !others.empty()) return failWith(ERR_BUSY, inUseText(path, others));
+    if (std::vector<LdbUser> others = ldbUsers(path); !others.empty())
+        return failWith(ERR_BUSY, inUseText(path, others));
     std::uint8_t head[kHeaderCryptOffset + kHeaderCryptLen];
     if (!f.read(head, sizeof head, 0)) return failWith(ERR_FORMAT, "'" + path + "' is not a Jet database file.");
     if (head[0] != 0 || std::memcmp(head + 4, "Standard Jet DB", 15) != 0)

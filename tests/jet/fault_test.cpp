@@ -230,27 +230,22 @@ TEST(JetFault, CommitRechecksTheFileAndItsUsers)
 // else holds the file, leaving the file as it was.
 TEST(JetFault, PasswordOnlyOnAFileNobodyHolds)
 {
+    // a connection of ours in the middle of a write or a read
+    static const auto ours = [](const std::string& path, jet::Status (jet::Database::*start)()) {
+        auto db = std::make_shared<jet::Database>();
+        EXPECT_EQ(db->open(path, ""), jet::OK);
+        EXPECT_EQ(((*db).*start)(), jet::OK) << db->error();
+        return std::shared_ptr<void>(db);
+    };
     struct Case {
         const char* what;
         std::function<std::shared_ptr<void>(const std::string&)> hold;
         const char* error;
     };
     const Case cases[] = {
-        {"a writer of ours",
-         [](const std::string& path) {
-             auto db = std::make_shared<jet::Database>();
-             EXPECT_EQ(db->open(path, ""), jet::OK);
-             EXPECT_EQ(db->begin(), jet::OK) << db->error();
-             return db;
-         },
+        {"a writer of ours", [](const std::string& path) { return ours(path, &jet::Database::begin); },
          "in use by another program of ours"},
-        {"a reader of ours",
-         [](const std::string& path) {
-             auto db = std::make_shared<jet::Database>();
-             EXPECT_EQ(db->open(path, ""), jet::OK);
-             EXPECT_EQ(db->beginRead(), jet::OK) << db->error();
-             return db;
-         },
+        {"a reader of ours", [](const std::string& path) { return ours(path, &jet::Database::beginRead); },
          "in use by another program of ours"},
         {"a user of the suite",
          [](const std::string& path) {
