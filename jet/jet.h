@@ -270,6 +270,8 @@ private:
     void decodePages(std::vector<std::uint8_t>& bytes) const;
     // With the writer lock: a dead writer's journal played back, the file read again if someone changed it.
     Status catchUp();
+    // Pages, size, caches and table definitions read again from the file (another program committed).
+    Status rereadFile();
     void endTransaction(bool wrote);
     const std::uint8_t* diskPage(std::uint32_t pg, std::vector<std::uint8_t>& buf) const;
 

@@ -334,6 +334,18 @@ Status Database::recoverJournal(bool ours)
     return OK;
 }
 
+Status Database::rereadFile()
+{
+    dropPages();
+    Status s = readSize();
+    if (s == OK && size_ < kPageSize * 3) s = fail(ERR_CORRUPT, "The Jet database file is truncated.");
+    if (s == OK) {
+        forgetCaches();
+        s = refreshTables();
+    }
+    return s;
+}
+
 Status Database::catchUp()
 {
     bool journal = os::exists(journalPath(path_));
@@ -344,13 +356,7 @@ Status Database::catchUp()
     notice_ = saved;
     if (s == OK && os::stamp(path_) != stamp_) {
         // Another program wrote the file since we read it: the write starts from what is on disk now.
-        dropPages();
-        s = readSize();
-        if (s == OK && size_ < kPageSize * 3) s = fail(ERR_CORRUPT, "The Jet database file is truncated.");
-        if (s == OK) {
-            forgetCaches();
-            s = refreshTables();
-        }
+        s = rereadFile();
     }
     unlockCommit();
     return s;
@@ -362,12 +368,7 @@ Status Database::beginRead()
     if (Status s = lockCommit(false); s != OK) return s;
     if (os::stamp(path_) == stamp_) return OK;
     // another process committed since we read: start from what is on disk now
-    dropPages();
-    Status s = readSize();
-    if (s == OK) {
-        forgetCaches();
-        s = refreshTables();
-    }
+    Status s = rereadFile();
     if (s != OK) unlockCommit();
     return s;
 }
@@ -383,12 +384,7 @@ Status Database::refresh()
         unlockCommit();
         return fail(ERR_IO, "'" + fileName(path_) + "' was replaced by another database while open; open it again.");
     }
-    dropPages();
-    Status s = readSize();
-    if (s == OK) {
-        forgetCaches();
-        s = refreshTables();
-    }
+    Status s = rereadFile();
     unlockCommit();
     return s;
 }

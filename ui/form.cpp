@@ -101,8 +101,7 @@ void Form::afterFirstPaint(std::function<void()> work)
 bool Form::event(QEvent* event)
 {
     const bool handled = QDialog::event(event);
-    if (event->type() == QEvent::Paint && !painted_) {
-        painted_ = true;
+    if (event->type() == QEvent::Paint && !afterPaintRan_) {
         // Queued, so that it runs once this paint has reached the screen.
         QTimer::singleShot(0, this, &Form::runAfterPaint);
     }
@@ -279,10 +278,8 @@ void Form::showEvent(QShowEvent* event)
     QDialog::showEvent(event);
     // A screen started minimised is not painted until it is restored; its opening is logged at its start all
     // the same.
-    if (!shown_) {
-        shown_ = true;
+    if (!afterPaintRan_)
         QTimer::singleShot(kPaintWaitMs, this, &Form::runAfterPaint);
-    }
     startupProbe(this);
 }
 

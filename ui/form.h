@@ -114,9 +114,7 @@ private:
     bool closeAfterRun_ = false;
     bool loaded_ = false;
     bool unloaded_ = false;
-    bool painted_ = false;
-    bool shown_ = false;
-    bool afterPaintRan_ = false;
+    bool afterPaintRan_ = false; // the work after the first paint (or its wait) is done
     bool openLogPending_ = false;
     QList<std::function<void()>> afterPaint_;
     static constexpr int kPaintWaitMs = 500; // the longest a first paint may take before its work runs anyway
